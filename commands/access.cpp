@@ -1,0 +1,234 @@
+#include "commands/access.h"
+
+#include <cutils.h>
+#include <string.h>
+
+#include "core/files.h"
+#include "core/log.h"
+#include "core/packet.h"
+#include "core/shell.h"
+
+static constexpr int32_t NODE_LIMIT = 256;     // bytes of a node's value
+static constexpr size_t READ_TEXT_LIMIT = 512; // data bytes that the read command splits
+static constexpr size_t PAIR_TEXT_LIMIT = 256; // data bytes that the other pairs may have
+static constexpr size_t SLOT_SIZE = 256;       // one piece with its terminator
+static constexpr int SLOTS = 3;                // the third is filled and ignored
+static constexpr char PIECE_LOG[] = "delim_str [%d]:%s,len=%d.\n";
+static constexpr char WRITE_PIECE_LOG[] = "delim_str[%d]:%s, len=%d.\n";
+
+struct pieces {
+    char slot[SLOTS][SLOT_SIZE];
+};
+
+// Splits the request's data at every "+". False, logged as the format error that it is, when the data or a
+// piece is longer than there is room for. A piece behind the third has no slot and is ignored.
+static bool split(const char *handler, const void *request, size_t limit, const char *piece_log, pieces &out)
+{
+    memset(&out, 0, sizeof out);
+    size_t length = packet_length(request);
+    bool fits = length <= limit;
+    if (fits) {
+        char text[READ_TEXT_LIMIT + 1] = {};
+        memcpy(text, packet_data(request), length);
+        char *rest = text;
+        for (int i = 0; i < SLOTS && fits; i++) {
+            const char *piece = strsep(&rest, "+");
+            if (!piece)
+                break;
+            size_t size = strlen(piece);
+            fits = size < SLOT_SIZE;
+            if (fits) {
+                memcpy(out.slot[i], piece, size);
+                diag_log(handler, piece_log, i, piece, static_cast<int>(size));
+            }
+        }
+    }
+    if (!fits)
+        diag_log(handler, "Command format error or data len[%d] is too long.\n", static_cast<int>(length));
+    return fits;
+}
+
+void *diag_cmd_read_node(void *request, uint16_t)
+{
+    LOG("Enter\n");
+    uint8_t *response = response_new(__func__, request, 0xE600, LONG_RESPONSE);
+    if (!response)
+        return nullptr;
+    pieces data;
+    if (!length_is_valid(__func__, request) || !split(__func__, request, READ_TEXT_LIMIT, PIECE_LOG, data))
+        return answer_error(response);
+
+    const char *path = data.slot[0];
+    const char *expected = data.slot[1];
+    char value[LONG_CAPACITY] = {};
+    uint16_t result =
+        packet_selector(request) == 0
+            ? diag_cmd_read_file(path, NODE_LIMIT, value)
+            : diag_cmd_read_file_new(path, expected, static_cast<int32_t>(strlen(expected)), value);
+    auto count = static_cast<int16_t>(result);
+    if (count < 1) {
+        LOG("read form %s fail.\n", path);
+        return answer_error(response);
+    }
+    LOG("read %s form %s succ.\n", value, path);
+    return answer_bytes(response, value, static_cast<size_t>(count));
+}
+
+void *diag_cmd_write_node(void *request, uint16_t)
+{
+    LOG("Enter\n");
+    uint8_t *response = response_new(__func__, request, 0xE601, LONG_RESPONSE);
+    if (!response)
+        return nullptr;
+    pieces data;
+    if (!length_is_valid(__func__, request) ||
+        !split(__func__, request, PAIR_TEXT_LIMIT, WRITE_PIECE_LOG, data))
+        return answer_error(response);
+
+    const char *path = data.slot[0];
+    const char *value = data.slot[1];
+    auto size = static_cast<int32_t>(strlen(value));
+    if (diag_cmd_write_file(path, size, size, value) == FILE_FAILED) {
+        LOG("write form %s fail.\n", path);
+        return answer_error(response);
+    }
+    LOG("write %s form %s succ.\n", value, path);
+    return answer_ok(response);
+}
+
+void *diag_cmd_get_prop(void *request, uint16_t)
+{
+    LOG("Enter\n");
+    uint8_t *response = response_new(__func__, request, 0xE602, LONG_RESPONSE);
+    if (!response)
+        return nullptr;
+    if (!length_is_valid(__func__, request))
+        return answer_error(response);
+
+    const char *key = packet_text(request);
+    char value[LONG_CAPACITY] = {};
+    if (property_get(key, value, nullptr) < 1) {
+        LOG("read  %s fail.\n", key);
+        return answer_error(response);
+    }
+    LOG("read %s , result is %s.\n", key, value);
+    return answer_bytes(response, value, strlen(value), LONG_CAPACITY);
+}
+
+void *diag_cmd_set_prop(void *request, uint16_t)
+{
+    LOG("Enter\n");
+    uint8_t *response = response_new(__func__, request, 0xE603, LONG_RESPONSE);
+    if (!response)
+        return nullptr;
+    pieces data;
+    if (!length_is_valid(__func__, request) || !split(__func__, request, PAIR_TEXT_LIMIT, PIECE_LOG, data))
+        return answer_error(response);
+
+    const char *key = data.slot[0];
+    const char *value = data.slot[1];
+    if (property_set(key, value) < 0) {
+        LOG("write %s fail.\n", key);
+        return answer_error(response);
+    }
+    LOG("write %s to %s succ.\n", value, key);
+    return answer_ok(response);
+}
+
+void *diag_cmd_excute_cmd(void *request, uint16_t)
+{
+    LOG("Enter\n");
+    uint8_t *response = response_new(__func__, request, 0xE604, LONG_RESPONSE);
+    if (!response)
+        return nullptr;
+    if (!length_is_valid(__func__, request))
+        return answer_error(response);
+
+    const char *command = packet_text(request);
+    if (!run_command(command)) { // closed at once, unread: that waits for the command
+        LOG("excute %s fail.\n", command);
+        return answer_error(response);
+    }
+    LOG("excute %s succ.\n", command);
+    return answer_ok(response);
+}
+
+void *diag_cmd_excute_cmd_check(void *request, uint16_t)
+{
+    LOG("Enter\n");
+    uint8_t *response = response_new(__func__, request, 0xE605, LONG_RESPONSE);
+    if (!response)
+        return nullptr;
+    pieces data;
+    if (!length_is_valid(__func__, request) || !split(__func__, request, PAIR_TEXT_LIMIT, PIECE_LOG, data))
+        return answer_error(response);
+
+    const char *command = data.slot[0];
+    const char *expected = data.slot[1];
+    if (diag_cmd_compare_msg(command, expected) != 0) {
+        LOG("excute %s to compare %s fail.\n", command, expected);
+        return answer_error(response);
+    }
+    LOG("excute %s to compare %s succ.\n", command, expected);
+    return answer_ok(response);
+}
+
+void *diag_cmd_get_cmd_result(void *request, uint16_t)
+{
+    LOG("Enter\n");
+    uint8_t *response = response_new(__func__, request, 0xE606, LONG_RESPONSE);
+    if (!response)
+        return nullptr;
+    if (!length_is_valid(__func__, request))
+        return answer_error(response);
+
+    const char *command = packet_text(request);
+    command_stream output = run_line(command);
+    if (!output) {
+        LOG("excute %s failed! \n", command);
+        return answer_error(response);
+    }
+    char data[LONG_CAPACITY + 1] = {};
+    size_t length = 0;
+    char line[LINE_SIZE];
+    while (read_line(output.get(), line)) {
+        if (length >= LONG_CAPACITY) {
+            LOG("return content's length is big than alloc size!\n");
+            length = LONG_CAPACITY - 1;
+            break;
+        }
+        size_t taken = strnlen(line, LONG_CAPACITY - length); // a line that passes the end is clipped there
+        memcpy(data + length, line, taken);
+        length += taken;
+        LOG("fgets temp result:%s\n", line);
+        LOG("temp result length:%d,data:%s\n", static_cast<int>(length), data);
+    }
+    output.reset();
+    if (length > 0 && data[length - 1] == '\n')
+        data[--length] = '\0';
+    // Behind the counted bytes the data field holds what was read: a line feed taken off leaves its zero
+    // there.
+    answer_bytes(response, data, LONG_CAPACITY, LONG_CAPACITY);
+    return answer_length(response, length);
+}
+
+void *diag_cmd_get_process_state(void *request, uint16_t)
+{
+    LOG("Enter\n");
+    uint8_t *response = response_new(__func__, request, 0xE607, LONG_RESPONSE);
+    if (!response)
+        return nullptr;
+    if (!length_is_valid(__func__, request))
+        return answer_error(response);
+
+    const char *name = packet_text(request);
+    int32_t ids[PROCESS_LIMIT] = {};
+    uint8_t count = 0;
+    diag_get_processpid_by_name(name, ids, &count);
+    if (count == 0) {
+        LOG("process %s is not exsit! \n", name);
+        return answer_text(response, "NOT_EXSIT");
+    }
+    LOG("process %s is exsit! \n", name);
+    return answer_text(response, "EXSIT");
+}

@@ -1,0 +1,52 @@
+// Files and device nodes: small values read and written with plain descriptors, streams read line by line.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+
+#include <memory>
+
+// The failure of the routines below; callers see it as -1 in a signed 16-bit number.
+constexpr uint16_t FILE_FAILED = 65535;
+
+// Reads up to max_length bytes of `path` with one read into the caller's zeroed buffer of at least that size.
+// Returns their number, less one when the last is a line feed (which stays in the buffer), or FILE_FAILED.
+uint16_t diag_cmd_read_file(const char *path, int32_t max_length, char *buffer);
+
+// As above, and the content must begin with `expected`. A mismatch is FILE_FAILED too and leaves the node
+// open: that is how it has always behaved on the line, and it is kept.
+uint16_t diag_cmd_read_file_new(const char *path, const char *expected, int32_t max_length, char *buffer);
+
+// Writes write_length bytes of `content`, a zero-terminated text of at most max_length characters, at the
+// start of `path`, which is created if need be and not truncated. Returns 0 or FILE_FAILED.
+uint16_t diag_cmd_write_file(const char *path, int32_t write_length, int32_t max_length, const char *content);
+
+// Writes all of it, however many calls that takes. False as soon as one fails.
+bool write_all(int fd, const void *data, size_t length);
+
+// A descriptor that closes itself; release() lets it live on.
+struct descriptor {
+    int fd;
+    explicit descriptor(int opened) : fd(opened) {}
+    ~descriptor();
+    descriptor(const descriptor &) = delete;
+    descriptor &operator=(const descriptor &) = delete;
+    explicit operator bool() const { return fd >= 0; }
+    void release() { fd = -1; }
+};
+
+struct file_closer {
+    void operator()(FILE *stream) const { fclose(stream); }
+};
+// A stream of fopen that closes itself.
+using file_stream = std::unique_ptr<FILE, file_closer>;
+
+constexpr size_t LINE_SIZE = 256; // a line of text with its terminator, as all streams are read
+
+// Reads the next line, or the next 255 characters of a longer one, into the zeroed buffer, line feed
+// included. False at the end of the stream.
+bool read_line(FILE *stream, char (&line)[LINE_SIZE]);
+
+// Length of a text without its closing line feed, if it has one.
+size_t length_without_line_feed(const char *text);

@@ -1,0 +1,62 @@
+#include "core/log.h"
+
+#include <errno.h>
+#include <log.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+static constexpr char TAG[] = "Diag_Lib";
+static constexpr size_t USUAL_LINE = 1024; // longer lines are formatted on the heap
+
+// Unbuffered, so that a line is out before its function goes on, whatever happens next.
+static void write_stdout(const char *text, size_t length)
+{
+    while (length > 0) {
+        ssize_t written = write(STDOUT_FILENO, text, length);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return; // nobody reads: the phone's log still gets the line
+        text += written;
+        length -= static_cast<size_t>(written);
+    }
+}
+
+void diag_log(const char *function, const char *format, ...)
+{
+    int saved_errno = errno;
+    char usual[USUAL_LINE];
+    char *line = usual;
+
+    size_t prefix = strlen(function) + strlen("[]:");
+    va_list arguments;
+    va_list again;
+    va_start(arguments, format);
+    va_copy(again, arguments);
+
+    snprintf(usual, sizeof usual, "[%s]:", function);
+    int message = vsnprintf(usual + prefix, sizeof usual - prefix, format, arguments);
+    size_t length = prefix + static_cast<size_t>(message < 0 ? 0 : message);
+    if (length >= sizeof usual) {
+        char *whole = static_cast<char *>(malloc(length + 1));
+        if (whole) {
+            memcpy(whole, usual, prefix);
+            vsnprintf(whole + prefix, length + 1 - prefix, format, again);
+            line = whole;
+        } else {
+            length = sizeof usual - 1;
+            usual[length - 1] = '\n';
+        }
+    }
+    va_end(again);
+    va_end(arguments);
+
+    write_stdout(line, length);
+    __android_log_print(ANDROID_LOG_ERROR, TAG, "%s", line);
+    if (line != usual)
+        free(line);
+    errno = saved_errno;
+}

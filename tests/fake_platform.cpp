@@ -1,0 +1,243 @@
+#include "tests/fake_platform.h"
+
+#include <cutils.h>
+#include <diag.h>
+#include <dirent.h>
+#include <hardware_legacy.h>
+#include <log.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <chrono>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+#include <thread>
+
+#include "core/table.h"
+
+static fake_phone state;
+static std::mutex state_mutex;
+static std::map<void *, unsigned int> buffers;
+static std::chrono::steady_clock::time_point start_of_test;
+static constexpr char RUNS[] = "/tmp/runs";
+
+fake_phone &the_phone() { return state; }
+
+// ---- the four libraries
+
+void *diagpkt_subsys_alloc(unsigned int subsystem, unsigned int code, unsigned int length)
+{
+    EXPECT_EQ(subsystem, 250u);
+    state.allocated_codes.push_back(code);
+    if (state.allocation_fails)
+        return nullptr;
+    void *buffer = malloc(length);
+    memset(buffer, 0xA5, length); // whoever does not zero it is found out
+    buffers[buffer] = length;
+    return buffer;
+}
+
+int property_get(const char *key, char *value, const char *default_value)
+{
+    if (state.unreadable_properties.count(key))
+        return -1;
+    auto found = state.properties.find(key);
+    std::string text = found != state.properties.end() ? found->second : default_value ? default_value : "";
+    strcpy(value, text.c_str());
+    return static_cast<int>(text.size());
+}
+
+int property_set(const char *key, const char *value)
+{
+    if (state.refused_properties.count(key))
+        return -1;
+    state.properties[key] = value;
+    return 0;
+}
+
+int android_reboot(unsigned int command, int flags, const char *reason)
+{
+    std::lock_guard<std::mutex> lock(state_mutex);
+    std::chrono::duration<double> since = std::chrono::steady_clock::now() - start_of_test;
+    state.reboots.push_back({command, flags, reason ? reason : "(none)",
+                             state.wake_locks.count("DIAG_WAKELOCK") > 0, since.count()});
+    return state.reboot_result;
+}
+
+int acquire_wake_lock(int level, const char *name)
+{
+    std::lock_guard<std::mutex> lock(state_mutex);
+    EXPECT_EQ(level, 1);
+    state.wake_locks.insert(name);
+    return 0;
+}
+
+int release_wake_lock(const char *name)
+{
+    std::lock_guard<std::mutex> lock(state_mutex);
+    state.wake_locks.erase(state.wake_locks.find(name));
+    return 0;
+}
+
+int __android_log_print(int priority, const char *tag, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    va_list again;
+    va_copy(again, arguments);
+    std::string text(static_cast<size_t>(vsnprintf(nullptr, 0, format, arguments)), '\0');
+    vsnprintf(text.data(), text.size() + 1, format, again);
+    va_end(again);
+    va_end(arguments);
+    std::lock_guard<std::mutex> lock(state_mutex);
+    bool right = priority == 6 && strcmp(tag, "Diag_Lib") == 0;
+    (right ? state.log : state.bad_log).push_back(text);
+    return 1;
+}
+
+void wait_for_reboots(size_t count)
+{
+    for (int i = 0; i < 1000; i++) {
+        {
+            std::lock_guard<std::mutex> lock(state_mutex);
+            if (state.reboots.size() >= count && state.wake_locks.empty())
+                return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+}
+
+// ---- the fixture
+
+static int open_descriptors()
+{
+    int count = 0;
+    DIR *folder = opendir("/proc/self/fd");
+    while (readdir(folder))
+        count++;
+    closedir(folder);
+    return count;
+}
+
+void Phone::SetUp()
+{
+    {
+        std::lock_guard<std::mutex> lock(state_mutex);
+        state = fake_phone();
+    }
+    std::filesystem::remove(RUNS);
+    start_of_test = std::chrono::steady_clock::now();
+    descriptors_before = open_descriptors();
+}
+
+void Phone::TearDown()
+{
+    EXPECT_EQ(open_descriptors(), descriptors_before + descriptors_left_open) << "a descriptor was left open";
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child was left behind";
+    EXPECT_TRUE(state.bad_log.empty());
+}
+
+response Phone::ask(uint16_t code, uint8_t selector, const std::string &data, int length)
+{
+    std::vector<uint8_t> request(65535 + 1024); // zero behind the packet, as the router promises
+    auto told = static_cast<uint16_t>(length < 0 ? static_cast<int>(data.size()) : length);
+    request[0] = 75;
+    request[1] = 250;
+    request[2] = static_cast<uint8_t>(code);
+    request[3] = static_cast<uint8_t>(code >> 8);
+    request[4] = selector;
+    request[5] = static_cast<uint8_t>(told);
+    request[6] = static_cast<uint8_t>(told >> 8);
+    std::copy(data.begin(), data.end(), request.begin() + 7);
+    const diagpkt_entry *entry = nullptr;
+    for (int i = 0; i < diag_command_table.count && !entry; i++)
+        if (diag_command_table.entries[i].low <= code && code <= diag_command_table.entries[i].high)
+            entry = &diag_command_table.entries[i];
+    if (!entry) {
+        ADD_FAILURE() << "no handler for code " << code;
+        return {};
+    }
+    std::vector<uint8_t> head(request.begin(), request.begin() + 5);
+
+    response out;
+    void *answer = entry->handler(request.data(), static_cast<uint16_t>(7 + data.size()));
+    if (!answer) {
+        out.null = true;
+        return out;
+    }
+    auto *bytes = static_cast<uint8_t *>(answer);
+    out.bytes.assign(bytes, bytes + buffers.at(answer));
+    buffers.erase(answer);
+    free(answer);
+    EXPECT_TRUE(std::equal(head.begin(), head.end(), out.bytes.begin())) << "head and selector are echoed";
+    if (out.bytes.size() > 7) {
+        out.length = static_cast<uint16_t>(out.bytes[5] | out.bytes[6] << 8);
+        out.data.assign(out.bytes.begin() + 7, out.bytes.end());
+        EXPECT_LE(out.length, out.data.size());
+        out.text = out.data.substr(0, out.length);
+    }
+    return out;
+}
+
+response Phone::ask_text(uint16_t code, const std::string &text, uint8_t selector)
+{
+    return ask(code, selector, text + '\0');
+}
+
+static std::string tool_path(const std::string &name)
+{
+    return name[0] == '/' ? name : "/system/bin/" + name;
+}
+
+void Phone::tool(const std::string &name, const std::string &script)
+{
+    std::string path = tool_path(name);
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    std::filesystem::remove(path); // an applet's link would write through to the applets
+    std::ofstream(path) << "#!/system/bin/sh\necho \"" + name + "${*:+ $*}\" >>" + RUNS + "\n" + script +
+                               "\n";
+    chmod(path.c_str(), 0755);
+}
+
+void Phone::remove_tool(const std::string &name) { std::filesystem::remove(tool_path(name)); }
+
+std::vector<std::string> Phone::runs()
+{
+    std::vector<std::string> lines;
+    std::ifstream file(RUNS);
+    for (std::string line; std::getline(file, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+void Phone::node(const std::string &path, const std::string &content)
+{
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    std::ofstream(path, std::ios::trunc) << content;
+}
+
+std::string Phone::content(const std::string &path)
+{
+    std::ifstream file(path);
+    if (!file)
+        return "(missing)";
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+bool Phone::exists(const std::string &path) { return std::filesystem::exists(path); }
+
+int Phone::times_logged(const std::string &line)
+{
+    std::lock_guard<std::mutex> lock(state_mutex);
+    return static_cast<int>(std::count(state.log.begin(), state.log.end(), line));
+}
+
+bool Phone::logged(const std::string &line) { return times_logged(line) > 0; }
