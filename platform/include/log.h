@@ -8,6 +8,7 @@ extern "C" {
 #define ANDROID_LOG_ERROR 6
 
 // Writes one formatted entry. Returns a negative value when it was not written.
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the name is the phone's
 int __android_log_print(int priority, const char *tag, const char *format, ...)
     __attribute__((format(printf, 3, 4)));
 

@@ -1,0 +1,155 @@
+// liblog of a workstation: entries go to one file, in logcat's threadtime layout.
+//
+// No lock is taken and nothing is allocated, so that a signal handler may log too. The clock is UTC, as the
+// virtual phone's is. Several processes write to the file; whoever wants it empty truncates it in place.
+#include "log.h"
+#include "export.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+namespace
+{
+
+constexpr char LOG_PATH[] = "/dev/log/main";
+constexpr char OLD_LOG_PATH[] = "/dev/log/main.1";
+constexpr off_t LOG_SIZE_MAX = off_t{4} << 20; // then the log is renamed to the old one, and a new one begun
+constexpr size_t MESSAGE_MAX = 4068;           // a longer one is cut
+constexpr int TAG_MAX = 128;
+constexpr char PRIORITIES[] = "??VDIWEF";
+
+std::atomic<int> log_fd{-1}; // opened once; a new log takes its number over
+
+int open_log()
+{
+    return open(LOG_PATH, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+}
+
+int cached_log()
+{
+    int fd = log_fd.load(std::memory_order_acquire);
+    if (fd >= 0)
+        return fd;
+    int opened = open_log();
+    if (opened < 0 || log_fd.compare_exchange_strong(fd, opened))
+        return opened;
+    close(opened); // another thread was first
+    return fd;
+}
+
+// Begins a new log unless another process or thread has done so, and moves the cached descriptor to it. Who
+// finds the lock taken leaves it be: its next entry tries again.
+void rotate(int cached)
+{
+    int fd = open_log();
+    if (fd < 0)
+        return;
+    struct stat opened, named;
+    if (flock(fd, LOCK_EX | LOCK_NB) == 0 && fstat(fd, &opened) == 0) {
+        bool full = opened.st_size > LOG_SIZE_MAX;
+        // The name is asked again under the lock: a log that has been renamed is not renamed a second time.
+        if (full && stat(LOG_PATH, &named) == 0 && named.st_ino == opened.st_ino &&
+            rename(LOG_PATH, OLD_LOG_PATH) == 0) {
+            close(fd);
+            fd = open_log();
+            full = false;
+        }
+        if (fd >= 0 && !full)
+            dup3(fd, cached, O_CLOEXEC);
+    }
+    if (fd >= 0)
+        close(fd);
+}
+
+// "MM-DD HH:MM:SS.mmm  PID  TID P TAG     : ", with one write per entry and no call that takes a lock
+// (localtime does).
+int prefix(char *out, size_t size, int priority, const char *tag)
+{
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    long seconds = static_cast<long>(now.tv_sec % 86400);
+    // Days since 0000-03-01, and from them the date in years that begin in March.
+    long days = static_cast<long>(now.tv_sec / 86400) + 719468;
+    long day_of_era = days % 146097;
+    long year_of_era = (day_of_era - day_of_era / 1460 + day_of_era / 36524 - day_of_era / 146096) / 365;
+    long day_of_year = day_of_era - (365 * year_of_era + year_of_era / 4 - year_of_era / 100);
+    long month = (5 * day_of_year + 2) / 153; // 0 is March
+    char letter =
+        priority >= 0 && priority < static_cast<int>(sizeof PRIORITIES) - 1 ? PRIORITIES[priority] : '?';
+    int length = snprintf(out, size, "%02ld-%02ld %02ld:%02ld:%02ld.%03ld %5d %5d %c %-8.*s: ",
+                          month < 10 ? month + 3 : month - 9, day_of_year - (153 * month + 2) / 5 + 1,
+                          seconds / 3600, seconds / 60 % 60, seconds % 60, now.tv_nsec / 1000000, getpid(),
+                          gettid(), letter, TAG_MAX, tag != nullptr ? tag : "");
+    return length < static_cast<int>(size) ? length : static_cast<int>(size) - 1;
+}
+
+bool write_all(int fd, const char *bytes, size_t length)
+{
+    ssize_t written;
+    do
+        written = write(fd, bytes, length);
+    while (written < 0 && errno == EINTR);
+    return written == static_cast<ssize_t>(length);
+}
+
+} // namespace
+
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the name is the phone's
+extern "C" EXPORT int __android_log_print(int priority, const char *tag, const char *format, ...)
+{
+    const int saved_errno = errno; // of the caller, who logs in the middle of things
+    char message[MESSAGE_MAX + 1];
+    va_list arguments;
+    va_start(arguments, format);
+    int length = vsnprintf(message, sizeof message, format, arguments);
+    va_end(arguments);
+    if (length < 0)
+        return -EINVAL;
+
+    int fd = cached_log();
+    if (fd < 0) {
+        int reason = errno;
+        errno = saved_errno;
+        return -reason;
+    }
+
+    char head[TAG_MAX + 64];
+    size_t head_length = static_cast<size_t>(prefix(head, sizeof head, priority, tag));
+    // An entry of several lines is several lines of the log, each with the head. The room is enough for one
+    // write of any entry but those of very many lines.
+    char text[4 * MESSAGE_MAX];
+    size_t used = 0;
+    const char *line = message;
+    bool good = true;
+    do {
+        size_t line_length = strcspn(line, "\n");
+        if (used + head_length + line_length + 1 > sizeof text) {
+            good = write_all(fd, text, used) && good;
+            used = 0;
+        }
+        memcpy(text + used, head, head_length);
+        memcpy(text + used + head_length, line, line_length);
+        used += head_length + line_length;
+        text[used++] = '\n';
+        line += line_length;
+        if (*line == '\n')
+            line++;
+    } while (*line != '\0');
+    good = write_all(fd, text, used) && good;
+
+    // After an append the offset is the size of the file, also when it is the old log that another process
+    // renamed.
+    if (lseek(fd, 0, SEEK_CUR) > LOG_SIZE_MAX)
+        rotate(fd);
+    errno = saved_errno;
+    return good ? static_cast<int>(used) : -EIO;
+}

@@ -1,0 +1,433 @@
+// The packet router behind its socket: what stations see, friendly and hostile.
+#include "diag.h"
+#include "frame.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <dirent.h>
+#include <memory>
+#include <optional>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace
+{
+
+using bytes = std::vector<uint8_t>;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr uint8_t SUBSYSTEM = 250;
+constexpr size_t REQUEST_ROOM = 65535 + 1024;
+enum code : uint16_t { ECHO = 0x0100, SILENT, SLOW, LARGEST, DIRTY, LAST = 0x01FF };
+
+std::atomic<int> in_handler{0};
+std::atomic<bool> overlapped{false};
+
+void *respond(const void *packet, unsigned length)
+{
+    void *response = diagpkt_subsys_alloc(SUBSYSTEM, 0, length);
+    memcpy(response, packet, length);
+    return response;
+}
+
+void *echo(void *request, uint16_t length)
+{
+    overlapped = overlapped || in_handler.exchange(1) != 0;
+    void *response = respond(request, length);
+    in_handler = 0;
+    return response;
+}
+
+void *silent(void *, uint16_t)
+{
+    return nullptr;
+}
+
+void *slow(void *request, uint16_t length)
+{
+    in_handler = 1;
+    std::this_thread::sleep_for(milliseconds(20));
+    in_handler = 0;
+    return respond(request, length);
+}
+
+void *largest(void *request, uint16_t)
+{
+    void *response = diagpkt_subsys_alloc(SUBSYSTEM, 0, 65535);
+    memset(response, 0x7E, 65535);
+    memcpy(response, request, 4);
+    return response;
+}
+
+// Tells in its fifth byte whether the buffer was zero behind the packet, and leaves it dirty to its end.
+void *dirty(void *request, uint16_t length)
+{
+    auto *buffer = static_cast<uint8_t *>(request);
+    uint8_t answer[5];
+    memcpy(answer, buffer, 4);
+    answer[4] =
+        std::all_of(buffer + length, buffer + REQUEST_ROOM, [](uint8_t byte) { return byte == 0; }) ? 1 : 0;
+    memset(buffer, 0xEE, REQUEST_ROOM);
+    return respond(answer, sizeof answer);
+}
+
+const diagpkt_entry ENTRIES[] = {
+    {ECHO, ECHO, echo},          {SILENT, SILENT, silent}, {SLOW, SLOW, slow},
+    {LARGEST, LARGEST, largest}, {DIRTY, DIRTY, dirty},    {0x0180, LAST, echo},
+};
+const diagpkt_table TABLE = {0, 0xFF, SUBSYSTEM, std::size(ENTRIES), 0, ENTRIES};
+
+bytes packet_of(unsigned code, const bytes &body = {}, uint8_t subsystem = SUBSYSTEM, uint8_t command = 0x4B)
+{
+    bytes packet(4 + body.size());
+    packet[0] = command;
+    packet[1] = subsystem;
+    packet[2] = static_cast<uint8_t>(code & 0xFF);
+    packet[3] = static_cast<uint8_t>(code >> 8);
+    std::copy(body.begin(), body.end(), packet.begin() + 4);
+    return packet;
+}
+
+bytes frame_of(const bytes &packet)
+{
+    bytes frame(port::encoded_max(packet.size()));
+    frame.resize(port::encode(packet.data(), packet.size(), frame.data()));
+    return frame;
+}
+
+class Station
+{
+  public:
+    explicit Station(const std::string &path) : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        connect(path);
+    }
+    ~Station() { close(fd_); }
+    Station(const Station &) = delete;
+    Station &operator=(const Station &) = delete;
+
+    void connect(const std::string &path) const
+    {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(::connect(fd_, reinterpret_cast<sockaddr *>(&address), sizeof address), 0)
+            << strerror(errno);
+    }
+
+    void send(const bytes &raw) const
+    {
+        EXPECT_EQ(::send(fd_, raw.data(), raw.size(), MSG_NOSIGNAL), static_cast<ssize_t>(raw.size()));
+    }
+
+    // What the socket takes at once; negative when the router has closed it.
+    ssize_t push(const bytes &raw) const
+    {
+        ssize_t sent = ::send(fd_, raw.data(), raw.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        return sent < 0 && errno == EAGAIN ? 0 : sent;
+    }
+
+    void finish() const { shutdown(fd_, SHUT_WR); }
+
+    // The next answer, or nothing when none comes in time or the router has closed the connection.
+    std::optional<bytes> receive(int wait_ms = 5000)
+    {
+        for (;;) {
+            const uint8_t *next = input_.data() + begin_;
+            size_t left = input_.size() - begin_;
+            port::event event = port::decode(decoder_.get(), &next, &left);
+            begin_ = input_.size() - left;
+            EXPECT_TRUE(event == port::event::packet || event == port::event::more);
+            if (event == port::event::packet)
+                return bytes(decoder_->packet, decoder_->packet + decoder_->length);
+            pollfd readable = {fd_, POLLIN, 0};
+            if (poll(&readable, 1, wait_ms) != 1)
+                return std::nullopt;
+            input_.resize(65536);
+            ssize_t received = recv(fd_, input_.data(), input_.size(), 0);
+            input_.resize(received > 0 ? static_cast<size_t>(received) : 0);
+            begin_ = 0;
+            if (received <= 0)
+                return std::nullopt;
+        }
+    }
+
+    std::optional<bytes> ask(const bytes &packet)
+    {
+        send(frame_of(packet));
+        return receive();
+    }
+
+  private:
+    int fd_;
+    bytes input_;
+    size_t begin_ = 0;
+    std::unique_ptr<port::decoder> decoder_ = std::make_unique<port::decoder>();
+};
+
+size_t open_descriptors()
+{
+    size_t count = 0;
+    DIR *folder = opendir("/proc/self/fd");
+    while (readdir(folder) != nullptr)
+        count++;
+    closedir(folder);
+    return count;
+}
+
+class Router : public ::testing::Test
+{
+  protected:
+    void SetUp() override
+    {
+        char folder[] = "/tmp/router_test.XXXXXX";
+        ASSERT_NE(mkdtemp(folder), nullptr);
+        folder_ = folder;
+        path_ = folder_ + "/port";
+        setenv("DIAG_PORT", path_.c_str(), 1);
+        ASSERT_TRUE(Diag_LSM_Init(nullptr));
+        diagpkt_tbl_reg(&TABLE);
+    }
+
+    void TearDown() override
+    {
+        Diag_LSM_DeInit();
+        unlink(path_.c_str());
+        EXPECT_EQ(rmdir(folder_.c_str()), 0) << "something is left beside the port";
+    }
+
+    std::string folder_;
+    std::string path_;
+};
+
+TEST_F(Router, DispatchesOnSubsystemAndCodeAlone)
+{
+    Station station(path_);
+    for (unsigned code : {unsigned{ECHO}, 0x0180u, 0x01A5u, unsigned{LAST}})
+        for (uint8_t command : {0x00, 0x4B, 0x7E, 0xFF})
+            EXPECT_EQ(station.ask(packet_of(code, {1, 2, 3}, SUBSYSTEM, command)),
+                      packet_of(code, {1, 2, 3}, SUBSYSTEM, command));
+
+    // Refused: the error byte and the first 16 bytes of the packet.
+    for (const bytes &refused :
+         {packet_of(0x0200), packet_of(0x017F, bytes(5, 0x7D)), packet_of(ECHO, bytes(100, 9), 0),
+          packet_of(0x0001, bytes(65531, 1)), packet_of(0x00FF, {}, 251)}) {
+        bytes expected = refused;
+        expected.resize(std::min<size_t>(refused.size(), 16));
+        expected.insert(expected.begin(), 0x13);
+        EXPECT_EQ(station.ask(refused), expected);
+    }
+}
+
+TEST_F(Router, AnswersEachOfManyRequestsInOneWriteAndNoneForNull)
+{
+    Station station(path_);
+    bytes input;
+    for (uint8_t i = 0; i < 100; i++)
+        for (unsigned code : {SILENT, ECHO}) {
+            bytes frame = frame_of(packet_of(code, {i}));
+            input.insert(input.end(), frame.begin(), frame.end());
+        }
+    station.send(input);
+    for (uint8_t i = 0; i < 100; i++)
+        ASSERT_EQ(station.receive(), packet_of(ECHO, {i}));
+    EXPECT_EQ(station.receive(20), std::nullopt);
+}
+
+TEST_F(Router, TheBufferIsZeroBehindThePacketWhateverWasThere)
+{
+    Station station(path_);
+    for (size_t size : {65531, 0, 1, 60000, 300, 0})
+        EXPECT_EQ(station.ask(packet_of(DIRTY, bytes(size, 0xDD))), packet_of(DIRTY, {1})) << size;
+}
+
+TEST_F(Router, TheLargestPacketsPassAndLargerFramesAreDropped)
+{
+    Station station(path_);
+    std::thread sender([&] {
+        station.send(frame_of(packet_of(ECHO, bytes(65531, 0x7E))));
+        station.send(frame_of(packet_of(ECHO, bytes(65532, 0x7E))));
+        station.send(frame_of(packet_of(LARGEST)));
+    });
+    EXPECT_EQ(station.receive(), packet_of(ECHO, bytes(65531, 0x7E)));
+    EXPECT_EQ(station.receive(), packet_of(LARGEST, bytes(65531, 0x7E)));
+    sender.join();
+    EXPECT_EQ(diagpkt_subsys_alloc(SUBSYSTEM, ECHO, 65536), nullptr);
+}
+
+TEST_F(Router, InterleavedFramesOfTwoStationsStayApart)
+{
+    Station first(path_), second(path_);
+    const bytes packets[] = {packet_of(ECHO, bytes(40, 0x7D)), packet_of(LAST, bytes(50, 2))};
+    const bytes frames[] = {frame_of(packets[0]), frame_of(packets[1])};
+    for (size_t i = 0; i < std::max(frames[0].size(), frames[1].size()); i++) {
+        if (i < frames[0].size())
+            first.send({frames[0][i]});
+        if (i < frames[1].size())
+            second.send({frames[1][i]});
+    }
+    EXPECT_EQ(second.receive(), packets[1]);
+    EXPECT_EQ(first.receive(), packets[0]);
+}
+
+TEST_F(Router, GarbageAndHalfFramesHarmNobody)
+{
+    Station patient(path_);
+    EXPECT_EQ(patient.ask(packet_of(ECHO)), packet_of(ECHO)); // it has its descriptor now
+    const size_t descriptors = open_descriptors();
+    std::mt19937 random(1); // NOLINT(cert-msc51-cpp): the same garbage every time
+    for (int round = 0; round < 20; round++) {
+        Station hostile(path_);
+        bytes garbage(size_t{5000} * static_cast<size_t>(round % 4));
+        for (uint8_t &byte : garbage)
+            byte = static_cast<uint8_t>(random() % 3 == 0 ? 0x7D + random() % 2 : random());
+        hostile.push(garbage);
+        if (round % 2 == 0) {
+            hostile.push({0x7E});
+            EXPECT_EQ(hostile.ask(packet_of(ECHO)), packet_of(ECHO));
+        }
+        bytes half = frame_of(packet_of(ECHO, bytes(100)));
+        half.resize(half.size() / 2);
+        hostile.push(half);
+        EXPECT_EQ(patient.ask(packet_of(ECHO, {7})), packet_of(ECHO, {7}));
+    }
+    for (int i = 0; i < 100 && open_descriptors() != descriptors; i++)
+        std::this_thread::sleep_for(milliseconds(10));
+    EXPECT_EQ(open_descriptors(), descriptors);
+}
+
+TEST_F(Router, AStationThatNeverReadsIsLetGoAndHoldsNobodyUp)
+{
+    Station hostile(path_), friendly(path_);
+    const bytes request = frame_of(packet_of(LARGEST));
+    bool gone = false;
+    auto longest = milliseconds(0);
+    for (int i = 0; i < 500 && !gone; i++) {
+        for (int k = 0; k < 100 && !gone; k++)
+            gone = hostile.push(request) < 0;
+        auto start = steady_clock::now();
+        ASSERT_EQ(friendly.ask(packet_of(ECHO)), packet_of(ECHO));
+        longest = std::max(longest, std::chrono::duration_cast<milliseconds>(steady_clock::now() - start));
+        std::this_thread::sleep_for(milliseconds(5));
+    }
+    EXPECT_TRUE(gone);
+    EXPECT_LT(longest.count(), 1000);
+}
+
+TEST_F(Router, AStationThatReadsLateGetsEveryAnswerAlsoAfterItsLastWord)
+{
+    Station station(path_);
+    for (uint8_t i = 0; i < 5; i++) // more than a socket holds, less than the router queues
+        station.send(frame_of(packet_of(LARGEST)));
+    station.finish();
+    std::this_thread::sleep_for(milliseconds(100));
+    for (int i = 0; i < 5; i++)
+        EXPECT_EQ(station.receive(), packet_of(LARGEST, bytes(65531, 0x7E)));
+    EXPECT_EQ(station.receive(), std::nullopt);
+}
+
+TEST_F(Router, OneAtATimeAndInTurn)
+{
+    Station busy(path_), brief(path_);
+    constexpr int REQUESTS = 40; // 20 ms each
+    for (int i = 0; i < REQUESTS; i++)
+        busy.send(frame_of(packet_of(SLOW)));
+    ASSERT_TRUE(busy.receive());
+    auto start = steady_clock::now();
+    EXPECT_EQ(brief.ask(packet_of(ECHO)), packet_of(ECHO));
+    EXPECT_LT(steady_clock::now() - start, milliseconds(20 * REQUESTS / 2));
+    for (int i = 1; i < REQUESTS; i++)
+        ASSERT_TRUE(busy.receive());
+    EXPECT_FALSE(overlapped);
+}
+
+TEST_F(Router, EndsAfterTheRunningHandlerAndBeginsAnew)
+{
+    const size_t descriptors = open_descriptors();
+    for (int round = 0; round < 3; round++) {
+        Station station(path_);
+        station.send(frame_of(packet_of(SLOW, {1})));
+        while (in_handler == 0)
+            std::this_thread::yield();
+        EXPECT_TRUE(Diag_LSM_DeInit());
+        EXPECT_EQ(in_handler, 0);
+        EXPECT_EQ(station.receive(), packet_of(SLOW, {1}));
+        EXPECT_EQ(station.receive(), std::nullopt);
+        EXPECT_NE(access(path_.c_str(), F_OK), 0);
+        EXPECT_FALSE(Diag_LSM_DeInit());
+
+        // A request that comes before the table is registered waits for it.
+        ASSERT_TRUE(Diag_LSM_Init(nullptr));
+        Station early(path_);
+        early.send(frame_of(packet_of(ECHO)));
+        EXPECT_EQ(early.receive(20), std::nullopt);
+        diagpkt_tbl_reg(&TABLE);
+        EXPECT_EQ(early.receive(), packet_of(ECHO));
+    }
+    Diag_LSM_DeInit();
+    EXPECT_LE(open_descriptors(), descriptors);
+}
+
+TEST_F(Router, ReplacesAStaleSocketAndNothingElse)
+{
+    Diag_LSM_DeInit();
+    auto listen_there = [&] {
+        int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path_.copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+        EXPECT_EQ(listen(fd, 1), 0);
+        return fd;
+    };
+    int other = listen_there();
+    EXPECT_FALSE(Diag_LSM_Init(nullptr)); // somebody answers there
+    close(other);
+    EXPECT_TRUE(Diag_LSM_Init(nullptr));
+    Diag_LSM_DeInit();
+
+    ASSERT_EQ(mkdir(path_.c_str(), 0700), 0);
+    EXPECT_FALSE(Diag_LSM_Init(nullptr));
+    EXPECT_EQ(rmdir(path_.c_str()), 0);
+    for (const std::string &bad : {folder_ + "/missing/port", folder_ + '/' + std::string(200, 'x')}) {
+        setenv("DIAG_PORT", bad.c_str(), 1);
+        EXPECT_FALSE(Diag_LSM_Init(nullptr));
+    }
+}
+
+TEST_F(Router, WithoutDescriptorsANewStationWaits)
+{
+    Station old(path_);
+    ASSERT_TRUE(old.ask(packet_of(ECHO)));
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    close(fd);
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlim_t all = limit.rlim_cur;
+    limit.rlim_cur = static_cast<rlim_t>(fd) + 1; // the late station's own
+    setrlimit(RLIMIT_NOFILE, &limit);
+    Station late(path_);
+    late.send(frame_of(packet_of(ECHO)));
+    EXPECT_EQ(late.receive(30), std::nullopt);
+    EXPECT_TRUE(old.ask(packet_of(ECHO)));
+    limit.rlim_cur = all;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_EQ(late.receive(), packet_of(ECHO));
+}
+
+} // namespace
