@@ -27,7 +27,8 @@ uint8_t *response_new(const char *handler, const void *request, uint16_t code, s
     auto *response =
         static_cast<uint8_t *>(diagpkt_subsys_alloc(DIAG_SUBSYSTEM, code, static_cast<unsigned int>(size)));
     if (!response) {
-        diag_log(handler, "%s", failed);
+        if (failed)
+            diag_log(handler, "%s", failed);
         return nullptr;
     }
     memset(response, 0, size);

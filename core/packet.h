@@ -31,8 +31,8 @@ const uint8_t *packet_data(const void *packet);
 const char *packet_text(const void *packet); // the data as a zero-terminated text
 
 // A response of `size` bytes under `code`: zeroes, with the request's head and selector. NULL when the router
-// has no buffer; `failed` is then logged under the handler's name, and the handler returns NULL: the station
-// gets no reply.
+// has no buffer; `failed`, if given, is then logged under the handler's name, and the handler returns NULL:
+// the station gets no reply.
 uint8_t *response_new(const char *handler, const void *request, uint16_t code, size_t size = TEXT_RESPONSE,
                       const char *failed = ALLOC_FAILED);
 

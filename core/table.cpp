@@ -3,6 +3,7 @@
 #include "commands/access.h"
 #include "commands/boot_power.h"
 #include "core/packet.h"
+#include "hwdec/detect.h"
 
 // The order is part of the interface: it is not sorted by code.
 static const diagpkt_entry ENTRIES[] = {
@@ -14,6 +15,8 @@ static const diagpkt_entry ENTRIES[] = {
     {0x0132, 0x0132, diag_cmd_device_restart},
     {0x0133, 0x0133, diag_cmd_device_shutdown},
     {0x013C, 0x013C, diag_cmd_check_diag_com_port},
+    {0x013D, 0x013D, diag_cmd_board_component_detect_v2},
+    {0x013E, 0x013E, diag_cmd_phone_component_detect_v2},
     {0xCA00, 0xCA00, diag_cmd_factory_wipe_data},
     {0xE600, 0xE600, diag_cmd_read_node},
     {0xE601, 0xE601, diag_cmd_write_node},
