@@ -1,5 +1,5 @@
 # What every root of the phone has, as arguments of bubblewrap (sourced by the sandbox and the launcher).
-# shellcheck shell=bash
+# shellcheck shell=bash disable=SC2034
 
 phone_folder=$(dirname "$(realpath "${BASH_SOURCE[0]}")")
 phone_path=/system/bin:/vendor/bin
@@ -8,7 +8,7 @@ phone_path=/system/bin:/vendor/bin
 phone_folders=(
     /system/bin /system/etc /system/lib /vendor/bin /vendor/etc /vendor/lib /data /data/local/tmp /data/property
     /mnt/vendor/persist /storage /sdcard /d /tmp /sys /sys/power /proc
-    /dev/block /dev/block/bootdevice/by-name /dev/socket /dev/log /dev/__properties__
+    /dev/block /dev/block/bootdevice/by-name /dev/socket /dev/log /dev/state /dev/__properties__
 )
 
 # The kernel's own procfs lies in /.proc: the phone has names in /proc that a procfs takes from nobody (/proc/tp_name),
@@ -16,8 +16,8 @@ phone_folders=(
 # because to the kernel's switches in /proc/sys the phone of a root user is root.
 kernel_proc=(self thread-self mounts filesystems sys net stat uptime loadavg)
 
-# Applets that the phone's own tools stand in for, or that make no sense on it.
-not_applets="toybox busybox sh ash init linuxrc ps pgrep pidof pkill killall killall5 reboot poweroff halt svc svok logger
+# Applets that would be wrong on the phone: they know /proc only as the kernel has it, or the workstation's kernel.
+not_applets="toybox busybox sh ash init linuxrc ps top pgrep pidof pkill killall killall5 reboot poweroff halt svc svok logger
     lsmod insmod rmmod modprobe modinfo"
 
 bwrap=()
@@ -35,6 +35,7 @@ phone_libraries() {
     done
 }
 
+# phone_base [NAME]...: the root but for its libraries, and without the applets named.
 phone_base() {
     local tool folder applet name
     for tool in bwrap mksh toybox busybox; do
@@ -57,7 +58,7 @@ phone_base() {
     # Debian's mksh stays out of posix mode when it is called sh, unlike its static builds ("&>" redirects both outputs).
     bwrap+=(--symlink mksh /system/bin/sh)
     local -A seen=()
-    for applet in $not_applets; do
+    for applet in $not_applets "$@"; do
         seen[_$applet]=1
     done
     for tool in toybox busybox; do
@@ -66,10 +67,6 @@ phone_base() {
             seen[_$applet]=1
             bwrap+=(--symlink "$tool" "/system/bin/$applet")
         done
-    done
-    bwrap+=(--ro-bind "$phone_folder/tools/system/bin/ps" /system/bin/ps)
-    for name in passwd group; do
-        bwrap+=(--ro-bind "$phone_folder/root/system/etc/$name" "/system/etc/$name")
     done
 }
 
