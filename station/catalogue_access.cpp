@@ -1,0 +1,128 @@
+// Nodes, properties and shell lines: whatever has no command of its own.
+#include "encode.h"
+
+namespace station
+{
+namespace
+{
+
+const char pair_fields[] =
+    "text; at most 256 bytes together, each half at most 255; a '+' inside a half cannot be sent";
+
+Command command(uint16_t code, const char *name, const char *handler)
+{
+    Command made(code, name, handler);
+    made.response(775);
+    return made;
+}
+
+} // namespace
+
+std::vector<Command> access_commands()
+{
+    return {
+        command(0xE600, "read-node", "diag_cmd_read_node")
+            .does("Reads a file or node, or checks that it begins with a text. At most 256 bytes are read, "
+                  "in one go; a "
+                  "closing line feed is not counted.")
+            .takes({"PATH", "the node's absolute path"})
+            .takes(Parameter("--expect TEXT", "succeed only if the node begins with TEXT").optional())
+            .encoded(joined_to_compare("PATH", "--expect"))
+            .field("4", "u8",
+                   "0: read; anything else: read as many bytes as the expected text has and compare")
+            .field("7..", "text", "the path, or the path, '+' and the expected text; each at most 255 bytes")
+            .error("the node cannot be opened or read, is empty or holds only a line feed, does not begin "
+                   "with the "
+                   "expected text, or the length is 0 or above 512")
+            .value("the content", "what was read; with an expected text, as many bytes as that has")
+            .leaves("Nothing. A comparison that fails leaves a descriptor of the node open in the service.")
+            .repeatable(),
+        command(0xE601, "write-node", "diag_cmd_write_node")
+            .does("Writes a text to a file or node, from its beginning, without a line feed behind it. A "
+                  "missing file is "
+                  "created. A file is not truncated: a shorter value leaves the tail of the old content "
+                  "standing.")
+            .takes({"PATH", "the node's absolute path"})
+            .takes({"VALUE", "the text; may be empty"})
+            .encoded(joined("PATH", "VALUE"))
+            .field("7..", "path '+' value", pair_fields)
+            .ok("written")
+            .error("the node cannot be opened or refuses the value, a half is too long, or the length is 0 "
+                   "or above 256")
+            .leaves("The node holds the value. Bytes written before a failure stay written."),
+        command(0xE602, "get-prop", "diag_cmd_get_prop")
+            .does("Reads a system property.")
+            .takes({"KEY", "the property's name"})
+            .encoded(text_of("KEY"))
+            .field("7..", "text", "the name and its terminating zero byte")
+            .error("the property is not set or empty, or the length is 0 or above 512")
+            .value("the value", "the property's value")
+            .leaves("Nothing.")
+            .repeatable(),
+        command(0xE603, "set-prop", "diag_cmd_set_prop")
+            .does("Sets a system property. An empty value sets the property to the empty text.")
+            .takes({"KEY", "the property's name"})
+            .takes({"VALUE", "the value; may be empty"})
+            .encoded(joined("KEY", "VALUE"))
+            .field("7..", "name '+' value", pair_fields)
+            .ok("set")
+            .error("the phone refuses the name or the value (a value has at most 91 characters unless the "
+                   "name begins "
+                   "with \"ro.\"; a property of that kind is set once), a half is too long, or the length is "
+                   "0 or above "
+                   "256")
+            .leaves("The property holds the value until the phone restarts; one beginning with \"persist.\" "
+                    "beyond that."),
+        command(0xE604, "shell", "diag_cmd_excute_cmd")
+            .does("Runs a shell line and waits for its end. Neither its output nor its exit status is looked "
+                  "at.")
+            .takes({"LINE", "the command line, one argument"})
+            .encoded(text_of("LINE"))
+            .field("7..", "text",
+                   "the line and its terminating zero byte; it runs with the service's rights and a PATH of "
+                   "the system's "
+                   "and the vendor's tool directories")
+            .ok("the line was started and has ended, whatever came of it")
+            .error("no shell could be started, or the length is 0 or above 512")
+            .leaves("What the line does.")
+            .lasts("as long as the line runs; there is no limit"),
+        command(0xE605, "shell-check", "diag_cmd_excute_cmd_check")
+            .does("Runs a shell line and looks for an output line that begins with a text.")
+            .takes({"LINE", "the command line, one argument"})
+            .takes({"TEXT", "what one of its output lines must begin with"})
+            .encoded(joined("LINE", "TEXT"))
+            .field("7..", "line '+' text", pair_fields)
+            .ok("an output line begins with the text")
+            .error(
+                "none does, no shell could be started, a half is too long, or the length is 0 or above 256")
+            .leaves("What the line does.")
+            .lasts("until the line has ended"),
+        command(0xE606, "shell-output", "diag_cmd_get_cmd_result")
+            .does("Runs a shell line and answers its standard output. Unlike the other shell commands it "
+                  "leaves the "
+                  "service's PATH as it is.")
+            .takes({"LINE", "the command line, one argument"})
+            .encoded(text_of("LINE"))
+            .field("7..", "text", "the line and its terminating zero byte")
+            .error("no shell could be started, or the length is 0 or above 512")
+            .empty(true, "the line printed nothing")
+            .value("the output", "at most 768 bytes, without the last line feed; of an output that goes on "
+                                 "behind 768 bytes, 767 are "
+                                 "counted")
+            .leaves("What the line does.")
+            .lasts("until the line has ended"),
+        command(0xE607, "process-state", "diag_cmd_get_process_state")
+            .does("Tells whether a process runs: whether `ps -A` prints a line that holds the name anywhere.")
+            .takes({"NAME", "the process's name or a part of it"})
+            .encoded(text_of("NAME"))
+            .field("7..", "text", "the name and its terminating zero byte")
+            .good("EXSIT", "a process line holds the name")
+            .good("NOT_EXSIT", "none does")
+            .error("the length is 0 or above 512")
+            .leaves("Nothing.")
+            .repeatable()
+            .lasts("some 10 ms"),
+    };
+}
+
+} // namespace station

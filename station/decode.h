@@ -1,0 +1,23 @@
+// Answers whose data is more than a text: sizes, addresses, detection results.
+#pragma once
+
+#include "bytes.h"
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace station
+{
+
+struct Meaning {
+    std::string text;                                         // for a person
+    nlohmann::ordered_json fields = nlohmann::ordered_json(); // for a program
+};
+
+Meaning gib_byte(const Bytes &data, const Bytes &packet);    // one byte
+Meaning gib_base255(const Bytes &data, const Bytes &packet); // two digits to the base of 255, low one first
+Meaning missing_components(const Bytes &data, const Bytes &packet);
+Meaning bluetooth_address(const Bytes &data, const Bytes &packet);
+Meaning cplc_and_mac(const Bytes &data, const Bytes &packet);
+
+} // namespace station

@@ -1,0 +1,207 @@
+#include "reference.h"
+
+namespace station
+{
+namespace
+{
+
+// Stands above the families in the reference.
+const char introduction[] = R"(# Commands of the diag service
+
+For whoever writes a test station's software. The service answers 109 commands; this is what to send, what comes back
+and what it means. Everything here is also in the station client: `station list` names the commands, `station NAME --help`
+shows one. This file is made by `station reference`; change `station/catalogue*.cpp` and make it anew.
+
+## The port
+
+The service is reached over the phone's diagnostic port. A packet travels in a frame: the packet, its FCS-16 (low byte
+first), with each 0x7D and 0x7E in both sent as 0x7D and the byte xor 0x20, closed by the flag 0x7E. [port.md](port.md)
+has the details. Requests are served one at a time, in the order they come. There is exactly one response to a request, or
+none when the phone has no memory for it; a station waits with a time limit of its own.
+
+A code that nobody serves is answered by the router with an error packet: the byte 0x13, then the first bytes of the
+request.
+
+## The packet
+
+| Bytes | Type | Request | Response |
+|---|---|---|---|
+| 0 | u8 | command code, 0x4B | as in the request |
+| 1 | u8 | subsystem, 250 (0xFA) | as in the request |
+| 2-3 | u16 | the command's code | as in the request |
+| 4 | u8 | selector; 0 where the command names none | as in the request |
+| 5-6 | u16 | number of data bytes | number of data bytes that count |
+| 7.. | | data | data, the rest zero bytes |
+
+Numbers are unsigned and sent low byte first unless a command says otherwise. A response has the fixed size that its
+command names, whatever its length field says; what lies behind the counted bytes is not part of the answer.
+
+**Texts** in requests end with a zero byte inside the packet. The length counts the text without that byte, and this client
+sends them so; where a command takes a text only, counting the zero byte as well does no harm. A **pair of texts** is sent
+as one text with a `+` between them, so neither may hold a `+`. Each half has at most 255 bytes, both together with the `+`
+at most 256.
+
+As an example, `get-prop ro.build.id` is the packet
+
+    4b fa 02 e6 00 0b 00 72 6f 2e 62 75 69 6c 64 2e 69 64 00
+
+## Answers
+
+Success and failure are told by the data alone; the selector comes back as it was sent. Texts are answered without a
+terminator and have to be compared byte for byte, odd spellings included.
+
+| Word | Bytes | Meaning |
+|---|---|---|
+| `OK` | 2 | done, or the check passed |
+| `ERROR` | 5 | not done, or the check did not pass; the cause is only in the phone's log, under the tag `Diag_Lib` |
+| `EXSIT`, `NOT_EXSIT` | 5, 9 | there, not there; where a command says so |
+
+A command that reads a value answers the value in their place. A value that happens to be the text ERROR cannot be told from
+a failure.
+
+## The client
+
+    station [--port PORT] [--timeout SECONDS] [--retries NUMBER] [--json] NAME ARGUMENT...
+
+It ends with 0 for a success, 1 for `ERROR` or another answer marked *failure* below, 2 when no answer came, 3 when the router
+refused the code and 64 when the command line is wrong. `--retries` repeats a request that got no answer, over a new
+connection, only where it is marked *safe to repeat*: a lost answer does not tell whether the command was carried out.
+`station send CODE` sends anything else: `--text`, `--hex`, `--file`, `--byte4`.
+
+)";
+
+std::string cell(std::string text)
+{
+    for (size_t at = 0; (at = text.find('|', at)) != std::string::npos; at += 2)
+        text.insert(at, "\\");
+    return text;
+}
+
+std::string answer_name(const Answer &answer)
+{
+    switch (answer.fit) {
+    case Answer::Fit::word:
+        return "`" + std::string(answer.text) + "`";
+    case Answer::Fit::empty:
+        return "*nothing*";
+    case Answer::Fit::anything:
+        break;
+    }
+    return "*" + std::string(answer.text) + "*";
+}
+
+std::string codes(const Command &command)
+{
+    return command.is_range() ? code_text(command.low) + "-" + code_text(command.high)
+                              : code_text(command.low);
+}
+
+std::string choice_list(const Parameter &parameter)
+{
+    std::string text;
+    for (const Choice &choice : parameter.choices)
+        text += (text.empty() ? " (" : "; ") + std::string("`") + choice.word + "` " + choice.meaning;
+    return text.empty() ? text : text + ")";
+}
+
+std::string command_section(const Command &command)
+{
+    std::string text = "### " + codes(command);
+    for (const Name &name : command.names)
+        text += (&name == &command.names.front() ? " " : ", ") + std::string(name.name);
+    text += "\n\n" + std::string(command.summary) + "\n\n";
+    if (command.is_range()) {
+        text += "| Code | Name | Meaning |\n|---|---|---|\n";
+        for (const Name &name : command.names)
+            text += "| " + code_text(name.code) + " | " + name.name + " | " + name.summary + " |\n";
+        text += "\n";
+    }
+    for (const Name &name : command.names)
+        text += "    station " + usage_line(command, name) + "\n";
+    text += "\n";
+    for (const Parameter &parameter : command.parameters) {
+        text += "- `" + std::string(parameter.form) + "`: " + parameter.meaning + choice_list(parameter);
+        if (parameter.standard)
+            text += "; when left out, `" + std::string(parameter.standard) + "`";
+        text += "\n";
+    }
+    if (!command.parameters.empty())
+        text += "\n";
+    if (command.fields.empty())
+        text += "Request: the head alone.\n\n";
+    else {
+        text += "| Request bytes | Type | Content |\n|---|---|---|\n";
+        for (const Field &field : command.fields)
+            text +=
+                "| " + std::string(field.bytes) + " | " + field.type + " | " + cell(field.meaning) + " |\n";
+        text += "\n";
+    }
+    text += "| Answer | | Meaning |\n|---|---|---|\n";
+    for (const Answer &answer : command.answers)
+        text += "| " + answer_name(answer) + " | " + (answer.success ? "success" : "failure") + " | " +
+                cell(answer.meaning) + " |\n";
+    text += "\nLeft behind: " + std::string(command.aftermath) + "\n\n";
+    text += "Response " + std::to_string(command.response_size) + " bytes. " +
+            (command.safe_to_repeat ? "Safe to repeat. " : "**Not safe to repeat.** ") + "Takes " +
+            command.duration + ". Handler `" + command.handler + "`.\n\n";
+    return text;
+}
+
+} // namespace
+
+std::string usage_line(const Command &command, const Name &name)
+{
+    std::string text = name.name;
+    for (const Parameter &parameter : command.parameters) {
+        std::string form = parameter.form;
+        if (!parameter.is_option() && !parameter.choices.empty()) {
+            form.clear();
+            for (const Choice &choice : parameter.choices)
+                form += (form.empty() ? "" : "|") + std::string(choice.word);
+        }
+        text += parameter.required ? " " + form : " [" + form + "]";
+    }
+    return text;
+}
+
+std::string command_page(const Command &command, uint16_t code)
+{
+    const Name &name = command.name_of(code);
+    std::string page = code_text(code) + " " + name.name +
+                       (name.summary ? std::string(": ") + name.summary : "") + "\n" + command.summary +
+                       "\n\nAnswers:\n";
+    for (const Answer &answer : command.answers) {
+        std::string word = answer.fit == Answer::Fit::empty ? "(nothing)" : answer.text;
+        word.resize(std::max<size_t>(word.size(), 12), ' ');
+        page += "  " + word + "  " + (answer.success ? "success" : "failure") + "  " + answer.meaning + "\n";
+    }
+    page += "\nLeft behind: " + std::string(command.aftermath) + "\nTakes " + command.duration + ". " +
+            (command.safe_to_repeat ? "Safe to repeat." : "Not safe to repeat.") + "\n";
+    return page;
+}
+
+std::string reference_markdown()
+{
+    std::string text = introduction;
+    text += "## All commands\n\nIn the order of the service's table.\n\n| Code | Name | Family "
+            "|\n|---|---|---|\n";
+    for (const Command &command : catalogue()) {
+        std::string names;
+        for (const Name &name : command.names)
+            names += (names.empty() ? "" : ", ") + std::string(name.name);
+        text += "| " + codes(command) + " | " + names + " | " + family_title(command.family) + " |\n";
+    }
+    text += "\n";
+    for (int family = 0; family <= static_cast<int>(Family::security_keys); family++) {
+        text += "## " + std::string(family_title(static_cast<Family>(family))) + "\n\n";
+        for (const Command &command : catalogue())
+            if (command.family == static_cast<Family>(family))
+                text += command_section(command);
+    }
+    // One line feed at the end.
+    while (text.size() > 1 && text[text.size() - 2] == '\n')
+        text.pop_back();
+    return text;
+}
+
+} // namespace station
