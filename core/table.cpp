@@ -1,8 +1,11 @@
 #include "core/table.h"
 
 #include "commands/access.h"
+#include "commands/battery.h"
 #include "commands/boot_power.h"
+#include "commands/connectivity.h"
 #include "commands/security_keys.h"
+#include "commands/status_checks.h"
 #include "core/packet.h"
 #include "hwdec/detect.h"
 
@@ -18,6 +21,33 @@ static const diagpkt_entry ENTRIES[] = {
     {0x013C, 0x013C, diag_cmd_check_diag_com_port},
     {0x013D, 0x013D, diag_cmd_board_component_detect_v2},
     {0x013E, 0x013E, diag_cmd_phone_component_detect_v2},
+    {0x0B1E, 0x0B1E, diag_cmd_check_extsd_insert},
+    {0x0140, 0x0140, diag_cmd_stop_thermal_engine},
+    {0x1300, 0x1300, diag_cmd_remove_file},
+    {0x1301, 0x1301, diag_cmd_verify_turbo_write},
+    {0x1302, 0x1302, diag_cmd_get_mmi_result},
+    {0x0C00, 0x0C00, diag_cmd_set_battery_cap},
+    {0x0C01, 0x0C04, diag_cmd_get_battery_info},
+    {0x0C1E, 0x0C1F, diag_cmd_control_usb_charge},
+    {0x0C0A, 0x0C0A, diag_cmd_set_charge_type},
+    {0x0C0B, 0x0C0B, diag_cmd_get_charge_type},
+    {0x0C0C, 0x0C0C, diag_cmd_get_voltage_minus},
+    {0x1400, 0x1400, diag_cmd_get_qkey_prop},
+    {0x1500, 0x1500, diag_cmd_judge_scratch_exsit},
+    {0x1501, 0x1501, diag_cmd_check_fingerprint_data},
+    {0x1502, 0x1502, diag_cmd_check_fingerprint_id},
+    {0x1E00, 0x1E00, diag_cmd_close_bt},
+    {0x1E01, 0x1E01, diag_cmd_open_bt},
+    {0x2000, 0x2000, diag_cmd_close_wlan},
+    {0x2001, 0x2001, diag_cmd_open_wlan},
+    {0x2003, 0x2003, diag_cmd_open_wlan_service},
+    {0x2004, 0x2004, diag_cmd_close_wlan_service},
+    {0x2400, 0x2400, diag_cmd_close_nfc},
+    {0x2401, 0x2401, diag_cmd_open_nfc},
+    {0x2402, 0x2402, diag_cmd_chk_nfc_cplc},
+    {0x2403, 0x2403, diag_cmd_chk_nfc_deid},
+    {0x2600, 0x2600, diag_cmd_stop_wireless_test},
+    {0x5000, 0x5000, diag_cmd_check_sim_insert},
     {0xC800, 0xC800, diag_cmd_check_secure_boot},
     {0xC801, 0xC801, diag_cmd_set_rpmb_key_status},
     {0xC802, 0xC802, diag_cmd_check_lock_state},
