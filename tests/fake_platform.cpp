@@ -26,6 +26,8 @@ static std::mutex state_mutex;
 static std::map<void *, unsigned int> buffers;
 static std::chrono::steady_clock::time_point start_of_test;
 static constexpr char RUNS[] = "/tmp/runs";
+static constexpr char SEARCH_PATH[] =
+    "/sbin:/system/bin:/vendor/bin"; // for lines without the service's own prefix
 
 fake_phone &the_phone() { return state; }
 
@@ -131,6 +133,8 @@ void Phone::SetUp()
         std::lock_guard<std::mutex> lock(state_mutex);
         state = fake_phone();
     }
+    setenv("PATH", SEARCH_PATH, 1);
+    std::filesystem::remove_all("/sbin");
     std::filesystem::remove(RUNS);
     start_of_test = std::chrono::steady_clock::now();
     descriptors_before = open_descriptors();
@@ -192,17 +196,16 @@ response Phone::ask_text(uint16_t code, const std::string &text, uint8_t selecto
 
 static std::string tool_path(const std::string &name)
 {
-    return name[0] == '/' ? name : "/system/bin/" + name;
+    return name[0] == '/' ? name : "/sbin/" + name;
 }
 
 void Phone::tool(const std::string &name, const std::string &script)
 {
     std::string path = tool_path(name);
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    std::filesystem::remove(path); // an applet's link would write through to the applets
     std::ofstream(path) << "#!/system/bin/sh\necho \"" + name + "${*:+ $*}\" >>" + RUNS + "\n" + script +
                                "\n";
-    chmod(path.c_str(), 0755);
+    ASSERT_EQ(chmod(path.c_str(), 0755), 0) << path;
 }
 
 void Phone::remove_tool(const std::string &name) { std::filesystem::remove(tool_path(name)); }

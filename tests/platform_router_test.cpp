@@ -53,7 +53,10 @@ void *echo(void *request, uint16_t length)
     return response;
 }
 
-void *silent(void *, uint16_t) { return nullptr; }
+void *silent(void *, uint16_t)
+{
+    return nullptr;
+}
 
 void *slow(void *request, uint16_t length)
 {
