@@ -4,6 +4,7 @@
 #include "commands/battery.h"
 #include "commands/boot_power.h"
 #include "commands/connectivity.h"
+#include "commands/display_camera.h"
 #include "commands/security_keys.h"
 #include "commands/status_checks.h"
 #include "core/packet.h"
@@ -47,6 +48,31 @@ static const diagpkt_entry ENTRIES[] = {
     {0x2402, 0x2402, diag_cmd_chk_nfc_cplc},
     {0x2403, 0x2403, diag_cmd_chk_nfc_deid},
     {0x2600, 0x2600, diag_cmd_stop_wireless_test},
+    {0x3600, 0x3600, diag_cmd_control_camera_dsp_power},
+    {0x3601, 0x3601, diag_cmd_query_camera_dsp_state},
+    {0x3602, 0x3602, diag_cmd_get_camera_id},
+    {0x3800, 0x3800, diag_cmd_set_rgb_data},
+    {0x3801, 0x3801, diag_cmd_test_rgb_calibration},
+    {0x3802, 0x3802, diag_cmd_set_rgb_table},
+    {0x3803, 0x3803, diag_cmd_set_rgb_switch},
+    {0x3807, 0x3807, diag_cmd_set_rgb_data_new},
+    {0x3808, 0x3808, diag_cmd_test_rgb_calibration_new},
+    {0x3809, 0x3809, diag_cmd_set_rgb_table_new},
+    {0x3201, 0x3201, diag_cmd_set_lcd_data},
+    {0x3202, 0x3202, diag_cmd_set_lcd_picture},
+    {0x3203, 0x3203, diag_cmd_check_lcd_calibration},
+    {0x3204, 0x3204, diag_cmd_quit_picture_apk},
+    {0x3205, 0x3205, diag_cmd_dsp_power_up},
+    {0x3206, 0x3206, diag_cmd_dsp_power_down},
+    {0x3207, 0x3207, diag_cmd_dsp_effect_down},
+    {0x3208, 0x3208, diag_cmd_query_dsp_effect},
+    {0x3209, 0x3209, diag_cmd_set_lcd_maxbrightness},
+    {0x320A, 0x320A, diag_cmd_set_dsp_effect},
+    {0x320B, 0x320B, diag_cmd_get_lcd_id},
+    {0x320C, 0x320C, diag_cmd_get_display_status},
+    {0x320D, 0x320D, diag_cmd_get_color_mode},
+    {0x320E, 0x320E, diag_cmd_set_lcd_frequency},
+    {0x320F, 0x320F, diag_cmd_get_lcd_frequency},
     {0x5000, 0x5000, diag_cmd_check_sim_insert},
     {0xC800, 0xC800, diag_cmd_check_secure_boot},
     {0xC801, 0xC801, diag_cmd_set_rpmb_key_status},
