@@ -29,10 +29,7 @@ uint16_t fcs16(const uint8_t *bytes, size_t length);
 
 // The most bytes that encode() writes for a packet of `length` bytes: everything escaped, the FCS and the
 // flag.
-constexpr size_t encoded_max(size_t length)
-{
-    return 2 * (length + 2) + 1;
-}
+constexpr size_t encoded_max(size_t length) { return 2 * (length + 2) + 1; }
 
 // Writes the frame of `packet` to `frame`, which holds at least encoded_max(length) bytes and does not
 // overlap it. Returns the frame's size. The length is not judged, so that a test can build frames that the
