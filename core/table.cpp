@@ -5,6 +5,7 @@
 #include "commands/boot_power.h"
 #include "commands/connectivity.h"
 #include "commands/display_camera.h"
+#include "commands/identity_storage.h"
 #include "commands/security_keys.h"
 #include "commands/status_checks.h"
 #include "core/packet.h"
@@ -12,6 +13,14 @@
 
 // The order is part of the interface: it is not sorted by code.
 static const diagpkt_entry ENTRIES[] = {
+    {0x001E, 0x001E, diag_cmd_mac_addr_backup},
+    {0x0028, 0x0028, diag_cmd_write_bt_mac_addr},
+    {0x0029, 0x0029, diag_cmd_check_bt_mac_addr},
+    {0x0100, 0x0100, diag_cmd_check_ap_version},
+    {0x0101, 0x0101, diag_cmd_check_ap_version_ext},
+    {0x010B, 0x010B, diag_cmd_check_ed_res},
+    {0x0116, 0x0116, diag_cmd_get_cpu_sn},
+    {0x0117, 0x0117, diag_cmd_set_cpu_running_freq},
     {0x0128, 0x0128, diag_cmd_switch_boot_mode},
     {0x0129, 0x0129, diag_cmd_query_boot_mode},
     {0x012A, 0x012A, diag_cmd_fctest_power_suspend},
@@ -22,6 +31,15 @@ static const diagpkt_entry ENTRIES[] = {
     {0x013C, 0x013C, diag_cmd_check_diag_com_port},
     {0x013D, 0x013D, diag_cmd_board_component_detect_v2},
     {0x013E, 0x013E, diag_cmd_phone_component_detect_v2},
+    {0x013F, 0x013F, diag_cmd_check_adb_sn},
+    {0x0141, 0x0141, diag_cmd_read_board_id},
+    {0x0142, 0x0142, diag_cmd_get_cpu_id},
+    {0x0143, 0x0143, diag_cmd_get_cpu_info},
+    {0x0A00, 0x0A00, diag_cmd_check_ddr_size},
+    {0x0B00, 0x0B00, diag_cmd_check_flash_size},
+    {0x0B01, 0x0B01, diag_cmd_get_flash_fw_ver},
+    {0x0B0A, 0x0B0A, diag_cmd_check_misc_content},
+    {0x0B15, 0x0B15, diag_cmd_set_system_time},
     {0x0B1E, 0x0B1E, diag_cmd_check_extsd_insert},
     {0x0140, 0x0140, diag_cmd_stop_thermal_engine},
     {0x1300, 0x1300, diag_cmd_remove_file},
@@ -33,6 +51,10 @@ static const diagpkt_entry ENTRIES[] = {
     {0x0C0A, 0x0C0A, diag_cmd_set_charge_type},
     {0x0C0B, 0x0C0B, diag_cmd_get_charge_type},
     {0x0C0C, 0x0C0C, diag_cmd_get_voltage_minus},
+    {0x0F00, 0x0F00, diag_cmd_simulate_power_key},
+    {0x0F01, 0x0F01, diag_cmd_brighten_screen},
+    {0x0F02, 0x0F02, diag_cmd_get_screen_state},
+    {0x0B14, 0x0B14, diag_cmd_sys_screen_off_timeout},
     {0x1400, 0x1400, diag_cmd_get_qkey_prop},
     {0x1500, 0x1500, diag_cmd_judge_scratch_exsit},
     {0x1501, 0x1501, diag_cmd_check_fingerprint_data},
@@ -43,6 +65,10 @@ static const diagpkt_entry ENTRIES[] = {
     {0x2001, 0x2001, diag_cmd_open_wlan},
     {0x2003, 0x2003, diag_cmd_open_wlan_service},
     {0x2004, 0x2004, diag_cmd_close_wlan_service},
+    {0x2100, 0x2100, diag_cmd_check_ssd_size},
+    {0x2101, 0x2101, diag_cmd_check_ssd_present},
+    {0x2102, 0x2102, diag_cmd_get_ssd_fw_ver},
+    {0x2103, 0x2103, diag_cmd_get_ssd_encrypt},
     {0x2400, 0x2400, diag_cmd_close_nfc},
     {0x2401, 0x2401, diag_cmd_open_nfc},
     {0x2402, 0x2402, diag_cmd_chk_nfc_cplc},

@@ -1,0 +1,230 @@
+// How much the phone holds: memory, flash, solid-state disk.
+#include <stdlib.h>
+#include <string.h>
+
+#include "commands/identity_storage.h"
+#include "core/log.h"
+#include "core/packet.h"
+#include "core/shell.h"
+
+// Nominal sizes in GiB. The kernel reports a little less than the nominal size, so a count belongs to a size
+// from 1 MiB above the next smaller one to just below 1 MiB above itself. The first is a lower bound alone.
+static constexpr int MEMORY_SIZES[] = {1, 2, 3, 4, 6, 8, 10, 12, 14, 16};
+static constexpr int STORAGE_SIZES[] = {8, 16, 32, 64, 128, 256, 512, 1024};
+
+static constexpr uint32_t SIZE_UNKNOWN = UINT32_MAX;
+static constexpr uint32_t SIZE_BASE = 255; // of the two digits of a size; 255 on purpose
+
+static constexpr char MEMORY_TOTAL[] = "cat proc/meminfo | grep MemTotal:|sed -e 's/.*:[^0-9]//'";
+
+static constexpr char PARTITIONS[] = "cat proc/partitions";
+static constexpr int PARTITIONS_ATTEMPTS = 4;
+static constexpr const char *MAIN_BLOCKS[] = {"sda", "sdb", "sdc", "sdd", "sde", "sdf"};
+static constexpr char LAST_MAIN_BLOCK[] = "sdf";
+static constexpr char FLASH_TOOL[] = "ghr";
+static constexpr char FLASH_TOOL_KEY[] = "memTotal: ";
+
+static constexpr char SSD_SIZE[] = "cat /proc/partitions | grep nvme0n1 | tr -s ' ' | cut -f4 -d ' '";
+
+static constexpr int64_t size_bound(int gib) { return (gib * INT64_C(1024) + 1) * 1024; }
+static_assert(size_bound(1) == 0x100400 && size_bound(1024) == 0x40000400, "in KiB");
+
+// The nominal size of a count of KiB, or 0 when it lies below or above all of them.
+template <size_t COUNT> static int nominal_size(const int (&sizes)[COUNT], int64_t kib)
+{
+    for (size_t i = 1; i < COUNT; i++)
+        if (size_bound(sizes[i - 1]) <= kib && kib < size_bound(sizes[i]))
+            return sizes[i];
+    return 0;
+}
+
+// A size as two digits, the low one first. A digit 0 ends the counted length.
+static void *answer_size(uint8_t *response, uint32_t gib)
+{
+    char *data = response_data(response);
+    data[0] = static_cast<char>(gib % SIZE_BASE);
+    data[1] = static_cast<char>(gib / SIZE_BASE);
+    return answer_length(response, strlen(data));
+}
+
+static uint32_t diag_calculate_ddr_total_size()
+{
+    command_stream memory = run_line(MEMORY_TOTAL);
+    if (!memory) {
+        LOG("open:%s fail!\n", MEMORY_TOTAL);
+        return SIZE_UNKNOWN;
+    }
+    char line[LINE_SIZE];
+    read_line(memory.get(), line); // without a line it is empty, and the size 0
+    LOG("get temp_buf:%s\n", line);
+    int kib = atoi(line);
+    LOG("get ddr size:%ld\n", static_cast<long>(kib / 1024));
+    return static_cast<uint32_t>(nominal_size(MEMORY_SIZES, kib));
+}
+
+void *diag_cmd_check_ddr_size(void *request, uint16_t)
+{
+    LOG("Enter\n");
+    uint8_t *response = response_new(__func__, request, 0x0A00);
+    if (!response)
+        return nullptr;
+    uint32_t gib = diag_calculate_ddr_total_size();
+    if (gib == SIZE_UNKNOWN) {
+        LOG("Check ufs size failed\n");
+        return answer_error(response);
+    }
+    LOG("Check ufs size:%d\n", static_cast<int>(gib));
+    auto size = static_cast<uint8_t>(gib);
+    return answer_bytes(response, &size, size == 0 ? 0 : 1);
+}
+
+static bool end_of_scan = false; // the last main block was seen
+
+// 0 for a whole unit of the flash, not for its partitions.
+static int diag_vulable_check_partition(const char *name)
+{
+    LOG("current partition block is %s\n", name);
+    for (const char *block : MAIN_BLOCKS) {
+        if (strcmp(name, block) != 0)
+            continue;
+        if (strcmp(name, LAST_MAIN_BLOCK) == 0) {
+            LOG("Reach the end partition\n");
+            end_of_scan = true;
+        }
+        LOG("this is main partition block\n");
+        return 0;
+    }
+    return -1;
+}
+
+// A line of the partition list: major, minor, count of KiB and name between runs of blanks. False when it has
+// no name.
+static bool split_partition(char *line, int *kib, const char **name)
+{
+    int column = 0;
+    while (char *piece = strsep(&line, " ")) {
+        if (*piece == '\0')
+            continue;
+        piece[length_without_line_feed(piece)] = '\0';
+        if (column == 2)
+            *kib = atoi(piece);
+        if (column == 3) {
+            *name = piece;
+            return true;
+        }
+        column++;
+    }
+    return false;
+}
+
+static uint32_t diag_calculate_flash_total_size()
+{
+    command_stream partitions = run_line(PARTITIONS);
+    if (!partitions) {
+        LOG("flash size calculate failed\n");
+        return SIZE_UNKNOWN;
+    }
+    int64_t total = 0;
+    int gib = 0;
+    for (int attempt = 0; attempt < PARTITIONS_ATTEMPTS; attempt++) { // a read may come back short
+        char line[LINE_SIZE];
+        while (read_line(partitions.get(), line)) {
+            int kib = 0;
+            const char *name = nullptr;
+            if (!split_partition(line, &kib, &name) || diag_vulable_check_partition(name) != 0)
+                continue;
+            LOG("main partition, need append it's size\n");
+            total += kib;
+            LOG("current block name is:%s, size is %ld Byte\n", name, static_cast<long>(kib));
+            LOG("ufs_size_tmp=%ld, total_flash_blk=%ld\n", static_cast<long>(total),
+                static_cast<long>(total / 1024));
+            if (int size = nominal_size(STORAGE_SIZES, total)) {
+                gib = size;
+                LOG("flash_size:%dGiB\n", gib);
+            }
+            if (end_of_scan) {
+                LOG("parsed end main block, total_flash_size=%d\n", gib);
+                end_of_scan = false;
+                return static_cast<uint32_t>(gib);
+            }
+        }
+        LOG("fgets response stream failed, fgets_retry_count=%d\n", attempt);
+    }
+    LOG("flash size calculate failed\n");
+    return SIZE_UNKNOWN;
+}
+
+// The size that the phone's own tool tells, or 0.
+static int diag_get_main_flash_size_by_ghr()
+{
+    command_stream tool = run_command(FLASH_TOOL);
+    if (!tool) {
+        LOG("execute cmd %s failed\n", FLASH_TOOL);
+        return 0;
+    }
+    char line[LINE_SIZE];
+    while (read_line(tool.get(), line)) {
+        const char *found = strstr(line, FLASH_TOOL_KEY);
+        if (!found)
+            continue;
+        LOG("flash size info: %s\n", line);
+        int gib = atoi(found + strlen(FLASH_TOOL_KEY));
+        LOG("flash_size=%d\n", gib);
+        return gib;
+    }
+    return 0;
+}
+
+void *diag_cmd_check_flash_size(void *request, uint16_t)
+{
+    LOG("Enter\n");
+    uint8_t *response = response_new(__func__, request, 0x0B00);
+    if (!response)
+        return nullptr;
+    uint32_t gib = diag_calculate_flash_total_size();
+    if (gib == SIZE_UNKNOWN) {
+        int told = diag_get_main_flash_size_by_ghr();
+        if (told < 1) {
+            LOG("Check ufs size failed\n");
+            return answer_error(response);
+        }
+        gib = static_cast<uint32_t>(told);
+    }
+    LOG("Check ufs size:%d\n", static_cast<int>(gib));
+    return answer_size(response, gib);
+}
+
+// The disk's nominal size in GiB, or 0 when there is no disk or its size is none of them.
+static int diag_get_ssd_total_size()
+{
+    command_stream partitions = run_line(SSD_SIZE);
+    if (!partitions)
+        return 0;
+    char line[LINE_SIZE]; // of the whole disk; its partitions follow
+    if (!read_line(partitions.get(), line)) {
+        LOG("fgets ssd size failed!\n");
+        return 0;
+    }
+    int kib = atoi(line);
+    LOG("This is ssd partition, partition size is %d byte\n", kib);
+    LOG("total_ssd_sizeKb=%ld\n", static_cast<long>(kib / 1024));
+    int gib = nominal_size(STORAGE_SIZES, kib);
+    if (gib > 0)
+        LOG("ssd_size:%dGiB\n", gib);
+    return gib;
+}
+
+void *diag_cmd_check_ssd_size(void *request, uint16_t)
+{
+    LOG("Enter\n");
+    uint8_t *response = response_new(__func__, request, 0x2100);
+    if (!response)
+        return nullptr;
+    int gib = diag_get_ssd_total_size();
+    if (gib == 0) {
+        LOG("Check ssd size failed\n");
+        return answer_error(response);
+    }
+    LOG(" Check ssd size success, size(%dG)\n", gib);
+    return answer_size(response, static_cast<uint32_t>(gib));
+}
