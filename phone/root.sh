@@ -24,12 +24,14 @@ bwrap=()
 
 bind_ro() { bwrap+=(--ro-bind "$1" "$1"); }
 
-# Binds the dynamic loader and the libraries of the phone's shell and applets, and of the programs given, at the places
-# where the workstation has them. libgcc_s is there for pthread_exit, which loads it at run time.
+# phone_libraries [PROGRAM]...: binds the dynamic loader and the libraries of the phone's shell and applets, and of the
+# programs, at the places where the workstation has them; not those of a build, which are beside their program.
+# libgcc_s is there for pthread_exit, which loads it at run time.
 phone_libraries() {
     local library
     for library in $(ldd "$(command -v mksh)" "$(command -v toybox)" "$@" 2>/dev/null |
         sed -nE 's/^\t(.* => )?(\/[^ ]+) \(0x[0-9a-f]+\)$/\2/p' | sort -u); do
+        [[ $library != */bin/../lib/* ]] || continue
         bwrap+=(--ro-bind "$library" "$library")
         [[ $library != */libc.so.6 ]] || bwrap+=(--ro-bind-try "${library%/*}/libgcc_s.so.1" "${library%/*}/libgcc_s.so.1")
     done
