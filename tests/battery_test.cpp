@@ -17,8 +17,6 @@ class Battery : public Phone
     {
         fs::remove_all("/sys/class");
         fs::remove_all("/sys/devices");
-        fs::remove_all("/tmp/tools");
-        setenv("PATH", "/tmp/tools:/system/bin:/vendor/bin", 1); // before the phone's own ps and grep
         for (const char *folder : {"battery", "usb", "cv-batt-controller"})
             fs::create_directories(std::string("/sys/class/power_supply/") + folder);
         Phone::SetUp();
@@ -173,7 +171,7 @@ TEST_F(Battery, ThermalEngineStops)
     tool("/vendor/bin/thermal_factory", "exit 3");
     for (const auto &c : cases) {
         SCOPED_TRACE(c.processes + " " + c.cooling);
-        tool("/tmp/tools/ps", c.processes);
+        tool("ps", c.processes);
         fs::remove("/tmp/runs");
         fs::remove_all("/sys/devices");
         if (c.cooling[0] == '/') {
@@ -184,7 +182,7 @@ TEST_F(Battery, ThermalEngineStops)
         }
         EXPECT_EQ(ask(0x0140).text, c.answer);
         EXPECT_TRUE(logged("[diag_cmd_stop_thermal_engine]:" + c.log));
-        std::vector<std::string> expected = {"setprop ctl.stop thermal-engine", "/tmp/tools/ps -A"};
+        std::vector<std::string> expected = {"setprop ctl.stop thermal-engine", "ps -A"};
         if (c.factory_tool)
             expected.push_back("/vendor/bin/thermal_factory");
         EXPECT_EQ(runs(), expected);
@@ -196,7 +194,7 @@ TEST_F(Battery, OnlyTheLastLineOfTheProcessListCounts)
     node(COOLING, "3");
     tool("setprop", "");
     tool("/vendor/bin/thermal_factory", "");
-    tool("/tmp/tools/grep", "echo thermal-engine; echo something else");
+    tool("grep", "echo thermal-engine; echo something else");
     EXPECT_EQ(ask(0x0140).text, "OK");
     EXPECT_EQ(content(COOLING), "0");
 }

@@ -99,7 +99,7 @@ TEST_F(SecurityKeys, SecureBootByFuse)
         {"echo '00780350: 00303030' >&2; exit 1", "OK", 2}, // both outputs count, the status does not
     };
     for (const auto &row : rows) {
-        tool("r", row.script);
+        tool("/system/bin/r", row.script);
         EXPECT_EQ(ask(0xC800).text, row.answer) << row.script;
         EXPECT_FALSE(exists("/data/secure_boot")) << row.script;
         EXPECT_EQ(times_logged("[diag_cmd_check_secure_boot]:/data/secure_boot compare fail.cmp_rst=-1\n"),
@@ -107,12 +107,12 @@ TEST_F(SecurityKeys, SecureBootByFuse)
     }
     EXPECT_TRUE(logged("[diag_cmd_check_secure_boot]:Read secure_boot content:00780350: 00303030..18!\n"));
     EXPECT_TRUE(logged("[diag_cmd_check_secure_boot]:00780350: 00303030,device has secure boot succ!!\n"));
-    EXPECT_EQ(runs().back(), "r 0x00780350");
+    EXPECT_EQ(runs().back(), "/system/bin/r 0x00780350");
 }
 
 TEST_F(SecurityKeys, SecureBootByFuseNeedsItsCleanUp)
 {
-    tool("r", "echo '00780350: 00303030'");
+    tool("/system/bin/r", "echo '00780350: 00303030'");
     failing_popen = 2;
     EXPECT_EQ(ask(0xC800).text, "ERROR");
     EXPECT_TRUE(exists("/data/secure_boot"));
