@@ -168,7 +168,7 @@ TEST_F(SecurityKeys, LockStateIsTheProperty)
     EXPECT_TRUE(logged("[diag_cmd_check_lock_state]:property_get len=-1, get error!\n"));
 }
 
-static constexpr char OEMCRYPTO[] = "oemcrypto_test";
+static constexpr char OEMCRYPTO[] = "/system/bin/oemcrypto_test";
 
 TEST_F(SecurityKeys, KeyboxIsStoredAndTheDeviceIdComesBack)
 {
@@ -196,7 +196,7 @@ TEST_F(SecurityKeys, KeyboxIsStoredAndTheDeviceIdComesBack)
     }
     EXPECT_EQ(runs()[0], "StoreKeybox /data/keybox.bin");
     EXPECT_EQ(runs()[1],
-              "oemcrypto_test "
+              "/system/bin/oemcrypto_test "
               "--gtest_filter=OEMCryptoClientTest.VersionNumber:OEMCryptoClientTest.NormalGetDeviceId");
     EXPECT_TRUE(logged("[diag_cmd_set_query_widevine]:system oemcrypto_test len:12,data:dev_id = ABC\n"));
 }
