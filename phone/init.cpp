@@ -1,16 +1,17 @@
 // The first process of the virtual phone: init [REASON].
 //
 // Boots: chooses the mode from the misc partition, makes the volatile tree, sets the properties, runs the
-// boot hooks, starts the services and says when the port answers. Then keeps the services alive and acts on
-// ctl.start, ctl.stop and sys.powerctl until the phone goes down. REASON is how the last boot ended
-// ("reboot,recovery"); how this one ends, and what it has come to, goes to the launcher as lines on
-// descriptor 3.
+// boot hooks, starts the services and says when the port answers. Then keeps the services alive, lets the
+// drivers see what is written to their nodes, and acts on ctl.start, ctl.stop and sys.powerctl until the
+// phone goes down. REASON is how the last boot ended ("reboot,recovery"); how this one ends, and what it has
+// come to, goes to the launcher as lines on descriptor 3.
 #include "cutils.h"
 #include "frame.h"
 #include "log.h"
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/inotify.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -26,6 +27,8 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -39,6 +42,7 @@ constexpr char IMAGE[] = "/.phone/root"; // what the volatile tree and a new /da
 constexpr char TOOLS[] = "/.phone/tools";
 constexpr char BOOT_PROPERTIES[] = "/.phone/properties";
 constexpr char BOOT_HOOKS[] = "/.phone/boot.d";
+constexpr char DRIVERS[] = "/.phone/drivers";
 constexpr char MISC[] = "/mnt/partitions/misc";
 constexpr char PERSISTENT_PROPERTIES[] = "/data/property";
 constexpr char CONTROL_FIFO[] = "/dev/socket/init";
@@ -399,6 +403,59 @@ void run_hooks()
     }
 }
 
+// ---- drivers ----
+
+// A node is a plain file. What a driver does when one is written stands in the file at the node's path in
+// DRIVERS: lines of a value, a node beside it, and the text that this one gets when the value is written.
+// Folders are watched, so that a node that is made anew is still seen.
+std::map<int, fs::path> watch_nodes(int notifications)
+{
+    std::map<int, fs::path> folders; // by their watch
+    for (const auto &driver : fs::recursive_directory_iterator(DRIVERS)) {
+        if (!driver.is_directory())
+            continue;
+        const fs::path folder = "/" / fs::relative(driver, DRIVERS);
+        const int watch = inotify_add_watch(notifications, folder.c_str(), IN_CLOSE_WRITE);
+        if (watch >= 0)
+            folders[watch] = folder;
+    }
+    return folders;
+}
+
+void drive(const fs::path &folder, const std::string &name)
+{
+    std::ifstream driver(DRIVERS + (folder / name).string());
+    std::string written;
+    std::ifstream(folder / name) >> written;
+    for (std::string line; std::getline(driver, line);) {
+        std::istringstream words(line);
+        std::string value, node, text;
+        words >> value >> node >> std::ws;
+        std::getline(words, text);
+        if (value != written)
+            continue;
+        const fs::path target = folder / node, next = target.string() + ".next";
+        std::ofstream(next) << text << '\n';
+        std::error_code gone; // with the component that it belongs to
+        fs::rename(next, target, gone);
+    }
+}
+
+void run_drivers(int notifications, const std::map<int, fs::path> &folders)
+{
+    alignas(inotify_event) char events[4096];
+    for (ssize_t count; (count = read(notifications, events, sizeof events)) > 0;) {
+        for (ssize_t at = 0; at < count;) {
+            inotify_event event;
+            memcpy(&event, events + at, sizeof event);
+            const auto folder = folders.find(event.wd);
+            if (folder != folders.end() && event.len > 0)
+                drive(folder->second, events + at + sizeof event);
+            at += static_cast<ssize_t>(sizeof event + event.len);
+        }
+    }
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -423,6 +480,8 @@ int main(int argc, char **argv)
     make_tree();
     set_properties(mode, reason);
     run_hooks();
+    const int notifications = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    const auto watched = watch_nodes(notifications);
     for (const char *folder : SERVICE_FILES)
         if (fs::is_directory(folder))
             for (const auto &entry : fs::directory_iterator(folder))
@@ -433,12 +492,13 @@ int main(int argc, char **argv)
 
     std::string requests;
     for (;;) {
-        pollfd events[] = {{signals, POLLIN, 0}, {control, POLLIN, 0}};
-        poll(events, 2, start_due());
+        pollfd events[] = {{signals, POLLIN, 0}, {control, POLLIN, 0}, {notifications, POLLIN, 0}};
+        poll(events, 3, start_due());
         signalfd_siginfo signal;
         while (read(signals, &signal, sizeof signal) > 0)
             ;
         reap();
+        run_drivers(notifications, watched);
         char bytes[512];
         for (ssize_t count; (count = read(control, bytes, sizeof bytes)) > 0;)
             requests.append(bytes, static_cast<size_t>(count));
