@@ -104,7 +104,7 @@ static int rmmod(int)
         LOG("send svc wifi disable fail\n");
         return -1;
     }
-    wifi.release(); // never waited for: the line goes on while Wi-Fi winds down
+    (void)wifi.release(); // never waited for: the line goes on while Wi-Fi winds down
     if (!run_line_and_wait(UNLOAD_WLAN)) {
         LOG("send rmmod waln fail\n");
         return -1;

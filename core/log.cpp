@@ -43,7 +43,7 @@ void diag_log(const char *function, const char *format, ...)
     if (length >= sizeof usual) {
         char *whole = static_cast<char *>(malloc(length + 1));
         if (whole) {
-            memcpy(whole, usual, prefix);
+            snprintf(whole, length + 1, "[%s]:", function);
             vsnprintf(whole + prefix, length + 1 - prefix, format, again);
             line = whole;
         } else {

@@ -55,7 +55,8 @@ static int64_t now_ms()
 // Signals are logged meanwhile and never cut it short.
 static void pause_seconds(int seconds)
 {
-    int64_t end = now_ms() + seconds * 1000 + 1; // the clock's fraction of a millisecond must not shorten it
+    int64_t end =
+        now_ms() + seconds * INT64_C(1000) + 1; // the clock's fraction of a millisecond must not shorten it
     for (int64_t left = end - now_ms(); left > 0; left = end - now_ms()) {
         pollfd wake = {wake_pipe[0], POLLIN, 0};
         poll(&wake, 1, static_cast<int>(left));
