@@ -247,6 +247,7 @@ pid_t spawn(const std::vector<std::string> &command)
     const std::string id = std::to_string(getpid());
     (void)!symlink(("/.proc/" + id).c_str(), ("/proc/" + id).c_str());
     std::vector<char *> arguments;
+    arguments.reserve(command.size() + 1);
     for (const auto &word : command)
         arguments.push_back(const_cast<char *>(word.c_str()));
     arguments.push_back(nullptr);
