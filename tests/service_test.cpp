@@ -1,0 +1,165 @@
+// The service as a process: its start, its ends, and what a signal may not disturb.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "frame.h"
+
+using seconds = std::chrono::duration<double>;
+
+// A running service, its port and its standard output.
+struct service {
+    pid_t pid = -1;
+    int out = -1;
+    std::string path; // of its port
+    std::string text;
+    std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+
+    explicit service(const std::string &port_path, const char *library_path = nullptr) : path(port_path)
+    {
+        int pipe_ends[2];
+        EXPECT_EQ(pipe2(pipe_ends, O_CLOEXEC), 0);
+        pid = fork();
+        if (pid == 0) {
+            dup2(pipe_ends[1], STDOUT_FILENO);
+            setenv("DIAG_PORT", path.c_str(), 1);
+            if (library_path)
+                setenv("LD_LIBRARY_PATH", library_path, 1);
+            execl(DIAG_SERVICE, DIAG_SERVICE, nullptr);
+            _exit(127);
+        }
+        close(pipe_ends[1]);
+        out = pipe_ends[0];
+    }
+    ~service()
+    {
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+        close(out);
+    }
+    double age() const { return seconds(std::chrono::steady_clock::now() - start).count(); }
+
+    // Reads on until the output holds `line`, for a second at most.
+    bool says(const std::string &line)
+    {
+        double until = age() + 1;
+        while (text.find(line) == std::string::npos) {
+            pollfd ready = {out, POLLIN, 0};
+            if (age() > until || poll(&ready, 1, 100) < 0)
+                return false;
+            char bytes[4096];
+            ssize_t count = ready.revents ? read(out, bytes, sizeof bytes) : 0;
+            if (count > 0)
+                text.append(bytes, static_cast<size_t>(count));
+        }
+        return true;
+    }
+    // Waits for the end, for 10 s at most; the exit status, or -1.
+    int ends()
+    {
+        for (char bytes[4096]; age() < 20;) {
+            pollfd ready = {out, POLLIN, 0};
+            poll(&ready, 1, 10);
+            ssize_t count = ready.revents ? read(out, bytes, sizeof bytes) : 1;
+            if (count == 0)
+                break;
+            if (ready.revents)
+                text.append(bytes, static_cast<size_t>(count));
+        }
+        int status = 0;
+        waitpid(pid, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    int count(const std::string &line) const
+    {
+        int found = 0;
+        for (size_t at = text.find(line); at != std::string::npos; at = text.find(line, at + 1))
+            found++;
+        return found;
+    }
+    // Whether the port echoes.
+    bool echoes() const
+    {
+        int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        const uint8_t request[] = {75, 250, 0x3C, 0x01, 7};
+        uint8_t frame[64];
+        size_t size = port::encode(request, sizeof request, frame);
+        uint8_t answer[64] = {};
+        bool same = connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0 &&
+                    write(fd, frame, size) == static_cast<ssize_t>(size) &&
+                    read(fd, answer, sizeof answer) == static_cast<ssize_t>(size) &&
+                    std::equal(frame, frame + size, answer);
+        close(fd);
+        return same;
+    }
+};
+
+static const std::string SIGNAL_LINE = "[diag_set_deinit_lsm_handler]:diag_running_flag = 0!\n";
+static const std::string END_LINE = "[main]:Diag_LSM_DeInit\n";
+
+TEST(Service, EndsAtOnceWithoutARouter)
+{
+    service s("/no/such/folder/port");
+    EXPECT_EQ(s.ends(), 255);
+    EXPECT_LT(s.age(), 1);
+    EXPECT_EQ(s.text, "[main]:Diag service Begin!\n[main]:Diag service Init failed\n");
+}
+
+TEST(Service, StopsOnEachSignalButNeverEarly)
+{
+    const int signals[] = {SIGTERM, SIGHUP, SIGINT};
+    std::vector<std::unique_ptr<service>> early;
+    for (int i = 0; i < 3; i++)
+        early.push_back(std::make_unique<service>("/tmp/early" + std::to_string(i)));
+    service late("/tmp/late");
+    for (auto &s : early)
+        ASSERT_TRUE(s->says("[diag_sigaction_handle]:Enter!\n"));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    for (int i = 0; i < 3; i++) {
+        kill(early[i]->pid, signals[i]);
+        EXPECT_TRUE(early[i]->says(SIGNAL_LINE)) << "told when it comes, not when it is acted upon";
+        EXPECT_TRUE(early[i]->echoes());
+    }
+    early[0]->text.clear();
+    kill(early[0]->pid, SIGTERM);
+    EXPECT_TRUE(early[0]->says(SIGNAL_LINE)) << "each signal is told";
+    for (auto &s : early) {
+        EXPECT_EQ(s->ends(), 0);
+        EXPECT_TRUE(s->age() > 6 && s->age() < 7.5) << s->age();
+        EXPECT_EQ(s->count(SIGNAL_LINE), 1);
+        EXPECT_EQ(s->count(END_LINE), 1);
+        EXPECT_EQ(access(s->path.c_str(), F_OK), -1) << "the port is gone with it";
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    double sent = late.age();
+    kill(late.pid, SIGTERM);
+    EXPECT_EQ(late.ends(), 0);
+    EXPECT_LT(late.age() - sent, 1.5);
+}
+
+TEST(Service, SignalInTheMidstOfALogLineDoesNotLockUp)
+{
+    service s("/tmp/locked", LOCKING_LOG_FOLDER);
+    ASSERT_TRUE(s.says("[diag_sigaction_handle]:Enter!\n"));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_TRUE(s.echoes());
+    EXPECT_TRUE(s.says(SIGNAL_LINE));
+    EXPECT_TRUE(s.echoes());
+    EXPECT_EQ(s.ends(), 0);
+}
