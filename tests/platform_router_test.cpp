@@ -53,10 +53,7 @@ void *echo(void *request, uint16_t length)
     return response;
 }
 
-void *silent(void *, uint16_t)
-{
-    return nullptr;
-}
+void *silent(void *, uint16_t) { return nullptr; }
 
 void *slow(void *request, uint16_t length)
 {

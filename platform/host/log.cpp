@@ -29,10 +29,7 @@ constexpr char PRIORITIES[] = "??VDIWEF";
 
 std::atomic<int> log_fd{-1}; // opened once; a new log takes its number over
 
-int open_log()
-{
-    return open(LOG_PATH, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-}
+int open_log() { return open(LOG_PATH, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644); }
 
 int cached_log()
 {
@@ -121,6 +118,9 @@ extern "C" EXPORT int __android_log_print(int priority, const char *tag, const c
         errno = saved_errno;
         return -reason;
     }
+    // Also true of the old log that another process has renamed: its size tells without a look at the name.
+    if (lseek(fd, 0, SEEK_END) > LOG_SIZE_MAX)
+        rotate(fd);
 
     char head[TAG_MAX + 64];
     size_t head_length = static_cast<size_t>(prefix(head, sizeof head, priority, tag));

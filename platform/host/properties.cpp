@@ -25,15 +25,9 @@ constexpr size_t NAME_LENGTH_MAX = 255; // of a file
 // one.
 constexpr size_t READ_ONLY_LENGTH_MAX = 4095;
 
-bool starts_with(const char *text, const char *start)
-{
-    return strncmp(text, start, strlen(start)) == 0;
-}
+bool starts_with(const char *text, const char *start) { return strncmp(text, start, strlen(start)) == 0; }
 
-bool is_read_only(const char *name)
-{
-    return starts_with(name, "ro.");
-}
+bool is_read_only(const char *name) { return starts_with(name, "ro."); }
 
 bool valid_name(const char *name)
 {

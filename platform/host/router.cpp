@@ -123,21 +123,12 @@ void wake()
 
 // ---- Stations
 
-size_t pending(const station *s)
-{
-    return s->output_end - s->output_begin;
-}
+size_t pending(const station *s) { return s->output_end - s->output_begin; }
 
-bool full(const station *s)
-{
-    return pending(s) >= OUTPUT_MAX;
-}
+bool full(const station *s) { return pending(s) >= OUTPUT_MAX; }
 
 // Its answers stand in the way: of its own next request, or of its end.
-bool must_read(const station *s)
-{
-    return full(s) || (s->ended && pending(s) > 0);
-}
+bool must_read(const station *s) { return full(s) || (s->ended && pending(s) > 0); }
 
 void start_clock(station *s)
 {

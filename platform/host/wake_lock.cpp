@@ -78,7 +78,4 @@ extern "C" EXPORT int acquire_wake_lock(int level, const char *name)
     return update(name, true);
 }
 
-extern "C" EXPORT int release_wake_lock(const char *name)
-{
-    return update(name, false);
-}
+extern "C" EXPORT int release_wake_lock(const char *name) { return update(name, false); }
