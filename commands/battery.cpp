@@ -205,7 +205,7 @@ static bool read_voltage(const char *path, int32_t &voltage)
         return false;
     if (size_t length = strlen(text))
         text[length - 1] = '\0';
-    voltage = atoi(text);
+    voltage = static_cast<int32_t>(strtol(text, nullptr, 10)); // as atoi, and beyond its bounds too
     return true;
 }
 
