@@ -341,5 +341,6 @@ void *diag_cmd_check_sim_insert(void *request, uint16_t)
     if (length > SIM_STATE_LIMIT)
         LOG("property len abnormal len=%d\n", length);
     LOG("sim insert status:%s\n", state);
-    return answer_bytes(response, state, static_cast<size_t>(length), SIM_STATE_LIMIT);
+    answer_bytes(response, state, static_cast<size_t>(length));
+    return answer_length(response, static_cast<size_t>(length > SIM_STATE_LIMIT ? SIM_STATE_LIMIT : length));
 }
