@@ -7,7 +7,8 @@ namespace
 {
 
 const char pair_fields[] =
-    "text; at most 256 bytes together, each half at most 255; a '+' inside a half cannot be sent";
+    "text; both halves and the '+' at most 256 bytes, each half at most 255; a '+' inside a half "
+    "cannot be sent; without a '+' the second half is empty";
 
 Command command(uint16_t code, const char *name, const char *handler)
 {

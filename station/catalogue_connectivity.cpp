@@ -48,6 +48,7 @@ std::vector<Command> connectivity_commands()
             .leaves("Each step done stays done: after \"ERROR\" Wi-Fi is off and the driver may be out. A "
                     "stream of the Wi-Fi "
                     "tool stays open in the service each time.")
+            .repeatable()
             .lasts("0.2 s and more"),
         Command(0x2001, "open-wlan", "diag_cmd_open_wlan")
             .does("Loads the WLAN driver in factory test mode, unless it is loaded, and checks the mode it "

@@ -29,6 +29,7 @@ Command table_writer(uint16_t code, const char *name, const char *handler, const
                    .optional())
         .takes(Parameter("--file PATH", "a text file of the numbers; '#' begins a comment").optional())
         .encoded(curve_records(records))
+        .field("5-6", "u16", "not looked at; this client sends the records' size")
         .field(range, "records", curve_fields)
         .ok("all tables are written")
         .error("the old file could not be removed, or the new one not be opened or written")
@@ -234,11 +235,11 @@ std::vector<Command> display_camera_commands()
             .repeatable(),
         Command(0x320C, "display-status", "diag_cmd_get_display_status")
             .does("Reads the display processor's error counts.")
-            .ok("no errors: the last count that mattered was 0")
+            .ok("no errors, or none behind the last line that counts none")
             .error("the node cannot be opened")
             .empty(false, "the node is empty")
             .bad_value("the counts",
-                       "the counts of the lines behind the last line without errors, run together")
+                       "the counts above 0, run together; behind \"OK\" when a line before them counts none")
             .leaves("Nothing.")
             .repeatable(),
         Command(0x320D, "color-mode", "diag_cmd_get_color_mode")

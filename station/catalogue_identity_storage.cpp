@@ -83,7 +83,8 @@ std::vector<Command> identity_storage_commands()
             .field("7..", "-", "a frequency field that is not looked at")
             .ok("both nodes were written")
             .error("a node cannot be opened")
-            .leaves("The ceilings of cpu0 and cpu2; when cpu2 fails, that of cpu0 is already written."),
+            .leaves("The ceilings of cpu0 and cpu2; when cpu2 fails, that of cpu0 is already written.")
+            .repeatable(),
         Command(0x013F, "usb-serial", "diag_cmd_check_adb_sn")
             .does("Reads the serial number that the phone shows on USB.")
             .error("the node cannot be read")

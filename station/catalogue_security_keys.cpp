@@ -30,6 +30,7 @@ std::vector<Command> security_key_commands()
             .error(
                 "it is not: the client told something else or could not be started, or provisioning failed")
             .leaves("A key once provisioned stays for ever.")
+            .repeatable()
             .lasts("up to three runs of the secure world's client, seconds"),
         Command(0xC802, "lock-state", "diag_cmd_check_lock_state")
             .does("Reads the boot loader's lock state, the property \"ro.secureboot.lockstate\".")

@@ -49,8 +49,6 @@ Client::Client(Settings settings) : settings_(std::move(settings)) {}
 
 Client::~Client() = default;
 
-void Client::disconnect() { port_.reset(); }
-
 // A patient connect waits for a service that is being started again.
 void Client::connect(bool patient, Deadline deadline)
 {
@@ -69,6 +67,7 @@ void Client::connect(bool patient, Deadline deadline)
         try {
             port_ = std::make_unique<Port>(settings_.port, deadline);
             decoder_ = std::make_unique<port::decoder>();
+            connections_++;
             return;
         } catch (const PortError &) {
             if (!patient || Clock::now() + RECONNECT_PAUSE >= deadline)

@@ -45,14 +45,16 @@ class Client
     // A request that is not repeatable is sent at most once, whatever `retries` says.
     Exchange ask(const Bytes &request, bool repeatable);
 
-    void disconnect();
     Settings &settings() { return settings_; }
+    // Grows when a lost connection was made anew.
+    int connections() const { return connections_; }
 
   private:
     void connect(bool patient, Deadline deadline);
     bool attempt(const Bytes &request, bool patient, Exchange &exchange);
 
     Settings settings_;
+    int connections_ = 0;
     std::unique_ptr<Port> port_;
     std::unique_ptr<port::decoder> decoder_;
 };

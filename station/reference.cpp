@@ -1,5 +1,12 @@
 #include "reference.h"
 
+#include "encode.h"
+#include "frame.h"
+#include "run.h"
+
+#include <algorithm>
+#include <sstream>
+
 namespace station
 {
 namespace
@@ -36,14 +43,13 @@ request.
 Numbers are unsigned and sent low byte first unless a command says otherwise. A response has the fixed size that its
 command names, whatever its length field says; what lies behind the counted bytes is not part of the answer.
 
-**Texts** in requests end with a zero byte inside the packet. The length counts the text without that byte, and this client
-sends them so; where a command takes a text only, counting the zero byte as well does no harm. A **pair of texts** is sent
-as one text with a `+` between them, so neither may hold a `+`. Each half has at most 255 bytes, both together with the `+`
-at most 256.
+A command that takes nothing gets selector 0 and length 0; what else is sent is ignored.
 
-As an example, `get-prop ro.build.id` is the packet
+**Texts** in requests end with a zero byte inside the packet. The length counts the text without that byte: some commands
+write or copy as many bytes as are counted. A **pair of texts** is sent as one text with a `+` between them, so neither may
+hold a `+`. Each half has at most 255 bytes; both together with the `+`, except where a command says otherwise, 256.
 
-    4b fa 02 e6 00 0b 00 72 6f 2e 62 75 69 6c 64 2e 69 64 00
+@EXAMPLE@
 
 ## Answers
 
@@ -61,14 +67,66 @@ a failure.
 
 ## The client
 
-    station [--port PORT] [--timeout SECONDS] [--retries NUMBER] [--json] NAME ARGUMENT...
+    station [--port PORT] [--timeout SECONDS] [--retries NUMBER] [--json | --plain | --raw-hex] NAME ARGUMENT...
 
-It ends with 0 for a success, 1 for `ERROR` or another answer marked *failure* below, 2 when no answer came, 3 when the router
-refused the code and 64 when the command line is wrong. `--retries` repeats a request that got no answer, over a new
-connection, only where it is marked *safe to repeat*: a lost answer does not tell whether the command was carried out.
-`station send CODE` sends anything else: `--text`, `--hex`, `--file`, `--byte4`.
+`PORT` is the path of a Unix stream socket, a serial device or `tcp:HOST:PORT`; without the option it is `$STATION_PORT`, or
+the virtual phone's `build/phone/phone0/port`. A word that stands for a byte (`boot-mode ffbm`) may be given as a number too
+(`boot-mode 1`). Arguments that begin with `-` go behind `--`. `station send CODE` sends anything else: `--text`, `--hex`,
+`--file`, `--byte4`, `--length`, `--body`.
+
+| Exit status | Meaning |
+|---|---|
+| 0 | an answer marked *success* below |
+| 1 | `ERROR` or another answer marked *failure* below |
+| 2 | no answer in time, or the connection was lost or never made |
+| 3 | the router refused the code |
+| 64 | the command line is wrong; nothing was sent |
+
+A lost answer does not tell whether the command was carried out. So `--retries` repeats a request that got no answer, over
+a new connection, only where it is marked *safe to repeat*: carrying it out twice comes to the same as once. Connecting is
+repeated for every request, as long as nothing was sent.
+
+`station run FILE` sends a script's requests and ends with 0 when all came out as expected, with 1 otherwise. @RUN@
+
+With `--json` a request prints an object: `code`, `name`, `request`, `status` (success, failure, no answer, refused),
+`milliseconds`, `attempts`, `skipped` (broken frames and answers that came too late), and for an answer `byte4`, `length`,
+`text`, `hex` (the data), `meaning`, `decoded` (sizes, addresses, missing components) and `response_size`; otherwise
+`problem`. A script prints `lines`, an array of these with `line` and `as_expected`, and `requests`, `unexpected`,
+`left_out` and `seconds`.
 
 )";
+
+std::string spaced_hex(const Bytes &bytes)
+{
+    std::string text;
+    for (uint8_t byte : bytes)
+        text += (text.empty() ? "" : " ") + to_hex({byte});
+    return text;
+}
+
+std::string example()
+{
+    Bytes packet = empty_request(0xE602);
+    put_text(packet, "ro.build.id");
+    Bytes frame(port::encoded_max(packet.size()));
+    frame.resize(port::encode(packet.data(), packet.size(), frame.data()));
+    return "As an example, `get-prop ro.build.id` is the packet\n\n    " + spaced_hex(packet) +
+           "\n\nand the frame\n\n    " + spaced_hex(frame);
+}
+
+std::string script_syntax()
+{
+    std::istringstream lines(run_help);
+    std::string text;
+    for (std::string line; std::getline(lines, line);)
+        text += text.empty() ? line + "\n" : line.empty() ? "\n" : "  " + line + "\n";
+    return text;
+}
+
+void fill_in(std::string &text, const std::string &mark, const std::string &content)
+{
+    text.replace(text.find(mark), mark.size(), content);
+}
 
 std::string cell(std::string text)
 {
@@ -183,6 +241,8 @@ std::string command_page(const Command &command, uint16_t code)
 std::string reference_markdown()
 {
     std::string text = introduction;
+    fill_in(text, "@EXAMPLE@", example());
+    fill_in(text, "@RUN@\n", script_syntax());
     text += "## All commands\n\nIn the order of the service's table.\n\n| Code | Name | Family "
             "|\n|---|---|---|\n";
     for (const Command &command : catalogue()) {

@@ -36,7 +36,6 @@ namespace
 using Json = nlohmann::ordered_json;
 
 constexpr uint16_t PORT_CHECK = 0x013C;
-constexpr double GOING_DOWN_LIMIT = 10; // seconds until a phone that was told to restart must be gone
 constexpr double POLL_TIMEOUT = 1;
 constexpr auto POLL_PAUSE = std::chrono::milliseconds(100);
 
@@ -142,14 +141,21 @@ bool answers_port_check(Client &client, double timeout)
     return client.ask(packet, true).outcome == Outcome::answer;
 }
 
-// Polls until the port answers, or no longer does; false when the time is up.
-bool poll_port(Client &client, bool until_it_answers, Deadline deadline)
+// A phone that restarts fast may never be seen silent, but it loses its connection.
+bool went_down(Client &client, double timeout)
+{
+    const int connections = client.connections();
+    return !answers_port_check(client, timeout) || client.connections() != connections;
+}
+
+// Polls until the phone is as it should be; false when the time is up.
+bool poll_phone(Client &client, bool (*is_so)(Client &, double), Deadline deadline)
 {
     for (;;) {
         const double left = std::chrono::duration<double>(deadline - Clock::now()).count();
         if (left <= 0)
             return false;
-        if (answers_port_check(client, std::min(left, POLL_TIMEOUT)) == until_it_answers)
+        if (is_so(client, std::min(left, POLL_TIMEOUT)))
             return true;
         std::this_thread::sleep_for(POLL_PAUSE);
     }
@@ -157,14 +163,17 @@ bool poll_port(Client &client, bool until_it_answers, Deadline deadline)
 
 void wait_for_phone(Client &client, bool goes_down, Row &row)
 {
-    const auto begin = Clock::now();
-    const auto in = [&](double seconds) {
-        return begin + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
-    };
-    if (goes_down)
-        poll_port(client, false, in(std::min(GOING_DOWN_LIMIT, row.step->seconds)));
-    row.as_expected = poll_port(client, true, in(row.step->seconds));
-    row.answer = row.as_expected ? "the port answers" : "the port does not answer";
+    const Deadline deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                                 std::chrono::duration<double>(row.step->seconds));
+    row.as_expected = false;
+    if (goes_down && !poll_phone(client, went_down, deadline))
+        row.answer = "the phone has not gone down";
+    else if (!poll_phone(client, answers_port_check, deadline))
+        row.answer = "the port does not answer";
+    else {
+        row.answer = "the port answers";
+        row.as_expected = true;
+    }
 }
 
 bool meets(const Step &step, const Row &row)
@@ -252,6 +261,12 @@ class Table
     }
 
   private:
+    static std::string padded(std::string text, size_t width)
+    {
+        text.resize(std::max(text.size(), width), ' ');
+        return text;
+    }
+
     static std::string clipped(const std::string &text, size_t width)
     {
         return text.size() <= width ? text : text.substr(0, width - 3) + "...";
@@ -260,12 +275,10 @@ class Table
     void line(const std::string &mark, const std::string &code, const std::string &name,
               const std::string &request, const std::string &answer, const std::string &time) const
     {
-        char text[1024];
-        std::snprintf(text, sizeof text, "%s %-6s  %-*s  %-*s  %-*s  %8s", mark.c_str(), code.c_str(),
-                      static_cast<int>(name_), name.c_str(), static_cast<int>(request_),
-                      clipped(request, request_).c_str(), static_cast<int>(answer_),
-                      clipped(answer, answer_).c_str(), time.c_str());
-        const std::string row(text);
+        const std::string row = padded(mark, 2) + padded(code, 8) + padded(name, name_ + 2) +
+                                padded(clipped(request, request_), request_ + 2) +
+                                padded(clipped(answer, answer_), answer_ + 2) +
+                                std::string(8 - std::min<size_t>(time.size(), 8), ' ') + time;
         std::puts(row.substr(0, row.find_last_not_of(' ') + 1).c_str());
         std::fflush(stdout);
     }
