@@ -1,13 +1,20 @@
 #include "decode.h"
 
+#include <nlohmann/json.hpp>
+
 namespace station
 {
 namespace
 {
 
+using Json = nlohmann::ordered_json;
+
 constexpr size_t DATA_OFFSET = 7;
 
-Meaning gib(unsigned size) { return {std::to_string(size) + " GiB", {{"gib", size}}}; }
+// Bytes that are no UTF-8 are replaced.
+std::string json_text(const Json &json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
+
+Meaning gib(unsigned size) { return {std::to_string(size) + " GiB", json_text({{"gib", size}})}; }
 
 } // namespace
 
@@ -24,19 +31,19 @@ Meaning gib_base255(const Bytes &, const Bytes &packet)
 // "rgb0:F", a zero byte, "acc:F", a zero byte
 Meaning missing_components(const Bytes &data, const Bytes &)
 {
-    Meaning meaning{"missing:", {{"missing", nlohmann::json::array()}}};
+    std::string text = "missing:";
+    Json names = Json::array();
     std::string item;
     for (uint8_t byte : data) {
         if (byte != 0) {
             item += static_cast<char>(byte);
             continue;
         }
-        const std::string name = item.substr(0, item.rfind(":F"));
-        meaning.text += " " + name;
-        meaning.fields["missing"].push_back(name);
+        names.push_back(item.substr(0, item.rfind(":F")));
+        text += " " + names.back().get<std::string>();
         item.clear();
     }
-    return meaning;
+    return {text, json_text({{"missing", names}})};
 }
 
 Meaning bluetooth_address(const Bytes &data, const Bytes &)
@@ -47,7 +54,7 @@ Meaning bluetooth_address(const Bytes &data, const Bytes &)
             address += ':';
         address += static_cast<char>(data[i]);
     }
-    return {address, {{"address", address}}};
+    return {address, json_text({{"address", address}})};
 }
 
 // "cplc:<84 digits>mac:<16 digits>"
@@ -59,7 +66,7 @@ Meaning cplc_and_mac(const Bytes &data, const Bytes &)
         return {text, {}};
     const std::string cplc = text.substr(5, mac - 5);
     const std::string identifier = text.substr(mac + 4);
-    return {"CPLC " + cplc + ", identifier " + identifier, {{"cplc", cplc}, {"mac", identifier}}};
+    return {"CPLC " + cplc + ", identifier " + identifier, json_text({{"cplc", cplc}, {"mac", identifier}})};
 }
 
 } // namespace station

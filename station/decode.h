@@ -3,15 +3,14 @@
 
 #include "bytes.h"
 
-#include <nlohmann/json.hpp>
 #include <string>
 
 namespace station
 {
 
 struct Meaning {
-    std::string text;                                         // for a person
-    nlohmann::ordered_json fields = nlohmann::ordered_json(); // for a program
+    std::string text;   // for a person
+    std::string fields; // for a program: a JSON object
 };
 
 Meaning gib_byte(const Bytes &data, const Bytes &packet);    // one byte

@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <sstream>
 
@@ -70,24 +68,20 @@ Bytes bytes_from(const Arguments &arguments)
     return {text.begin(), text.end()};
 }
 
-std::tm moment(const std::string &text)
+std::tm moment(std::string text)
 {
     std::tm time{};
-    int used = 0;
     if (text == "now") {
         const std::time_t now = std::time(nullptr);
         localtime_r(&now, &time);
         return time;
     }
-    const int read = std::sscanf(text.c_str(), "%4d-%2d-%2d%*1[ T]%2d:%2d:%2d%n", &time.tm_year, &time.tm_mon,
-                                 &time.tm_mday, &time.tm_hour, &time.tm_min, &time.tm_sec, &used);
-    const auto within = [](int value, int low, int high) { return low <= value && value <= high; };
-    if (read != 6 || static_cast<size_t>(used) != text.size() || !within(time.tm_year, 1970, 9999) ||
-        !within(time.tm_mon, 1, 12) || !within(time.tm_mday, 1, 31) || !within(time.tm_hour, 0, 23) ||
-        !within(time.tm_min, 0, 59) || !within(time.tm_sec, 0, 59))
+    const size_t joint = text.find('T');
+    if (joint != std::string::npos)
+        text[joint] = ' ';
+    const char *end = strptime(text.c_str(), "%Y-%m-%d %H:%M:%S", &time);
+    if (!end || *end || time.tm_year < 0)
         throw UsageError("a time is written as 2026-11-21 10:00:05 or now, not '" + text + "'");
-    time.tm_year -= 1900;
-    time.tm_mon -= 1;
     return time;
 }
 
@@ -294,7 +288,7 @@ Encoder curve_records(unsigned count)
         if (numbers.size() == 4)
             for (unsigned i = 4; i < 4 * count; i++)
                 numbers.push_back(numbers[i % 4]);
-        if (numbers.size() != 4 * count)
+        if (numbers.size() != size_t{4} * count)
             throw UsageError("a table takes " + std::to_string(count) +
                              " curves of four numbers A B K D, or one for all; " +
                              std::to_string(numbers.size()) + " numbers came");

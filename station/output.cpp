@@ -82,7 +82,7 @@ Json to_json(const Request &request, const Exchange &exchange, const Result &res
     json["hex"] = to_hex(result.data);
     json["meaning"] = result.meaning.text.empty() ? std::string(result.word) : result.meaning.text;
     if (!result.meaning.fields.empty())
-        json["decoded"] = result.meaning.fields;
+        json["decoded"] = Json::parse(result.meaning.fields);
     json["response_size"] = exchange.packet.size();
     return json;
 }

@@ -53,8 +53,7 @@ bool wait_for(int fd, short events, Deadline deadline)
     for (;;) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
         pollfd waiting{fd, events, 0};
-        const int ready =
-            poll(&waiting, 1, static_cast<int>(std::clamp<long long>(left, 0, 1000 * 1000 * 1000)));
+        const int ready = poll(&waiting, 1, static_cast<int>(std::clamp<long long>(left, 0, 1000000000)));
         if (ready > 0)
             return true;
         if (ready < 0 && errno != EINTR)
