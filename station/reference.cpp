@@ -33,7 +33,7 @@ request.
 
 | Bytes | Type | Request | Response |
 |---|---|---|---|
-| 0 | u8 | command code, 0x4B | as in the request |
+| 0 | u8 | command code, any but 0x13; this client sends 0x4B | as in the request |
 | 1 | u8 | subsystem, 250 (0xFA) | as in the request |
 | 2-3 | u16 | the command's code | as in the request |
 | 4 | u8 | selector; 0 where the command names none | as in the request |

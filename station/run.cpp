@@ -21,6 +21,7 @@ const char run_help[] =
     "\n"
     "  get-prop ro.build.id                a request as on the command line; must succeed\n"
     "  ! get-prop no.such.property         must be answered with a failure\n"
+    "  ? shell \"kill -9 1234\"              may come to anything, silence included\n"
     "  get-prop ro.bootmode => ffbm-01     must be answered with this: the text, or what it means (128 GiB)\n"
     "  shell-output \"date +%Y\" =~ 20..     must be answered with what this regular expression describes\n"
     "  wait 30                             waits until the port answers, for 30 s at most; behind a restart "
@@ -48,6 +49,7 @@ struct Step {
     Settings settings;
     double seconds = 0;
     bool must_fail = false;
+    bool may_fail = false;
     bool compares = false;
     bool is_pattern = false;
     std::string expected;
@@ -75,8 +77,9 @@ Step parse_step(std::string text, const Settings &settings)
 {
     Step step;
     step.settings = settings;
-    if (text[0] == '!') {
-        step.must_fail = true;
+    if (text[0] == '!' || text[0] == '?') {
+        step.must_fail = text[0] == '!';
+        step.may_fail = text[0] == '?';
         text.erase(0, 1);
     }
     std::vector<std::string> words = split_words(text);
@@ -182,7 +185,7 @@ bool meets(const Step &step, const Row &row)
     if (step.must_fail && result.verdict != FAILURE)
         return false;
     if (!step.compares)
-        return step.must_fail || result.verdict == SUCCESS;
+        return step.must_fail || step.may_fail || result.verdict == SUCCESS;
     std::string text = to_text(result.data);
     std::vector<std::string> forms{row.answer, text};
     if (!text.empty() && text.back() == '\n') {
