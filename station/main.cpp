@@ -23,15 +23,15 @@ const char description[] =
     "  station send 0xE602 --text ro.build.id    any request by its code\n"
     "  station get-prop --help                   what a command takes and answers\n";
 
-const char exit_statuses[] = "A request beginning with '-' or an option's look goes behind `--`. Options may "
-                             "stand before a command or behind it.\n"
-                             "A repeated request (--retries) goes over a new connection, and only where "
-                             "repeating it is safe; before anything was\n"
-                             "sent, connecting is repeated for every request.\n"
-                             "\n"
-                             "Exit status: 0 success; 1 the answer is \"ERROR\" or another failure; 2 no "
-                             "answer; 3 refused by the router;\n"
-                             "64 the command line is wrong.";
+const char exit_statuses[] =
+    "Options may stand before a command or behind it; arguments that begin with '-' go behind `--`.\n"
+    "--retries repeats a request, over a new connection, only where repeating it is safe. As long as nothing "
+    "was sent,\n"
+    "connecting is repeated for every request.\n"
+    "\n"
+    "Exit status: 0 success; 1 the answer is \"ERROR\" or another failure; 2 no "
+    "answer; 3 refused by the router;\n"
+    "64 the command line is wrong.";
 
 int ask(const std::vector<std::string> &words, Settings settings)
 {
