@@ -33,7 +33,10 @@ fake_phone &the_phone() { return state; }
 
 // The threads of the deferred power actions are neither joined nor detached: on a phone that goes down nobody
 // waits.
-extern "C" const char *__tsan_default_options() { return "report_thread_leaks=0"; }
+extern "C" const char *__tsan_default_options()
+{
+    return "report_thread_leaks=0";
+} // NOLINT: the sanitizer names it
 
 // ---- the four libraries
 
