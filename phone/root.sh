@@ -37,6 +37,19 @@ phone_libraries() {
     done
 }
 
+# is_emulated PROGRAM: it is for AArch64, the workstation is not.
+is_emulated() { [[ $(uname -m) != aarch64 && $(od -An -j18 -N2 -tx1 "$1") == ' b7 00' ]]; }
+
+# phone_emulation: binds the emulator, and the loader and libraries of AArch64 programs where these look for them. Only
+# programs that are started through the emulator are emulated; what they start in turn is the workstation's own again.
+phone_emulation() {
+    local emulator libraries=/usr/aarch64-linux-gnu/lib
+    emulator=$(command -v qemu-aarch64-static) && [[ -e $libraries/libstdc++.so.6 ]] ||
+        { echo "phone: the AArch64 emulator or libraries are missing: run script/bootstrap aarch64" >&2; exit 1; }
+    bwrap+=(--ro-bind "$emulator" /system/bin/qemu-aarch64 --ro-bind "$libraries" /lib/aarch64-linux-gnu
+        --ro-bind "$libraries/ld-linux-aarch64.so.1" /lib/ld-linux-aarch64.so.1)
+}
+
 # phone_base [NAME]...: the root but for its libraries, and without the applets named.
 phone_base() {
     local tool folder applet name

@@ -38,7 +38,8 @@ struct service {
             setenv("DIAG_PORT", path.c_str(), 1);
             if (library_path)
                 setenv("LD_LIBRARY_PATH", library_path, 1);
-            execl(DIAG_SERVICE, DIAG_SERVICE, nullptr);
+            const char *const command[] = {DIAG_SERVICE, nullptr};
+            execv(command[0], const_cast<char *const *>(command));
             _exit(127);
         }
         close(pipe_ends[1]);
