@@ -58,7 +58,7 @@ int serve_command_line(int count, char **words)
         std::string(default_port));
     app.get_option("--timeout")->description("seconds to wait for an answer, in each attempt; 30 otherwise");
 
-    std::string script;
+    std::string script, record;
     CLI::App *list =
         app.add_subcommand("list", "all commands, in the order of the service's table")->fallthrough();
     CLI::App *run =
@@ -67,6 +67,8 @@ int serve_command_line(int count, char **words)
             ->fallthrough();
     run->footer(run_help);
     run->add_option("FILE", script, "the script, - for standard input")->required();
+    run->add_option("--record", record, "beside the table, write the run to this file as --json shows it")
+        ->type_name("PATH");
     CLI::App *reference = app.add_subcommand("reference", "the commands' reference, in Markdown");
     try {
         app.parse(count, words);
@@ -80,7 +82,7 @@ int serve_command_line(int count, char **words)
     else if (*reference)
         std::fputs(reference_markdown().c_str(), stdout);
     else if (*run)
-        return run_script(script, settings);
+        return run_script(script, settings, record);
     else if (app.remaining().empty())
         throw UsageError("no command; `station --help` tells how to go on");
     else

@@ -7,8 +7,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <fstream>
 #include <regex>
 #include <sstream>
+#include <stdexcept>
 #include <sys/ioctl.h>
 #include <thread>
 #include <unistd.h>
@@ -28,7 +30,7 @@ const char run_help[] =
     "it first\n"
     "                                      waits until the phone has gone down\n"
     "  sleep 0.5                           just waits\n"
-    "  skip NAME REASON                    shows a request that is left out\n"
+    "  skip NAME REASON                    tells why a request's success is left out; `! skip` its failure\n"
     "  # a comment";
 
 namespace
@@ -63,6 +65,9 @@ struct Row {
     Exchange exchange;
     Result result;
 };
+
+// What a line that sends nothing stands for.
+const char *left_out(const Step &step) { return step.must_fail ? "failure" : "success"; }
 
 double seconds_of(const std::vector<std::string> &words)
 {
@@ -218,7 +223,7 @@ Row take(const Step &step, Client &client, bool goes_down)
         std::this_thread::sleep_for(std::chrono::duration<double>(step.seconds));
         break;
     case Step::Kind::skip:
-        row.answer = "left out: " + step.expected;
+        row.answer = std::string(left_out(step)) + " left out: " + step.expected;
         break;
     }
     row.milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
@@ -326,7 +331,12 @@ Json row_json(const Row &row)
         json = to_json(step.request, row.exchange, row.result);
         break;
     case Step::Kind::skip:
-        json = {{"name", step.request.name}, {"status", "left out"}, {"reason", step.expected}};
+        json = {{"name", step.request.name},
+                {"status", "left out"},
+                {"left_out", left_out(step)},
+                {"reason", step.expected}};
+        if (step.request.command)
+            json["code"] = code_text(step.request.code);
         return json;
     default:
         json = {
@@ -340,7 +350,7 @@ Json row_json(const Row &row)
 
 } // namespace
 
-int run_script(const std::string &path, const Settings &settings)
+int run_script(const std::string &path, const Settings &settings, const std::string &record)
 {
     const std::vector<Step> steps = parse_script(path, settings);
     const auto begin = Clock::now();
@@ -348,7 +358,7 @@ int run_script(const std::string &path, const Settings &settings)
     const ProgressBar bar(!settings.json);
     Client client(settings.client);
     Json rows = Json::array();
-    size_t requests = 0, unexpected = 0, left_out = 0;
+    size_t requests = 0, unexpected = 0, skipped = 0;
     bool goes_down = false;
     if (!settings.json)
         table.head();
@@ -361,26 +371,27 @@ int run_script(const std::string &path, const Settings &settings)
             requests++;
             goes_down = step.request.takes_phone_down && row.result.verdict == SUCCESS;
         } else if (step.kind == Step::Kind::skip)
-            left_out++;
+            skipped++;
         else if (step.kind == Step::Kind::wait)
             goes_down = false;
         unexpected += row.as_expected ? 0 : 1;
-        if (settings.json)
-            rows.push_back(row_json(row));
-        else
+        rows.push_back(row_json(row));
+        if (!settings.json)
             table.row(row);
     }
     const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
+    const Json all{{"lines", rows},
+                   {"requests", requests},
+                   {"unexpected", unexpected},
+                   {"left_out", skipped},
+                   {"seconds", seconds}};
     if (settings.json)
-        std::printf("%s\n", dump({{"lines", rows},
-                                  {"requests", requests},
-                                  {"unexpected", unexpected},
-                                  {"left_out", left_out},
-                                  {"seconds", seconds}})
-                                .c_str());
+        std::printf("%s\n", dump(all).c_str());
     else
         std::printf("%zu requests, %zu not as expected, %zu left out, %.1f s\n", requests, unexpected,
-                    left_out, seconds);
+                    skipped, seconds);
+    if (!record.empty() && !(std::ofstream(record) << dump(all) << '\n'))
+        throw std::runtime_error("cannot write " + record);
     return unexpected ? FAILURE : SUCCESS;
 }
 
