@@ -37,7 +37,7 @@ void diag_log(const char *function, const char *format, ...)
     va_start(arguments, format);
     va_copy(again, arguments);
 
-    snprintf(usual, sizeof usual, "[%s]:", function);
+    stpcpy(stpcpy(stpcpy(usual, "["), function), "]:");
     int message = vsnprintf(usual + prefix, sizeof usual - prefix, format, arguments);
     size_t length = prefix + static_cast<size_t>(message < 0 ? 0 : message);
     if (length >= sizeof usual) {

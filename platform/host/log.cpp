@@ -6,6 +6,7 @@
 #include "export.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -24,10 +25,25 @@ constexpr char LOG_PATH[] = "/dev/log/main";
 constexpr char OLD_LOG_PATH[] = "/dev/log/main.1";
 constexpr off_t LOG_SIZE_MAX = off_t{4} << 20; // then the log is renamed to the old one, and a new one begun
 constexpr size_t MESSAGE_MAX = 4068;           // a longer one is cut
-constexpr int TAG_MAX = 128;
+constexpr size_t TAG_MAX = 128;
+constexpr size_t TAG_COLUMN = 8;
+constexpr size_t HEAD_MAX = TAG_MAX + 64;
+constexpr size_t LOOK_BYTES = 64 << 10; // that a process writes between two looks at the log's size
 constexpr char PRIORITIES[] = "??VDIWEF";
 
 std::atomic<int> log_fd{-1}; // opened once; a new log takes its number over
+std::atomic<size_t> unseen_bytes{0};
+std::atomic<time_t> seen_second{0};
+
+// Asking for them takes two system calls an entry. A forked child asks anew.
+thread_local struct {
+    pid_t process, thread;
+} thread_ids;
+
+__attribute__((constructor)) void watch_forks()
+{
+    pthread_atfork(nullptr, nullptr, [] { thread_ids = {}; });
+}
 
 int open_log() { return open(LOG_PATH, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644); }
 
@@ -67,12 +83,31 @@ void rotate(int cached)
         close(fd);
 }
 
-// "MM-DD HH:MM:SS.mmm  PID  TID P TAG     : ", with one write per entry and no call that takes a lock
-// (localtime does).
-int prefix(char *out, size_t size, int priority, const char *tag)
+// Right-aligned in at least `width` characters. snprintf would take longer than all else but the write.
+char *put_number(char *out, long number, int width, char fill)
 {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
+    char digits[24];
+    int count = 0;
+    do
+        digits[count++] = static_cast<char>('0' + number % 10);
+    while ((number /= 10) > 0);
+    for (; width > count; width--)
+        *out++ = fill;
+    while (count > 0)
+        *out++ = digits[--count];
+    return out;
+}
+
+char *put_time(char *out, long number, int width, char behind)
+{
+    out = put_number(out, number, width, '0');
+    *out++ = behind;
+    return out;
+}
+
+// "MM-DD HH:MM:SS.mmm  PID  TID P TAG     : ". No call takes a lock (localtime does). Returns the length.
+size_t prefix(char (&head)[HEAD_MAX], const timespec &now, int priority, const char *tag)
+{
     long seconds = static_cast<long>(now.tv_sec % 86400);
     // Days since 0000-03-01, and from them the date in years that begin in March.
     long days = static_cast<long>(now.tv_sec / 86400) + 719468;
@@ -80,13 +115,43 @@ int prefix(char *out, size_t size, int priority, const char *tag)
     long year_of_era = (day_of_era - day_of_era / 1460 + day_of_era / 36524 - day_of_era / 146096) / 365;
     long day_of_year = day_of_era - (365 * year_of_era + year_of_era / 4 - year_of_era / 100);
     long month = (5 * day_of_year + 2) / 153; // 0 is March
-    char letter =
-        priority >= 0 && priority < static_cast<int>(sizeof PRIORITIES) - 1 ? PRIORITIES[priority] : '?';
-    int length = snprintf(out, size, "%02ld-%02ld %02ld:%02ld:%02ld.%03ld %5d %5d %c %-8.*s: ",
-                          month < 10 ? month + 3 : month - 9, day_of_year - (153 * month + 2) / 5 + 1,
-                          seconds / 3600, seconds / 60 % 60, seconds % 60, now.tv_nsec / 1000000, getpid(),
-                          gettid(), letter, TAG_MAX, tag != nullptr ? tag : "");
-    return length < static_cast<int>(size) ? length : static_cast<int>(size) - 1;
+    if (thread_ids.thread == 0)
+        thread_ids = {getpid(), gettid()};
+
+    char *out = put_time(head, month < 10 ? month + 3 : month - 9, 2, '-');
+    out = put_time(out, day_of_year - (153 * month + 2) / 5 + 1, 2, ' ');
+    out = put_time(out, seconds / 3600, 2, ':');
+    out = put_time(out, seconds / 60 % 60, 2, ':');
+    out = put_time(out, seconds % 60, 2, '.');
+    out = put_time(out, now.tv_nsec / 1000000, 3, ' ');
+    out = put_number(out, thread_ids.process, 5, ' ');
+    *out++ = ' ';
+    out = put_number(out, thread_ids.thread, 5, ' ');
+    *out++ = ' ';
+    *out++ = priority >= 0 && priority < static_cast<int>(sizeof PRIORITIES) - 1 ? PRIORITIES[priority] : '?';
+    *out++ = ' ';
+    size_t length = tag != nullptr ? strnlen(tag, TAG_MAX) : 0;
+    memcpy(out, tag != nullptr ? tag : "", length);
+    out += length;
+    for (; length < TAG_COLUMN; length++)
+        *out++ = ' ';
+    *out++ = ':';
+    *out++ = ' ';
+    return static_cast<size_t>(out - head);
+}
+
+// Turns a full log over, of which every so many bytes and every second are enough to know: the second keeps
+// a process that logs little from going on in the old log.
+void look_at_size(int fd, time_t second, size_t writing)
+{
+    if (unseen_bytes.fetch_add(writing, std::memory_order_relaxed) < LOOK_BYTES &&
+        seen_second.load(std::memory_order_relaxed) == second)
+        return;
+    unseen_bytes.store(0, std::memory_order_relaxed);
+    seen_second.store(second, std::memory_order_relaxed);
+    // Also true of the old log that another process has renamed: its size tells without a look at the name.
+    if (lseek(fd, 0, SEEK_END) > LOG_SIZE_MAX)
+        rotate(fd);
 }
 
 bool write_all(int fd, const char *bytes, size_t length)
@@ -118,12 +183,12 @@ extern "C" EXPORT int __android_log_print(int priority, const char *tag, const c
         errno = saved_errno;
         return -reason;
     }
-    // Also true of the old log that another process has renamed: its size tells without a look at the name.
-    if (lseek(fd, 0, SEEK_END) > LOG_SIZE_MAX)
-        rotate(fd);
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    char head[HEAD_MAX];
+    const size_t head_length = prefix(head, now, priority, tag);
+    look_at_size(fd, now.tv_sec, head_length + static_cast<size_t>(length));
 
-    char head[TAG_MAX + 64];
-    size_t head_length = static_cast<size_t>(prefix(head, sizeof head, priority, tag));
     // An entry of several lines is several lines of the log, each with the head. The room is enough for one
     // write of any entry but those of very many lines.
     char text[4 * MESSAGE_MAX];
@@ -145,11 +210,6 @@ extern "C" EXPORT int __android_log_print(int priority, const char *tag, const c
             line++;
     } while (*line != '\0');
     good = write_all(fd, text, used) && good;
-
-    // After an append the offset is the size of the file, also when it is the old log that another process
-    // renamed.
-    if (lseek(fd, 0, SEEK_CUR) > LOG_SIZE_MAX)
-        rotate(fd);
     errno = saved_errno;
     return good ? static_cast<int>(used) : -EIO;
 }

@@ -102,7 +102,7 @@ bool clock_runs; // something waits for tick()
 drops dropped;
 drops reported;
 int64_t report_ms;
-alignas(16) uint8_t request[REQUEST_ROOM];
+alignas(16) uint8_t request[REQUEST_ROOM]; // all zero between requests
 uint8_t frame[port::encoded_max(RESPONSE_MAX)];
 
 int64_t now_ms()
@@ -326,26 +326,27 @@ diagpkt_handler find_handler(unsigned subsystem, unsigned code)
 // Serves the packet in the station's decoder. False: the station is gone.
 bool serve(station *s)
 {
+    const uint8_t *packet = s->decoder.packet;
     size_t length = s->decoder.length;
-    // All of the buffer is cleared, not only what the last packet filled: its handler may have written
-    // anywhere.
-    memcpy(request, s->decoder.packet, length);
-    memset(request + length, 0, sizeof request - length);
-
-    diagpkt_handler handler = find_handler(request[1], request[2] | unsigned{request[3]} << 8);
+    diagpkt_handler handler = find_handler(packet[1], packet[2] | unsigned{packet[3]} << 8);
     if (handler == nullptr) {
         uint8_t refusal[1 + port::ERROR_ECHO_MAX];
         size_t echoed = length < port::ERROR_ECHO_MAX ? length : port::ERROR_ECHO_MAX;
         refusal[0] = port::ERROR_PACKET;
-        memcpy(refusal + 1, request, echoed);
+        memcpy(refusal + 1, packet, echoed);
         return answer(s, refusal, 1 + echoed);
     }
+    memcpy(request, packet, length);
     void *response = handler(request, static_cast<uint16_t>(length));
-    if (response == nullptr)
-        return true;
-    response_head *head = static_cast<response_head *>(response) - 1;
-    bool present = answer(s, static_cast<uint8_t *>(response), head->length);
-    free(head);
+    bool present = true;
+    if (response != nullptr) {
+        response_head *head = static_cast<response_head *>(response) - 1;
+        present = answer(s, static_cast<uint8_t *>(response), head->length);
+        free(head);
+    }
+    // For the next request, while the station reads its answer. All of it: the handler may have written
+    // anywhere.
+    memset(request, 0, sizeof request);
     return present;
 }
 

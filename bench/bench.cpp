@@ -1,0 +1,431 @@
+// Times requests beside their limits: bench SERVICE EMPTY [--port PORT] [BENCHMARK OPTION]...
+//
+// Runs inside a phone, where the service's nodes, properties and shell are. The limit of a request is the
+// same work done barely: a process that reads as many bytes from a socket, makes the system calls or runs the
+// shell lines that the request asks for, and writes as many bytes back. Requests and limits take turns in a
+// random order, and a median is taken of each. Without a port the requests go to a service of the program's
+// own. Prints figures, one a line: name, limit, figure and unit, parted by tabs; "-" where there is no limit.
+#include "frame.h"
+
+#include <benchmark/benchmark.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+using Clock = std::chrono::steady_clock;
+using Bytes = std::vector<uint8_t>;
+
+constexpr char OWN_PORT[] = "/dev/socket/bench_port";
+constexpr char PATH[] = "/system/bin:/vendor/bin"; // the service's, so that lines find the same tools
+constexpr char LOG[] = "/dev/log/main";
+constexpr char LOGGED_LINE[] = "[my_popen]:new popen command is: ";
+constexpr char NODE[] = "/sys/class/power_supply/battery/capacity";
+constexpr char PROPERTY[] = "ro.build.id";
+constexpr char PROPERTY_FILE[] = "/dev/__properties__/ro.build.id";
+constexpr char OUTPUT_LINE[] = "cat /proc/tp_name";
+constexpr char MEMORY_LINE[] = "cat proc/meminfo | grep MemTotal:|sed -e 's/.*:[^0-9]//'";
+constexpr useconds_t DETECTION_SETTLES = 20000; // microseconds that a detection waits, whatever it finds
+
+[[noreturn]] void die(const char *what)
+{
+    perror(what);
+    exit(1);
+}
+
+// ---- The work of a request, done barely
+
+struct Work {
+    const char *file = nullptr; // opened, read, closed
+    std::vector<std::string> lines;
+    useconds_t pause = 0;
+};
+
+void run(const Work &work)
+{
+    char buffer[4096];
+    if (work.file != nullptr) {
+        const int fd = open(work.file, O_RDONLY | O_CLOEXEC);
+        (void)!read(fd, buffer, 256);
+        close(fd);
+    }
+    if (work.pause > 0)
+        usleep(work.pause);
+    for (const auto &line : work.lines) {
+        FILE *output = popen(line.c_str(), "re");
+        if (output == nullptr)
+            die("popen");
+        while (fgets(buffer, 256, output) != nullptr)
+            ;
+        pclose(output);
+    }
+}
+
+// ---- The two ends of a socket
+
+void write_all(int fd, const Bytes &bytes)
+{
+    if (write(fd, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size()))
+        die("write");
+}
+
+// Sends the request and reads up to the flag that ends its answer. Waits with poll, as a station with a
+// timeout does; a read that waits would also wake up when the other end takes the request.
+void ask(int fd, const Bytes &request, Bytes &answer)
+{
+    write_all(fd, request);
+    answer.resize(port::encoded_max(1024));
+    for (size_t got = 0;;) {
+        pollfd readable = {fd, POLLIN, 0};
+        poll(&readable, 1, -1);
+        const ssize_t count = read(fd, answer.data() + got, answer.size() - got);
+        if (count <= 0)
+            die("no answer");
+        got += static_cast<size_t>(count);
+        if (answer[got - 1] == port::FLAG) {
+            answer.resize(got);
+            return;
+        }
+    }
+}
+
+// Starts the process that does `work` for each request and gives `answer`. It ends with its socket.
+int start_limit(size_t request_size, const Work &work, const Bytes &answer)
+{
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+        die("socketpair");
+    const pid_t child = fork();
+    if (child < 0)
+        die("fork");
+    if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        close(ends[0]);
+        const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+        dup2(null, STDIN_FILENO);
+        dup2(null, STDERR_FILENO);
+        Bytes request(request_size);
+        while (read(ends[1], request.data(), request_size) == static_cast<ssize_t>(request_size)) {
+            run(work);
+            write_all(ends[1], answer);
+        }
+        _exit(0);
+    }
+    close(ends[1]);
+    return ends[0];
+}
+
+int connect_to(const std::string &path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd >= 0 && connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0)
+        return fd;
+    close(fd);
+    return -1;
+}
+
+Bytes make_request(uint16_t code, const std::string &text)
+{
+    Bytes packet{0x4B, 250, static_cast<uint8_t>(code), static_cast<uint8_t>(code >> 8), 0};
+    if (!text.empty()) {
+        packet.push_back(static_cast<uint8_t>(text.size() + 1));
+        packet.push_back(static_cast<uint8_t>((text.size() + 1) >> 8));
+        packet.insert(packet.end(), text.c_str(), text.c_str() + text.size() + 1);
+    }
+    Bytes frame(port::encoded_max(packet.size()));
+    frame.resize(port::encode(packet.data(), packet.size(), frame.data()));
+    return frame;
+}
+
+// ---- Processes of the program's own
+
+struct Process {
+    pid_t pid = -1;
+    int fd = -1; // of a service, a connection to its port; otherwise the process's standard output
+
+    long resident_kib() const
+    {
+        std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+        if (!status)
+            status.open("/.proc/" + std::to_string(pid) + "/status"); // the kernel's, on a phone
+        for (std::string word; status >> word;)
+            if (long kib = 0; word == "VmRSS:" && status >> kib)
+                return kib;
+        die("VmRSS");
+    }
+
+    ~Process()
+    {
+        if (pid <= 0)
+            return;
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+        close(fd);
+    }
+};
+
+pid_t spawn(const char *program, int output)
+{
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    for (int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        posix_spawn_file_actions_addopen(&actions, fd, "/dev/null", O_RDWR, 0);
+    if (output >= 0)
+        posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+    pid_t pid = -1;
+    char *arguments[] = {const_cast<char *>(program), nullptr};
+    errno = posix_spawn(&pid, program, &actions, nullptr, arguments, environ);
+    if (errno != 0)
+        die(program);
+    posix_spawn_file_actions_destroy(&actions);
+    return pid;
+}
+
+// Returns when the service has answered for the first time.
+void start_service(const char *service, Process &process)
+{
+    static const Bytes echo = make_request(0x013C, "");
+    Bytes answer;
+    unlink(OWN_PORT);
+    process.pid = spawn(service, -1);
+    for (int tries = 0; (process.fd = connect_to(OWN_PORT)) < 0; tries++) {
+        if (tries == 100000 || waitpid(process.pid, nullptr, WNOHANG) != 0)
+            die("the service does not start");
+        usleep(50);
+    }
+    ask(process.fd, echo, answer);
+}
+
+// Returns when the process has come to its main().
+void start_empty(const char *empty, Process &process)
+{
+    int pipe_ends[2];
+    if (pipe2(pipe_ends, O_CLOEXEC) != 0)
+        die("pipe");
+    process.fd = pipe_ends[0];
+    process.pid = spawn(empty, pipe_ends[1]);
+    close(pipe_ends[1]);
+    char started;
+    if (read(process.fd, &started, 1) != 1)
+        die("the empty process does not start");
+}
+
+// ---- What is measured
+
+struct Row {
+    const char *name;
+    uint16_t code;
+    std::string text;
+    Work limit;
+    bool lines_logged = false; // the limit's lines are those that the service logs
+    bool fresh = false;        // a service does this work once
+};
+
+const Row ROWS[] = {
+    {"echo (0x013C)", 0x013C, "", {}},
+    {"read node (0xE600)", 0xE600, NODE, {NODE, {}}},
+    {"get property (0xE602)", 0xE602, PROPERTY, {PROPERTY_FILE, {}}},
+    {"shell output (0xE606)", 0xE606, OUTPUT_LINE, {nullptr, {OUTPUT_LINE}}},
+    {"prefixed tool (0x0F00)", 0x0F00, "", {}, true},
+    {"memory size (0x0A00)", 0x0A00, "", {nullptr, {MEMORY_LINE}}},
+    {"phone detection (0x013E)", 0x013E, "", {nullptr, {}, DETECTION_SETTLES}, true, true},
+};
+
+// The shell lines that the service has logged behind `offset`.
+std::vector<std::string> logged_lines(std::streamoff offset)
+{
+    std::vector<std::string> lines;
+    std::ifstream log(LOG);
+    log.seekg(offset);
+    for (std::string line; std::getline(log, line);)
+        if (const size_t at = line.find(LOGGED_LINE); at != std::string::npos)
+            lines.push_back(line.substr(at + sizeof LOGGED_LINE - 1));
+    return lines;
+}
+
+std::streamoff log_size()
+{
+    std::ifstream log(LOG, std::ios::ate);
+    return log ? static_cast<std::streamoff>(log.tellg()) : 0;
+}
+
+void add_exchange(const std::string &name, int fd, const Bytes &request)
+{
+    benchmark::RegisterBenchmark(name.c_str(), [fd, request](benchmark::State &state) {
+        Bytes answer;
+        for (auto _ : state)
+            ask(fd, request, answer);
+    })->UseRealTime();
+}
+
+// Each iteration is one call, timed by itself, on a process that `prepare` and the end of it cost nothing.
+template <typename Prepare, typename Timed>
+void add_single(const std::string &name, Prepare prepare, Timed timed)
+{
+    benchmark::RegisterBenchmark(name.c_str(),
+                                 [prepare, timed](benchmark::State &state) {
+                                     for (auto _ : state) {
+                                         Process process;
+                                         prepare(process);
+                                         const auto begin = Clock::now();
+                                         timed(process);
+                                         state.SetIterationTime(
+                                             std::chrono::duration<double>(Clock::now() - begin).count());
+                                     }
+                                 })
+        ->UseManualTime()
+        ->Iterations(1);
+}
+
+void add_row(const Row &row, int port, const char *service)
+{
+    const Bytes request = make_request(row.code, row.text);
+    const std::string name = row.name;
+    Bytes answer;
+    Work limit = row.limit;
+    const std::streamoff logged = log_size();
+    if (row.fresh) {
+        Process process;
+        start_service(service, process);
+        ask(process.fd, request, answer);
+    } else {
+        ask(port, request, answer);
+    }
+    if (row.lines_logged)
+        limit.lines = logged_lines(logged);
+
+    add_exchange(name + "/limit", start_limit(request.size(), limit, answer), request);
+    if (!row.fresh)
+        return add_exchange(name + "/path", port, request);
+    add_single(
+        name + "/path", [=](Process &process) { start_service(service, process); },
+        [=](Process &process) {
+            Bytes fresh_answer;
+            ask(process.fd, request, fresh_answer);
+        });
+    Work loop;
+    std::string script;
+    for (const auto &line : limit.lines)
+        script += line + "\n";
+    loop.lines = {script};
+    add_exchange(name + "/loop", start_limit(request.size(), loop, answer), request);
+}
+
+// Keeps the median of every benchmark, or its only run.
+class Medians : public benchmark::BenchmarkReporter
+{
+  public:
+    bool ReportContext(const Context &) override { return true; }
+    void ReportRuns(const std::vector<Run> &runs) override
+    {
+        for (const Run &run : runs) {
+            if (run.error_occurred)
+                failed = true;
+            if (run.run_type == Run::RT_Iteration || run.aggregate_name == "median")
+                of[run.run_name.function_name] = run.GetAdjustedRealTime();
+        }
+    }
+    std::map<std::string, double> of; // nanoseconds
+    bool failed = false;
+};
+
+void print(const std::string &name, double limit, double figure, const char *unit)
+{
+    if (limit > 0)
+        printf("%s\t%.0f\t%.0f\t%s\n", name.c_str(), limit, figure, unit);
+    else
+        printf("%s\t-\t%.0f\t%s\n", name.c_str(), figure, unit);
+}
+
+// The resident sets, once both processes have nothing more to do.
+void print_resident(const char *service, const char *empty)
+{
+    Process serving;
+    Process idle;
+    start_service(service, serving);
+    start_empty(empty, idle);
+    Bytes answer;
+    for (const Row &row : ROWS)
+        if (!row.fresh)
+            ask(serving.fd, make_request(row.code, row.text), answer);
+    print("resident set after a request of each", static_cast<double>(idle.resident_kib()),
+          static_cast<double>(serving.resident_kib()), "KiB");
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (argc < 3) {
+        fprintf(stderr, "usage: bench SERVICE EMPTY [--port PORT] [BENCHMARK OPTION]...\n");
+        return 2;
+    }
+    const char *service = argv[1];
+    const char *empty = argv[2];
+    int skipped = 2;
+    const char *given_port = nullptr;
+    if (argc > 4 && strcmp(argv[3], "--port") == 0) {
+        given_port = argv[4];
+        skipped = 4;
+    }
+    argv[skipped] = argv[0];
+    argc -= skipped;
+    argv += skipped;
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 2;
+
+    signal(SIGPIPE, SIG_IGN);
+    setenv("PATH", PATH, 1);
+    setenv("DIAG_PORT", OWN_PORT, 1);
+    Process own;
+    if (given_port == nullptr)
+        start_service(service, own);
+    const int port = given_port == nullptr ? own.fd : connect_to(given_port);
+    if (port < 0)
+        die(given_port);
+
+    for (const Row &row : ROWS)
+        add_row(row, port, service);
+    const auto nothing = [](Process &) {};
+    add_single("start/path", nothing, [=](Process &process) { start_service(service, process); });
+    add_single("start/limit", nothing, [=](Process &process) { start_empty(empty, process); });
+    Medians medians;
+    benchmark::RunSpecifiedBenchmarks(&medians);
+
+    for (const Row &row : ROWS) {
+        const std::string name = row.name;
+        const auto path = medians.of.find(name + "/path");
+        if (path == medians.of.end())
+            continue; // not asked for
+        print(name, medians.of[name + "/limit"], path->second, "ns");
+        if (row.fresh)
+            print(name + ", its lines in one shell", medians.of[name + "/loop"], path->second, "ns");
+    }
+    if (const auto start = medians.of.find("start/path"); start != medians.of.end())
+        print("start to first answer", medians.of["start/limit"], start->second, "ns");
+    print_resident(service, empty);
+    return medians.failed ? 1 : 0;
+}
