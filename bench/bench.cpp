@@ -5,16 +5,14 @@
 // shell lines that the request asks for, and writes as many bytes back. Requests and limits take turns in a
 // random order, and a median is taken of each. Without a port the requests go to a service of the program's
 // own. Prints figures, one a line: name, limit, figure and unit, parted by tabs; "-" where there is no limit.
-#include "frame.h"
+#include "exchange.h"
 
 #include <benchmark/benchmark.h>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <spawn.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -33,7 +31,6 @@ namespace
 {
 
 using Clock = std::chrono::steady_clock;
-using Bytes = std::vector<uint8_t>;
 
 constexpr char OWN_PORT[] = "/dev/socket/bench_port";
 constexpr char PATH[] = "/system/bin:/vendor/bin"; // the service's, so that lines find the same tools
@@ -45,12 +42,6 @@ constexpr char PROPERTY_FILE[] = "/dev/__properties__/ro.build.id";
 constexpr char OUTPUT_LINE[] = "cat /proc/tp_name";
 constexpr char MEMORY_LINE[] = "cat proc/meminfo | grep MemTotal:|sed -e 's/.*:[^0-9]//'";
 constexpr useconds_t DETECTION_SETTLES = 20000; // microseconds that a detection waits, whatever it finds
-
-[[noreturn]] void die(const char *what)
-{
-    perror(what);
-    exit(1);
-}
 
 // ---- The work of a request, done barely
 
@@ -80,34 +71,6 @@ void run(const Work &work)
     }
 }
 
-// ---- The two ends of a socket
-
-void write_all(int fd, const Bytes &bytes)
-{
-    if (write(fd, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size()))
-        die("write");
-}
-
-// Sends the request and reads up to the flag that ends its answer. Waits with poll, as a station with a
-// timeout does; a read that waits would also wake up when the other end takes the request.
-void ask(int fd, const Bytes &request, Bytes &answer)
-{
-    write_all(fd, request);
-    answer.resize(port::encoded_max(1024));
-    for (size_t got = 0;;) {
-        pollfd readable = {fd, POLLIN, 0};
-        poll(&readable, 1, -1);
-        const ssize_t count = read(fd, answer.data() + got, answer.size() - got);
-        if (count <= 0)
-            die("no answer");
-        got += static_cast<size_t>(count);
-        if (answer[got - 1] == port::FLAG) {
-            answer.resize(got);
-            return;
-        }
-    }
-}
-
 // Starts the process that does `work` for each request and gives `answer`. It ends with its socket.
 int start_limit(size_t request_size, const Work &work, const Bytes &answer)
 {
@@ -132,31 +95,6 @@ int start_limit(size_t request_size, const Work &work, const Bytes &answer)
     }
     close(ends[1]);
     return ends[0];
-}
-
-int connect_to(const std::string &path)
-{
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd >= 0 && connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0)
-        return fd;
-    close(fd);
-    return -1;
-}
-
-Bytes make_request(uint16_t code, const std::string &text)
-{
-    Bytes packet{0x4B, 250, static_cast<uint8_t>(code), static_cast<uint8_t>(code >> 8), 0};
-    if (!text.empty()) {
-        packet.push_back(static_cast<uint8_t>(text.size() + 1));
-        packet.push_back(static_cast<uint8_t>((text.size() + 1) >> 8));
-        packet.insert(packet.end(), text.c_str(), text.c_str() + text.size() + 1);
-    }
-    Bytes frame(port::encoded_max(packet.size()));
-    frame.resize(port::encode(packet.data(), packet.size(), frame.data()));
-    return frame;
 }
 
 // ---- Processes of the program's own
