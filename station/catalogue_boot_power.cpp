@@ -28,9 +28,9 @@ std::vector<Command> boot_power_commands()
                    "0 normal, 1 ffbm, 2 recovery, 3 pfbm; any other value empties the message as 0 does")
             .ok("the message is written")
             .error("the misc partition cannot be opened or written")
-            .leaves("The first 128 bytes of the misc partition; they stay until the phone or a later command "
-                    "changes "
-                    "them.")
+            .leaves("The first 128 bytes of the misc partition. The service clears them only with "
+                    "\"normal\": with \"ffbm\" and \"pfbm\" every later restart enters the mode until "
+                    "boot-mode normal. On the virtual phone recovery clears its own.")
             .repeatable(),
         Command(0x0129, "query-boot-mode", "diag_cmd_query_boot_mode")
             .does("Tells the mode the phone runs in now.")
@@ -60,7 +60,8 @@ std::vector<Command> boot_power_commands()
             .leaves(restart_leaves)
             .takes_phone_down(),
         Command(0x0132, "restart", "diag_cmd_device_restart")
-            .does("Restarts the phone, into the mode that boot-mode chose.")
+            .does("Restarts the phone, into the mode that boot-mode chose. docs/port.md tells how a station "
+                  "waits for the new run.")
             .ok("the restart is on its way")
             .error("it could not be set on its way")
             .leaves(restart_leaves)
@@ -85,10 +86,11 @@ std::vector<Command> boot_power_commands()
             .repeatable()
             .lasts("below a millisecond"),
         Command(0x0B15, "set-time", "diag_cmd_set_system_time")
-            .does("Sets the clock with `date` and reads its seconds back.")
-            .takes(
-                {"DATE",
-                 "\"2026-11-21 10:00:05\" as one argument or two, or now for the station's own local time"})
+            .does("Sets the clock with `date` and reads its seconds back; nothing else is compared, nor is "
+                  "it seen when `date` refuses. Read the clock with shell-output to be sure.")
+            .takes({"DATE", "\"2026-11-21 10:00:05\" as one argument or two, or now for the station's own "
+                            "local time; either way the phone takes it as local time in its own time zone "
+                            "(on the virtual phone UTC)"})
             .takes(Parameter("CLOCK", "the time of day, when DATE is the day alone").optional())
             .takes(Parameter("--limit SECONDS", "the highest seconds reading that passes after the set; by "
                                                 "default 5 more than set, at most "
@@ -104,7 +106,10 @@ std::vector<Command> boot_power_commands()
             .field("13", "character", "what stands between year and seconds, '.'")
             .field("14", "u8", "seconds")
             .field("15", "u8", "not used")
-            .field("16", "u8", "limit: the highest seconds reading that passes, below 60")
+            .field("16", "u8",
+                   "limit: the highest seconds reading that passes, below 60. Behind the turn of the minute "
+                   "the reading is small and passes; so from 55 seconds on, where the limit cannot be 5 "
+                   "more, 59 is the limit to send, and it lets everything pass")
             .ok("set, and the seconds read back are at most the limit")
             .error("the length is 0 or above 256; `date` could not be started; the seconds read back are "
                    "above the limit, "
@@ -113,9 +118,10 @@ std::vector<Command> boot_power_commands()
             .lasts("some 10 ms"),
         Command(0x0B14, "screen-off-timeout", "diag_cmd_sys_screen_off_timeout")
             .does("Sets after how long the screen goes dark, and reads the setting back.")
-            .takes({"SECONDS",
-                    "seconds; the request can say 0 to 255, 4096 to 4351, 8192 to 8447 and so on in steps of "
-                    "4096, and more with its first byte"})
+            .takes({"SECONDS", "seconds, of which the request's three bytes cannot say all. Below 65536 it "
+                               "can say those that leave a remainder of 0 to 255 when divided by 4096: 0 to "
+                               "255 and 4096 to 4351, but not 300 or 1800. From a x 65536 on, the remainder "
+                               "has to be (a mod 16) x 256 to (a mod 16) x 256 + 255"})
             .encoded(screen_timeout())
             .field("5-6", "u16", "3, exactly")
             .field("7", "u8", "a: anything above 16 counts as 16")

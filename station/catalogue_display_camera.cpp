@@ -33,8 +33,9 @@ Command table_writer(uint16_t code, const char *name, const char *handler, const
         .field(range, "records", curve_fields)
         .ok("all tables are written")
         .error("the old file could not be removed, or the new one not be opened or written")
-        .leaves("\"/mnt/vendor/persist/rgb_data.bin\" holds the tables; after \"ERROR\" it is gone or "
-                "incomplete.")
+        .leaves("\"/mnt/vendor/persist/rgb_data.bin\" is a text of one line a table, in the order of the "
+                "records: two upper-case hexadecimal digits for each step, 512 in all, and a line feed (1539 "
+                "bytes for 3 tables, 7695 for 15). After \"ERROR\" it is gone or incomplete.")
         .response(775)
         .repeatable()
         .lasts("tens of milliseconds; each table is synced to storage");
@@ -120,7 +121,7 @@ std::vector<Command> display_camera_commands()
             .does("Writes a switch text to the second lamp, as it is.")
             .takes({"TEXT", "the driver's switch text, at most 256 bytes"})
             .encoded(text_of("TEXT"))
-            .field("5-6", "u16", "the text's length")
+            .field("5-6", "u16", "the text's length: so many bytes are written")
             .field("7..", "text", "what is written")
             .ok("written")
             .error("more than 256 bytes, or the lamp's node cannot be opened or refuses the text")

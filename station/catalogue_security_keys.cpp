@@ -49,7 +49,8 @@ std::vector<Command> security_key_commands()
             .field("7..", "bytes", "the key")
             .ok("written")
             .error("more than 256 bytes, or the partition cannot be opened or written")
-            .leaves("The key stays in its partition; the service never erases it.")
+            .leaves("The key stays in its partition; the service never erases it. Behind a shorter key the "
+                    "tail of a longer one stays.")
             .repeatable(),
         Command(0xD201, "phone-binding", "diag_cmd_query_kavophonebind")
             .does("Reads the phone binding key back through the binding service.")
@@ -61,26 +62,31 @@ std::vector<Command> security_key_commands()
             .repeatable()
             .lasts("some 10 ms"),
         Command(0xD20A, "store-widevine-keybox", "diag_cmd_set_query_widevine")
-            .does("Stores a Widevine keybox with the phone's tool and reads the device id back.")
+            .does("Stores a Widevine keybox with the phone's tool `StoreKeybox` and reads the device id "
+                  "back. When the tool refuses a keybox, that is not seen, and the id of an earlier one is "
+                  "answered: compare the id with that of the keybox sent. On the virtual phone a keybox "
+                  "has 128 bytes, of which the first 32 are the id.")
             .takes(Parameter("--file PATH", "the keybox, at most 768 bytes; - for standard input").optional())
             .takes(Parameter("--hex HEX", "the keybox in hexadecimal").optional())
             .encoded(bytes_from_options())
             .field("5-6", "u16", "the keybox's length, at most 768")
             .field("7..", "bytes", "the keybox")
-            .bad("store_file_fail", "the keybox could not be put into a file")
+            .bad("store_file_fail", "more than 768 bytes, or the keybox could not be put into a file")
             .bad("write_key_fail", "the keybox tool could not be started")
             .bad("delete_file_fail", "the file could not be removed")
             .bad("open_oemcrypro_fail", "the tool that tells the device id could not be started")
             .bad("match_device_id_fail", "it tells no device id")
             .error("general failure; not used at present")
-            .value("the device id", "its first 32 bytes")
-            .leaves("\"/data/keybox.bin\" is removed once the keybox tool has run, whatever came of that.")
+            .value("the device id", "its first 32 bytes; not a sign that the tool took the keybox")
+            .leaves("The keybox that the tool accepted, in the secure world. \"/data/keybox.bin\" is removed "
+                    "once the tool has run, whatever came of that; after \"store_file_fail\" a part of it "
+                    "may be there.")
             .lasts("as long as two tools run, seconds"),
         Command(0xD20B, "install-widevine", "diag_cmd_set_widevine_key")
             .does("Installs the Widevine keybox that lies on the phone as \"/data/widevine.xml\".")
             .takes({"ARGUMENT", "what the Widevine client gets behind the file, at most 256 bytes"})
             .encoded(text_of("ARGUMENT"))
-            .field("5-6", "u16", "the argument's length, at most 256")
+            .field("5-6", "u16", "the argument's length: so many bytes are taken, at most 256")
             .field("7..", "text", "the argument; the whole command line is cut at 255 bytes")
             .ok("installed, and the file is removed")
             .bad("NOT_EXSIT", "the file is missing")
@@ -88,9 +94,11 @@ std::vector<Command> security_key_commands()
             .leaves("After a failure of the client the file stays, for another try.")
             .lasts("as long as the client runs, seconds"),
         Command(0xD214, "set-hdcp-key", "diag_cmd_set_hdcp_key")
-            .does(
-                "Stores the HDCP key material on the persist partition and runs the provisioning tool. Send "
-                "query-hdcp-key afterwards: it cleans up.")
+            .does("Stores the HDCP key material on the persist partition and runs the provisioning tool, "
+                  "`hdcpprov`. Send query-hdcp-key afterwards: it cleans up. A file that is there already is "
+                  "not truncated: after a failure remove both, or the tail of a longer key stays behind the "
+                  "new one. On the virtual phone the tool wants a CEK of exactly 16 bytes and a PM of one or "
+                  "more whole blocks of 16.")
             .takes({"--cek PATH", "the file of the CEK, at most 768 bytes"})
             .takes({"--pm PATH", "the file of the PM, at most 768 bytes"})
             .encoded(hdcp_keys())
@@ -98,30 +106,33 @@ std::vector<Command> security_key_commands()
             .field("7-8", "u16", "length of the PM, at most 768")
             .field("9..", "bytes", "the CEK, and behind its last byte the PM")
             .ok("stored, and the tool reports success")
-            .bad("store_CEK_fail", "the CEK could not be stored")
-            .bad("store_PM_fail", "the PM could not be stored")
-            .bad("exec_hdcpprov_fail", "the tool does not report success")
+            .bad("store_CEK_fail", "the CEK has more than 768 bytes or could not be stored")
+            .bad("store_PM_fail", "the PM has more than 768 bytes or could not be stored")
+            .bad("exec_hdcpprov_fail", "the tool does not report success; `shell-output hdcpprov` runs it "
+                                       "again on the files that stay and tells why")
             .error("something could not be stored, nor removed again")
-            .leaves(
-                "\"CEK.txt\" and \"PM.out\" in \"/mnt/vendor/persist\" after \"OK\" and "
-                "\"exec_hdcpprov_fail\"; after "
-                "\"store_CEK_fail\" no CEK, after \"store_PM_fail\" no CEK but what was written of the PM.")
+            .leaves("\"CEK.txt\" and \"PM.out\" in \"/mnt/vendor/persist\" after \"OK\" and "
+                    "\"exec_hdcpprov_fail\"; after \"store_CEK_fail\" no CEK, after \"store_PM_fail\" no CEK "
+                    "but what was written of the PM. After a failure query-hdcp-key does not clean up: send "
+                    "remove-file for either path.")
             .lasts("as long as the tool runs, seconds"),
         Command(0xD215, "query-hdcp-key", "diag_cmd_query_hdcp_key")
             .does("Runs the HDCP provisioning tool once more, checks that it has left its data and removes "
-                  "the key files.")
+                  "the key files. Asked again, on the virtual phone the tool checks the keys provisioned "
+                  "before and the answer is \"OK\" again.")
             .ok("provisioned, the key files are removed")
             .error(
                 "the tool does not report success, its data is not there, or the files could not be removed")
-            .leaves("No key files after \"OK\"; after \"ERROR\" they stay.")
+            .leaves("The provisioned data in \"/mnt/vendor/persist/data/dxhdcp2\". No key files after "
+                    "\"OK\"; after \"ERROR\" they stay: send remove-file for either path.")
             .lasts("as long as the tool runs, seconds"),
         Command(0xD21E, "wechat-key", "diag_cmd_get_wechat_key")
             .does("Reads out the WeChat payment key: the whole output of its tool.")
             .error("the tool could not be started")
             .empty(true, "the tool printed nothing")
-            .value("the key", "the tool's output with its line feeds, at most 768 bytes; of an output that "
-                              "goes on behind 768 "
-                              "bytes, 767 are counted")
+            .value(
+                "the key",
+                "the tool's output with its line feeds, at most 768 bytes; of a longer one 767 are counted")
             .leaves("Nothing.")
             .response(775)
             .repeatable()
@@ -149,7 +160,7 @@ std::vector<Command> security_key_commands()
             .takes({"ARGUMENT",
                     "what the installer gets behind the file, such as the device's id; at most 256 bytes"})
             .encoded(text_of("ARGUMENT"))
-            .field("5-6", "u16", "the argument's length, at most 256")
+            .field("5-6", "u16", "the argument's length: so many bytes are taken, at most 256")
             .field("7..", "text", "the argument; the whole command line is cut at 255 bytes")
             .ok("installed, and the file is removed")
             .bad("NOT_EXSIT", "the file is missing")

@@ -5,6 +5,8 @@
 #include "run.h"
 
 #include <algorithm>
+#include <cctype>
+#include <map>
 #include <sstream>
 
 namespace station
@@ -38,16 +40,24 @@ request.
 | 2-3 | u16 | the command's code | as in the request |
 | 4 | u8 | selector; 0 where the command names none | as in the request |
 | 5-6 | u16 | number of data bytes | number of data bytes that count |
-| 7.. | | data | data, the rest zero bytes |
+| 7.. | | data | data |
 
 Numbers are unsigned and sent low byte first unless a command says otherwise. A response has the fixed size that its
-command names, whatever its length field says; what lies behind the counted bytes is not part of the answer.
+command names, whatever its length field says. What lies behind the counted bytes is not part of the answer: mostly zero
+bytes, but a line feed that is not counted (as in 0x0C01-0x0C04, 0x013F, 0x1302) or more of a value that was cut (as in
+0xE606, 0xD21E) may stand there. One answer is shorter than the table: that of 0x013C (port-check) ends behind byte 4.
 
-A command that takes nothing gets selector 0 and length 0; what else is sent is ignored.
+A command that takes nothing gets selector 0 and length 0; what else is sent is ignored. Of a packet that ends early, 4
+bytes at least, the missing bytes are read as zero: the first 4 alone mean selector 0 and no data.
 
-**Texts** in requests end with a zero byte inside the packet. The length counts the text without that byte: some commands
-write or copy as many bytes as are counted. A **pair of texts** is sent as one text with a `+` between them, so neither may
-hold a `+`. Each half has at most 255 bytes; both together with the `+`, except where a command says otherwise, 256.
+**Texts** in requests end with a zero byte inside the packet, which the length does not count. Whether the length is used
+is told at each command's bytes 5-6: some take as many bytes as are counted, and fewer when a zero byte comes first; some
+only check its range, and the text runs to its zero byte.
+
+A **pair of texts** is sent as one text with a `+` between them, so neither may hold a `+`: **what stands behind a second
+`+` is lost without a sign**. `x+a+b` does the same as `x+a`, and the answer is the same too. Each half has at most 255
+bytes; both together with the `+`, except where a command says otherwise, 256.
+
 
 @EXAMPLE@
 
@@ -64,6 +74,12 @@ terminator and have to be compared byte for byte, odd spellings included.
 
 A command that reads a value answers the value in their place. A value that happens to be the text ERROR cannot be told from
 a failure.
+
+The log is read with `adb logcat -s Diag_Lib`, of the virtual phone with `script/phone logcat NAME -d`, and over the port
+with `station shell-output "logcat -d | grep HANDLER | tail -n 3"`, 768 bytes of it; each command's handler is named below.
+What is answered so is logged as well: `station shell "logcat -c"` before the command in question empties the log. Where a
+tool's words are not logged, run it with `station shell-output "TOOL 2>&1"`.
+
 
 ## The client
 
@@ -162,12 +178,43 @@ std::string choice_list(const Parameter &parameter)
     return text.empty() ? text : text + ")";
 }
 
-std::string command_section(const Command &command)
+std::string heading(const Command &command)
 {
-    std::string text = "### " + codes(command);
+    std::string text = codes(command);
     for (const Name &name : command.names)
         text += (&name == &command.names.front() ? " " : ", ") + std::string(name.name);
-    text += "\n\n" + std::string(command.summary) + "\n\n";
+    return text;
+}
+
+// What Markdown makes of a heading for links to it.
+std::string anchor(const std::string &title)
+{
+    std::string link = "#";
+    for (unsigned char character : title)
+        if (std::isalnum(character) || character == '-')
+            link += static_cast<char>(std::tolower(character));
+        else if (character == ' ')
+            link += '-';
+    return link;
+}
+
+// Every code, by number.
+std::string index()
+{
+    std::map<uint16_t, std::string> rows;
+    for (const Command &command : catalogue())
+        for (const Name &name : command.names)
+            rows[name.code] = "| " + code_text(name.code) + " | [" + name.name + "](" +
+                              anchor(heading(command)) + ") | " + family_title(command.family) + " |\n";
+    std::string text = "| Code | Name | Family |\n|---|---|---|\n";
+    for (const auto &row : rows)
+        text += row.second;
+    return text;
+}
+
+std::string command_section(const Command &command)
+{
+    std::string text = "### " + heading(command) + "\n\n" + command.summary + "\n\n";
     if (command.is_range()) {
         text += "| Code | Name | Meaning |\n|---|---|---|\n";
         for (const Name &name : command.names)
@@ -243,14 +290,7 @@ std::string reference_markdown()
     std::string text = introduction;
     fill_in(text, "@EXAMPLE@", example());
     fill_in(text, "@RUN@\n", script_syntax());
-    text += "## All commands\n\nIn the order of the service's table.\n\n| Code | Name | Family "
-            "|\n|---|---|---|\n";
-    for (const Command &command : catalogue()) {
-        std::string names;
-        for (const Name &name : command.names)
-            names += (names.empty() ? "" : ", ") + std::string(name.name);
-        text += "| " + codes(command) + " | " + names + " | " + family_title(command.family) + " |\n";
-    }
+    text += "## All commands\n\n" + index();
     text += "\n";
     for (int family = 0; family <= static_cast<int>(Family::security_keys); family++) {
         text += "## " + std::string(family_title(static_cast<Family>(family))) + "\n\n";
