@@ -135,7 +135,8 @@ int diag_kill_exist_process(const char *name)
         if (ids[i] == getpid())
             continue;
         LOG("kill pid=%d!\n", ids[0]); // always the first id
-        kill(ids[i], SIGTERM);
+        if (ids[i] > 0) // what is no number counts as 0, which would be the service's own group
+            kill(ids[i], SIGTERM);
     }
     return count;
 }

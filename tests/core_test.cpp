@@ -225,6 +225,20 @@ TEST_F(Core, KillSparesTheServiceAndNobodyElse)
     EXPECT_EQ(diag_kill_exist_process("victim"), 0);
 }
 
+// A line longer than the buffer goes on as a line of its own, whose words are no ids: 0 and negative numbers
+// would signal a whole group, the service's own among them.
+TEST_F(Core, ProcessesWithoutAnIdAreNotKilled)
+{
+    tool("ps", "echo 'root word victim'; echo 'root 0 victim'; echo 'root -1 victim'");
+    static volatile sig_atomic_t signals;
+    signals = 0;
+    auto before = signal(SIGTERM, [](int) { signals = signals + 1; });
+    EXPECT_EQ(diag_kill_exist_process("victim"), 3);
+    signal(SIGTERM, before);
+    EXPECT_EQ(signals, 0);
+    EXPECT_EQ(times_logged("[diag_kill_exist_process]:kill pid=0!\n"), 3);
+}
+
 TEST_F(Core, PowerActionsWaitAwakeAndThenAsk)
 {
     struct {
