@@ -3,6 +3,7 @@
 #include <cutils.h>
 #include <diag.h>
 #include <dirent.h>
+#include <dlfcn.h>
 #include <hardware_legacy.h>
 #include <log.h>
 #include <sys/stat.h>
@@ -110,6 +111,14 @@ int __android_log_print(int priority, const char *tag, const char *format, ...)
     return 1;
 }
 
+extern "C" FILE *popen(const char *line, const char *mode)
+{
+    static auto *real = reinterpret_cast<FILE *(*)(const char *, const char *)>(dlsym(RTLD_NEXT, "popen"));
+    if (state.failing_popen > 0 && --state.failing_popen == 0)
+        return nullptr;
+    return real(line, mode);
+}
+
 void wait_for_reboots(size_t count)
 {
     for (int i = 0; i < 1000; i++) {
@@ -214,9 +223,9 @@ void Phone::tool(const std::string &name, const std::string &script)
 
 void Phone::remove_tool(const std::string &name) { std::filesystem::remove(tool_path(name)); }
 
-std::vector<std::string> Phone::runs()
+strings Phone::runs()
 {
-    std::vector<std::string> lines;
+    strings lines;
     std::ifstream file(RUNS);
     for (std::string line; std::getline(file, line);)
         lines.push_back(line);
@@ -240,6 +249,40 @@ std::string Phone::content(const std::string &path)
 }
 
 bool Phone::exists(const std::string &path) { return std::filesystem::exists(path); }
+
+void Phone::link_node(const std::string &path, const std::string &target)
+{
+    node(path, "");
+    std::filesystem::remove(path);
+    std::filesystem::create_symlink(target, path);
+}
+
+void Phone::expect_by_tool(uint16_t code, const std::string &name, answers rows, uint8_t selector)
+{
+    for (const auto &[script, answer] : rows) {
+        tool(name, script);
+        EXPECT_EQ(ask(code, selector).text, answer) << script;
+    }
+}
+
+void Phone::expect_by_node(uint16_t code, const std::string &path, answers rows, uint8_t selector)
+{
+    for (const auto &[content, answer] : rows) {
+        node(path, content);
+        EXPECT_EQ(ask(code, selector).text, answer) << content;
+    }
+}
+
+void Phone::expect_by_property(uint16_t code, const std::string &key, answers rows, uint8_t selector)
+{
+    for (const auto &[value, answer] : rows) {
+        state.properties[key] = value;
+        EXPECT_EQ(ask(code, selector).text, answer) << value;
+    }
+    state.unreadable_properties.insert(key);
+    EXPECT_EQ(ask(code, selector).text, "ERROR");
+    state.unreadable_properties.erase(key);
+}
 
 int Phone::times_logged(const std::string &line)
 {

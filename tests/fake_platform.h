@@ -30,7 +30,12 @@ struct fake_phone {
     std::vector<reboot_request> reboots;
     int reboot_result = 0;
     bool allocation_fails = false;
+    int failing_popen = 0; // the line from now that cannot be started; 0: all can
 };
+
+using strings = std::vector<std::string>;
+// What there is, and what a command answers then.
+using answers = std::initializer_list<std::pair<std::string, std::string>>;
 
 struct response {
     bool null = false;          // no reply
@@ -57,11 +62,19 @@ class Phone : public testing::Test
     static void tool(const std::string &name, const std::string &script);
     static void remove_tool(const std::string &name);
     // The runs so far, each as the tool's name and its arguments.
-    static std::vector<std::string> runs();
+    static strings runs();
 
     static void node(const std::string &path, const std::string &content); // made with its folders
     static std::string content(const std::string &path);                   // "(missing)" when it is not there
     static bool exists(const std::string &path);
+    // A link in a node's place: the null device takes everything and keeps nothing, the full device takes
+    // nothing.
+    static void link_node(const std::string &path, const std::string &target);
+
+    // The answers to what a tool does, a node holds or a property says.
+    static void expect_by_tool(uint16_t code, const std::string &name, answers rows, uint8_t selector = 0);
+    static void expect_by_node(uint16_t code, const std::string &path, answers rows, uint8_t selector = 0);
+    static void expect_by_property(uint16_t code, const std::string &key, answers rows, uint8_t selector = 0);
 
     static bool logged(const std::string &line); // "[name]:message\n", exactly
     static int times_logged(const std::string &line);
