@@ -1,6 +1,5 @@
 // Panel, display processor, RGB light and cameras. What reaches a node or a device is recorded byte for byte.
 #include <sys/ioctl.h>
-#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -8,8 +7,6 @@
 #include <filesystem>
 
 #include "tests/fake_platform.h"
-
-using strings = std::vector<std::string>;
 
 static strings writes;           // to anything but the standard streams, as "PATH<BYTES"
 static int writes_until_void;    // this many writes from now, one takes nothing
@@ -67,26 +64,6 @@ class DisplayCamera : public Phone
         writes.clear();
         return ask(code, selector, data, length).text;
     }
-
-    // With no descriptor left, no line can be started.
-    static std::string text_without_descriptors(uint16_t code)
-    {
-        rlimit before = {};
-        getrlimit(RLIMIT_NOFILE, &before);
-        rlimit none = {3, before.rlim_max};
-        setrlimit(RLIMIT_NOFILE, &none);
-        std::string answer = text(code);
-        setrlimit(RLIMIT_NOFILE, &before);
-        return answer;
-    }
-
-    // The null device takes everything and gives nothing, the full device takes nothing.
-    static void link_node(const std::string &path, const char *device)
-    {
-        node(path, "");
-        std::filesystem::remove(path);
-        std::filesystem::create_symlink(device, path);
-    }
 };
 
 TEST_F(DisplayCamera, ColorBlockIsWrittenWhole)
@@ -100,7 +77,6 @@ TEST_F(DisplayCamera, ColorBlockIsWrittenWhole)
     EXPECT_TRUE(writes.empty());
     EXPECT_EQ(text(0x3201, block), "OK");
     EXPECT_EQ(writes, strings{path + "<" + block});
-    EXPECT_TRUE(logged("[diag_cmd_set_lcd_data]:write data length : 108  lcd data is : 129 129 129 .\n"));
     EXPECT_EQ(text(0x3201, block, 0, 3), "OK");
     EXPECT_EQ(writes, strings{path + "<\x81\x81\x81" + std::string(105, '\0')});
     writes_until_void = 1;
@@ -134,19 +110,6 @@ TEST_F(DisplayCamera, PictureAppIsAskedToShow)
                                row.arguments);
     }
     EXPECT_EQ(runs(), expected);
-    for (uint16_t code : {0x3202, 0x3204, 0x320E, 0x320D, 0x320F, 0x320A})
-        EXPECT_EQ(text_without_descriptors(code), "ERROR") << code;
-    EXPECT_EQ(runs(), expected);
-}
-
-TEST_F(DisplayCamera, PanelCalibrationIsJudgedByItsFirstCharacter)
-{
-    for (auto [value, answer] : {std::pair("0", "OK"), std::pair("01", "OK"), std::pair("10", "ERROR"),
-                                 std::pair("3", "ERROR"), std::pair("", "ERROR")}) {
-        the_phone().properties["vendor.display.panel.calibration.status"] = value;
-        EXPECT_EQ(text(0x3203), answer) << value;
-    }
-    EXPECT_TRUE(logged("[diag_cmd_check_lcd_calibration]:property_get error! len=0, lcd_cal_sts_prop=\n"));
 }
 
 TEST_F(DisplayCamera, BrightnessIsSetToItsMaximum)
@@ -158,7 +121,6 @@ TEST_F(DisplayCamera, BrightnessIsSetToItsMaximum)
     node(current, "100\n");
     EXPECT_EQ(text(0x3209), "OK");
     EXPECT_EQ(content(current), "2047\n");
-    EXPECT_TRUE(logged("[diag_cmd_set_lcd_maxbrightness]:lcd brightness is 2047\n.\n"));
     node(highest, std::string(300, '7')); // fills the buffer to its last byte
     EXPECT_EQ(text(0x3209), "OK");
     EXPECT_EQ(content(current), std::string(256, '7'));
@@ -181,46 +143,42 @@ TEST_F(DisplayCamera, PanelIdAndStatusAreCutToTheWire)
     EXPECT_EQ(text(0x320B), std::string(256, 'x'));
 
     const std::string nines(255, '9');
-    const std::pair<std::string, std::string> cases[] = {
-        {"0 0x00 none\n", "OK"}, {"3 0x10 crc\n", "3"},
-        {"3\n", "3\n"},          {"", ""},
-        {"-1\n", "OK"},          {" 7 behind a blank\n", "OK"},
-        {"2 a\n17 b\n", "217"},  {"123 a\n0 b\n", "OK"},
-        {"0 a\n5 b\n", "OK5"},   {nines + "88\n1", nines + "8"}, // in two pieces, the second clipped
-    };
-    for (const auto &[lines, answer] : cases) {
-        node(status, lines);
-        EXPECT_EQ(ask(0x320C).text, answer) << lines;
-        EXPECT_EQ(ask(0x320C).data, answer + std::string(256 - answer.size(), '\0')) << lines;
-    }
+    expect_by_node(0x320C, status,
+                   {{"0 0x00 none\n", "OK"},
+                    {"3 0x10 crc\n", "3"},
+                    {"3\n", "3\n"},
+                    {"", ""},
+                    {"-1\n", "OK"},
+                    {" 7 behind a blank\n", "OK"},
+                    {"2 a\n17 b\n", "217"},
+                    {"123 a\n0 b\n", "OK"},
+                    {"0 a\n5 b\n", "OK5"},
+                    {nines + "88\n1", nines + "8"}}); // in two pieces, the second clipped
 }
 
-TEST_F(DisplayCamera, ColorModeAndFrequencyAreCutOutOfTheToolsLines)
+TEST_F(DisplayCamera, ToolsAndPropertiesAreCutToTheWire)
 {
-    for (auto [printed, answer] : {std::pair("256\\nsecond\\n", "256"), std::pair("256", "25"),
-                                   std::pair("\\n", ""), std::pair("", "ERROR")}) {
-        tool("settings", std::string("printf '") + printed + "'");
-        EXPECT_EQ(text(0x320D), answer) << printed;
-    }
+    expect_by_tool(0x320D, "settings",
+                   {{"printf '256\\nsecond\\n'", "256"},
+                    {"printf 256", "25"},
+                    {"echo", ""},
+                    {"true", "ERROR"},
+                    {"printf %05000d 1", std::string(254, '0')}});
     EXPECT_EQ(runs().back(), "settings get system color_mode");
-    tool("settings", "printf %05000d 1");
-    EXPECT_EQ(text(0x320D), std::string(254, '0'));
-
-    for (auto [printed, answer] :
-         {std::pair("other (1.0)\\n  Period: 16666666 (60.00 Hz)\\n", "60"),
-          std::pair("Period (120.1)\\nPeriod (90.1)\\n", "120"), std::pair("Period 60.00\\n", "ERROR"),
-          std::pair("period (60.0)\\n", "ERROR")}) {
-        tool("dumpsys", std::string("printf '") + printed + "'");
-        EXPECT_EQ(text(0x320F), answer) << printed;
-    }
+    expect_by_tool(0x320F, "dumpsys",
+                   {{"echo 'other (1.0)'; echo '  Period: 16666666 (60.00 Hz)'", "60"},
+                    {"echo 'Period (120.1)'; echo 'Period (90.1)'", "120"},
+                    {"echo Period 60.00", "ERROR"},
+                    {"echo 'period (60.0)'", "ERROR"}});
     EXPECT_EQ(runs().back(), "dumpsys SurfaceFlinger --dispsync");
+    expect_by_property(0x3203, "vendor.display.panel.calibration.status",
+                       {{"0", "OK"}, {"01", "OK"}, {"10", "ERROR"}, {"3", "ERROR"}, {"", "ERROR"}});
 }
 
 TEST_F(DisplayCamera, ProcessorPowerIsReadBack)
 {
     const std::string power = "/sys/devices/virtual/misc/iris5/iris5_pt_power";
     EXPECT_EQ(text(0x3205), "ERROR");
-    EXPECT_TRUE(logged("[diag_cmd_dsp_power_up]:write 0 to " + power + " fail\n"));
     for (auto [code, value] : {std::pair(0x3205, "1"), std::pair(0x3206, "0")}) {
         link_node(power, "/dev/null");
         EXPECT_EQ(text(static_cast<uint16_t>(code)), "ERROR");
@@ -238,7 +196,6 @@ TEST_F(DisplayCamera, ProcessorPowerIsReadBack)
     EXPECT_EQ(text(0x3207), "OK");
     EXPECT_EQ(writes, strings{bypass + "<1"});
     EXPECT_EQ(text(0x3208), "OK");
-    EXPECT_TRUE(logged("[diag_cmd_query_dsp_effect]:dsp power down sucess\n"));
 
     tool("irisConfig", "exit 1"); // not what stops it
     tool("softirisConfig", "");
@@ -360,17 +317,16 @@ TEST_F(DisplayCamera, TablesAreComputedFromCurves)
     node(TABLE, std::string(10000, 'x'));
     response answer = ask(0x3802, 0, records);
     EXPECT_EQ(answer.text, "OK");
-    EXPECT_EQ(answer.bytes.size(), 775u);
     EXPECT_EQ(content(TABLE), lines);
     answer = ask(0x3809, 0, records);
     EXPECT_EQ(answer.text, "OK");
-    EXPECT_EQ(answer.bytes.size(), 775u);
     EXPECT_EQ(content(TABLE), lines.substr(0, 3 * 513));
     // A product fused with the sum behind it would give 2 here.
     EXPECT_EQ(text(0x3809, record(225, -51783, -142300, 340)), "OK");
     EXPECT_EQ(content(TABLE).substr(2 * 175, 2), "03");
 
-    EXPECT_EQ(text_without_descriptors(0x3802), "ERROR") << "not removed";
+    the_phone().failing_popen = 1;
+    EXPECT_EQ(text(0x3802), "ERROR") << "not removed";
     std::filesystem::remove(TABLE);
     std::filesystem::create_directory(TABLE);
     EXPECT_EQ(text(0x3809), "ERROR") << "not opened";
@@ -378,13 +334,11 @@ TEST_F(DisplayCamera, TablesAreComputedFromCurves)
     tool("rm", ""); // so that the file may be one that takes nothing
     link_node(TABLE, "/dev/full");
     EXPECT_EQ(text(0x3802), "ERROR") << "not written";
-    EXPECT_TRUE(logged("[diag_cmd_set_rgb_table]:write to /mnt/vendor/persist/rgb_data.bin failed\n"));
 }
 
 TEST_F(DisplayCamera, OlderLightShowsAStepOfTheTable)
 {
     EXPECT_EQ(text(0x3801, bytes({4, 0})), "ERROR");
-    EXPECT_TRUE(logged("[diag_cmd_test_rgb_calibration]:open " + TABLE + " fail\n")) << "before the colour";
     const std::string digits = "0123456789ABCDEF";
     std::string table; // line i, step x: the digits i and x mod 16
     for (size_t i = 0; i < 15; i++, table += "\n")
@@ -420,13 +374,11 @@ TEST_F(DisplayCamera, OlderLightShowsAStepOfTheTable)
     writes_until_void = 3;
     EXPECT_EQ(text(0x3801, bytes({2, 200})), "ERROR") << "the second channel fails";
     EXPECT_EQ(writes.size(), 3u);
-    EXPECT_TRUE(logged("[diag_cmd_test_rgb_calibration]:open green light 6 fail\n"));
 }
 
 TEST_F(DisplayCamera, EitherLightShowsAStepOfTheTable)
 {
     EXPECT_EQ(text(0x3808, bytes({4, 0})), "ERROR");
-    EXPECT_TRUE(logged("[diag_cmd_test_rgb_calibration_new]:command is not exit!!\n")) << "before the file";
     EXPECT_EQ(text(0x3808, bytes({1, 0})), "ERROR") << "no file";
     const std::string inner(506, '0');
     node(TABLE, "1234" + inner + "5F\n" + "6789" + inner + "AF\n" + "BCDE" + inner + "EF\n");
@@ -451,7 +403,6 @@ TEST_F(DisplayCamera, EitherLightShowsAStepOfTheTable)
     }
     writes_until_void = 2;
     EXPECT_EQ(text(0x3808, bytes({3, 0})), "ERROR");
-    EXPECT_TRUE(logged("[diag_cmd_test_rgb_calibration_new]:open red light 3 fail\n"));
     node(TABLE, "12\n");
     EXPECT_EQ(text(0x3808, bytes({2, 0})), "OK") << "a line that is missing is zeroes";
     EXPECT_EQ(writes.back(), OLD_NODE + "<0049" + std::string(2, '\0') + "05");
@@ -462,7 +413,6 @@ TEST_F(DisplayCamera, CameraProcessorIsPowered)
     const std::string device = "/dev/rk_preisp";
     EXPECT_EQ(text(0x3601), "ERROR") << "no device";
     EXPECT_EQ(text(0x3600, "", 2), "ERROR");
-    EXPECT_TRUE(logged("[diag_cmd_control_camera_dsp_power]:Set /dev/rk_preisp status:[pwrup] fail.\n"));
     EXPECT_FALSE(exists(device));
     node(device, "");
     EXPECT_EQ(text(0x3600, "", 1), "OK");
@@ -472,7 +422,6 @@ TEST_F(DisplayCamera, CameraProcessorIsPowered)
 
     EXPECT_EQ(text(0x3601, "", 1), "ERROR");
     EXPECT_EQ(text(0x3601), "ERROR") << "a regular file has no state";
-    EXPECT_TRUE(logged("[diag_cmd_query_camera_dsp_state]:Query state ret:-1,state:-1.\n"));
     EXPECT_EQ(asked_state, 0x80047013u);
     power_state = 1;
     EXPECT_EQ(text(0x3601), "ERROR");
@@ -487,23 +436,8 @@ TEST_F(DisplayCamera, FuseIdsAreFoundByCameraNumber)
         "persist.camera.sensor.rearTele.fuseID",  "vendor.camera.sensor.u.fuseID",
         "persist.camera.sensor.rearDepth.fuseID", "vendor.camera.sensor.m2x.fuseID",
     };
-    for (uint8_t camera = 0; camera < 6; camera++) {
-        EXPECT_EQ(text(0x3602, "", camera), "ERROR");
-        the_phone().properties[keys[camera]] = "fuse" + std::to_string(camera);
-        EXPECT_EQ(text(0x3602, "", camera), "fuse" + std::to_string(camera));
-    }
+    for (uint8_t camera = 0; camera < 6; camera++)
+        expect_by_property(0x3602, keys[camera], {{"", "ERROR"}, {"fuse", "fuse"}}, camera);
     for (uint8_t camera : {6, 0x80, 0xFF})
         EXPECT_EQ(text(0x3602, "", camera), "ERROR");
-}
-
-TEST_F(DisplayCamera, WithoutABufferNothingIsDone)
-{
-    the_phone().allocation_fails = true;
-    node(TABLE, "kept");
-    for (uint16_t code : {0x3801, 0x3808, 0x3802, 0x3809, 0x3807})
-        EXPECT_TRUE(ask(code).null);
-    EXPECT_EQ(the_phone().allocated_codes, (std::vector<unsigned>{0x3808, 0x3808, 0x3802, 0x3809, 0x3807}));
-    EXPECT_TRUE(logged("[diag_cmd_test_rgb_calibration]:Diag: diagpkt_subsys_alloc failed!\n"));
-    EXPECT_TRUE(logged("[diag_cmd_set_rgb_data_new]:diagpkt_subsys_alloc failed\n"));
-    EXPECT_EQ(content(TABLE), "kept");
 }
