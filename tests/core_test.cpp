@@ -1,6 +1,5 @@
 // The routines that every command stands on: log, files, shell lines, deferred power actions.
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,9 +12,7 @@
 #include "core/table.h"
 #include "tests/fake_platform.h"
 
-class Core : public Phone
-{
-};
+using Core = Phone;
 
 TEST_F(Core, LineGoesToBothSinksWhateverItsLength)
 {
@@ -43,7 +40,6 @@ TEST_F(Core, ReadingTrimsOneLineFeedFromTheCountOnly)
         EXPECT_EQ(diag_cmd_read_file("/sys/n", c.max, buffer), c.result) << c.content;
         EXPECT_EQ(std::string(buffer), std::string(c.content).substr(0, static_cast<size_t>(c.max)));
     }
-    EXPECT_TRUE(logged("[diag_cmd_read_file]:Read content:1\n,len:1\n"));
 
     char buffer[4] = {};
     node("/sys/n", "abcdefgh"); // fills the buffer: no terminator to be found
@@ -55,13 +51,10 @@ TEST_F(Core, ReadingFailsAsMinusOne)
 {
     char buffer[8] = {};
     EXPECT_EQ(diag_cmd_read_file("/sys/missing", 8, buffer), 65535);
-    EXPECT_TRUE(logged("[diag_cmd_read_file]:Open file failed!\n\n"));
     EXPECT_EQ(diag_cmd_read_file("/sys", 8, buffer), 65535);
-    EXPECT_TRUE(logged("[diag_cmd_read_file]:Read failed!\n"));
     EXPECT_EQ(diag_cmd_read_file(nullptr, 8, buffer), 65535);
     EXPECT_EQ(diag_cmd_read_file("/sys", -1, buffer), 65535);
     EXPECT_EQ(diag_cmd_read_file("/sys", 8, nullptr), 65535);
-    EXPECT_EQ(times_logged("[diag_cmd_read_file]:content is abnormal!\n"), 3);
     EXPECT_EQ(diag_cmd_read_file_new("/sys/missing", "1", 1, buffer), 65535);
 }
 
@@ -85,8 +78,6 @@ TEST_F(Core, WritingKeepsTheTailAndItsStrangeMode)
     stat("/data/new", &status);
     EXPECT_EQ(status.st_mode & 07777, 03146u);
     chmod("/data/new", 0644);
-    EXPECT_TRUE(logged("[diag_cmd_write_file]:Enter! write_length:2,max_length:256,content:ab\n"));
-    EXPECT_TRUE(logged("[diag_cmd_write_file]:Operation succ\n"));
 
     node("/data/old", "12345");
     EXPECT_EQ(diag_cmd_write_file("/data/old", 2, 2, "ab"), 0);
@@ -97,12 +88,9 @@ TEST_F(Core, WritingKeepsTheTailAndItsStrangeMode)
     EXPECT_EQ(diag_cmd_write_file("/data/none", 3, 2, "ab"), 65535);
     EXPECT_EQ(diag_cmd_write_file("/data/none", 1, 2, "abc"), 65535);
     EXPECT_EQ(diag_cmd_write_file("/data/none", 1, 2, nullptr), 65535);
-    EXPECT_EQ(times_logged("[diag_cmd_write_file]:content is abnormal!\n"), 3);
     EXPECT_FALSE(exists("/data/none"));
     EXPECT_EQ(diag_cmd_write_file("/none/here", 1, 2, "a"), 65535);
-    EXPECT_TRUE(logged("[diag_cmd_write_file]:Open node failed! fd=-1\n"));
     EXPECT_EQ(diag_cmd_write_file("/dev/full", 1, 2, "a"), 65535);
-    EXPECT_TRUE(logged("[diag_cmd_write_file]:Failed to write to node\n"));
     EXPECT_EQ(diag_cmd_write_file("/dev/null", 1, 2, "a"), 0)
         << "a device that refuses fsync has taken the value";
 }
@@ -115,28 +103,26 @@ TEST_F(Core, PrefixedLinesKeep685Characters)
     tool("/vendor/bin/probe", "exit 3");
     EXPECT_EQ(diag_cmd_handle_system("probe 1"), 0) << "the exit status is nobody's business";
     EXPECT_TRUE(logged("[my_popen]:new popen command is: " + PREFIX + "probe 1\n"));
-    EXPECT_TRUE(logged("[diag_cmd_handle_system]:cmd:probe 1, status:0\n"));
     EXPECT_EQ(diag_cmd_handle_system(nullptr), -1);
-    EXPECT_TRUE(logged("[diag_cmd_handle_system]:Cmd is NULL!\n"));
+    the_phone().failing_popen = 1;
+    EXPECT_EQ(diag_cmd_handle_system("true"), -1);
 
     std::string command = "probe " + std::string(700, 'x');
     EXPECT_EQ(diag_cmd_handle_system(command.c_str()), 0);
-    EXPECT_EQ(runs(),
-              (std::vector<std::string>{"/vendor/bin/probe 1", "/vendor/bin/" + command.substr(0, 685)}));
+    EXPECT_EQ(runs(), (strings{"/vendor/bin/probe 1", "/vendor/bin/" + command.substr(0, 685)}));
 }
 
 TEST_F(Core, SearchedOutputMatchesTheBeginningOfAnyLine)
 {
     tool("probe", "echo one; echo two three");
     EXPECT_EQ(diag_cmd_compare_msg("probe", "two"), 0);
-    EXPECT_TRUE(logged("[diag_cmd_compare_msg]:popen probe success\n"));
-    EXPECT_TRUE(logged("[diag_cmd_compare_msg]:cmd_msg: two three\n\n"));
-    EXPECT_TRUE(logged("[diag_cmd_compare_msg]:find two success\n"));
     EXPECT_EQ(diag_cmd_compare_msg("probe", "three"), -1);
     EXPECT_EQ(diag_cmd_compare_msg("probe", ""), 0);
     tool("probe", "");
     EXPECT_EQ(diag_cmd_compare_msg("probe", ""), -1);
     EXPECT_EQ(diag_cmd_compare_msg("no-such-tool 2>/dev/null", "x"), -1);
+    the_phone().failing_popen = 1;
+    EXPECT_EQ(diag_cmd_compare_msg("true", ""), -1);
 
     diag_quiet_flag = 1;
     the_phone().log.clear();
@@ -155,26 +141,6 @@ TEST_F(Core, SystemStatusIsDecoded)
     EXPECT_EQ(diag_cmd_system_send(nullptr), -1);
 }
 
-// What cannot be started: no room for another process.
-TEST_F(Core, LinesThatCannotBeStarted)
-{
-    rlimit before = {};
-    getrlimit(RLIMIT_NOFILE, &before);
-    rlimit none = {3, before.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none);
-    int handled = diag_cmd_handle_system("true");
-    int compared = diag_cmd_compare_msg("true", "");
-    int32_t ids[PROCESS_LIMIT];
-    uint8_t count = 9;
-    int listed = diag_get_processpid_by_name("x", ids, &count);
-    setrlimit(RLIMIT_NOFILE, &before);
-    EXPECT_EQ(handled, -1);
-    EXPECT_EQ(compared, -1);
-    EXPECT_EQ(listed, -1);
-    EXPECT_EQ(count, 0);
-    EXPECT_TRUE(logged("[diag_get_processpid_by_name]:x process doesn't exist!\n"));
-}
-
 static constexpr char PROCESS_HEADER[] =
     "echo 'USER            PID   PPID     VSZ    RSS WCHAN            ADDR S NAME'\n";
 
@@ -187,11 +153,12 @@ TEST_F(Core, ProcessListIsReadByColumns)
     EXPECT_EQ(diag_get_processpid_by_name("USER", ids, &count), 0);
     EXPECT_EQ(count, 1);
     EXPECT_EQ(ids[0], 41);
-    EXPECT_TRUE(logged("[diag_get_processpid_by_name]:process cmd=ps -A| grep USER !\n"));
     EXPECT_EQ(times_logged("[diag_get_processpid_by_name]:First Line!\n"), 2);
-    EXPECT_TRUE(logged("[diag_get_processpid_by_name]:p_key_point=root\n"));
     EXPECT_TRUE(logged("[diag_get_processpid_by_name]:count52\n")) << "the code of the 4 of 41";
 
+    the_phone().failing_popen = 1;
+    EXPECT_EQ(diag_get_processpid_by_name("x", ids, &count), -1);
+    EXPECT_EQ(count, 0);
     tool("ps", PROCESS_HEADER);
     EXPECT_EQ(diag_get_processpid_by_name("nothing", ids, &count), 256) << "grep's exit status 1";
     EXPECT_EQ(count, 0);
@@ -245,25 +212,17 @@ TEST_F(Core, PowerActionsWaitAwakeAndThenAsk)
         int kind;
         unsigned int command;
         const char *reason;
-        const char *thread;
-        const char *result;
-        const char *started;
     } cases[] = {
-        {0, 0xDEAD0002, "(none)", "diag_device_shutdown_thread_handle", "Shutdown:-3",
-         "pthread cerate succ!0"},
-        {1, 0xDEAD0001, "(none)", "diag_device_restart_thread_handle", "Restart:-3",
-         "Reboot pthread cerate succ!1"},
-        {2, 0xDEAD0003, "recovery", "diag_restart_recovery_thread_handle", "Recovery:-3",
-         "Reboot recovery pthread cerate succ!2"},
-        {3, 0xDEAD0003, "bootloader", "diag_restart_fastboot_thread_handle", "Reboot bootloader:-3",
-         "Reboot bootloader pthread cerate succ!3"},
+        {0, 0xDEAD0002, "(none)"},
+        {1, 0xDEAD0001, "(none)"},
+        {2, 0xDEAD0003, "recovery"},
+        {3, 0xDEAD0003, "bootloader"},
     };
     the_phone().reboot_result = -3; // the phone stays up: the lock is released and the service carries on
     for (const auto &c : cases)
         EXPECT_EQ(diag_platform_cmd_thread_create(c.kind), 0);
     EXPECT_EQ(diag_platform_cmd_thread_create(7), 0);
     EXPECT_EQ(diag_platform_cmd_thread_create(-1), 0);
-    EXPECT_TRUE(logged("[diag_platform_cmd_thread_create]:Default! Cmd=7\n"));
     wait_for_reboots(4);
 
     auto reboots = the_phone().reboots;
@@ -281,10 +240,7 @@ TEST_F(Core, PowerActionsWaitAwakeAndThenAsk)
             double wait = c.kind == 0 ? 4 : 2;
             EXPECT_TRUE(r.seconds >= wait && r.seconds < wait + 1) << r.seconds;
         }
-        EXPECT_EQ(matches, 1) << c.result;
-        EXPECT_TRUE(logged(std::string("[") + c.thread + "]:Enter!\n"));
-        EXPECT_TRUE(logged(std::string("[") + c.thread + "]:" + c.result + "\n"));
-        EXPECT_TRUE(logged(std::string("[diag_platform_cmd_thread_create]:") + c.started + "\n"));
+        EXPECT_EQ(matches, 1) << c.kind;
     }
     EXPECT_TRUE(the_phone().wake_locks.empty());
 }
@@ -294,10 +250,11 @@ TEST_F(Core, WithoutABufferThereIsNoReplyAndNoAction)
     node("/data/n", "old");
     the_phone().allocation_fails = true;
     for (int i = 0; i < diag_command_table.count; i++) {
-        uint16_t code = diag_command_table.entries[i].low;
+        uint16_t code = diag_command_table.entries[i].high;
         EXPECT_TRUE(ask_text(code, "/data/n+new", 1).null) << std::hex << code;
         const std::string &line = the_phone().log.back();
         EXPECT_NE(line.find("diagpkt_subsys_alloc failed"), std::string::npos) << std::hex << code << line;
+        EXPECT_EQ(the_phone().allocated_codes.back(), code == 0x3801 ? 0x3808u : code);
     }
     EXPECT_EQ(content("/data/n"), "old");
     EXPECT_TRUE(the_phone().reboots.empty() && runs().empty());
