@@ -145,8 +145,9 @@ void *diag_cmd_factory_wipe_data(void *request, uint16_t)
         return answer_error(response);
     }
     constexpr auto ARGUMENTS_LENGTH = static_cast<ssize_t>(sizeof WIPE_ARGUMENTS - 1);
-    lseek(misc.fd, offsetof(boot_message_head, recovery), SEEK_SET);
-    ssize_t written = write(misc.fd, WIPE_ARGUMENTS, ARGUMENTS_LENGTH);
+    // In one call: arguments must not land on the command field because a seek failed.
+    ssize_t written =
+        pwrite(misc.fd, WIPE_ARGUMENTS, ARGUMENTS_LENGTH, offsetof(boot_message_head, recovery));
     LOG("write command is %s,length is :%d\n", WIPE_ARGUMENTS, static_cast<int>(ARGUMENTS_LENGTH));
     if (written < ARGUMENTS_LENGTH) {
         misc.release(); // the partition stays open after a failed write
