@@ -120,8 +120,7 @@ void *diag_cmd_check_bt_mac_addr(void *request, uint16_t)
         return answer_error(response);
     }
     uint8_t address[6] = {}; // a file that ends early leaves zeroes
-    lseek(file.fd, BT_ADDRESS_OFFSET, SEEK_SET);
-    if (read(file.fd, address, sizeof address) < 0) {
+    if (pread(file.fd, address, sizeof address, BT_ADDRESS_OFFSET) < 0) {
         LOG("read bt addr failed\xA3\xA1\n");
         return answer_error(response);
     }
