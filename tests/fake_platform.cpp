@@ -291,3 +291,9 @@ int Phone::times_logged(const std::string &line)
 }
 
 bool Phone::logged(const std::string &line) { return times_logged(line) > 0; }
+
+void Phone::forget_log()
+{
+    std::lock_guard<std::mutex> lock(state_mutex);
+    state.log.clear();
+}

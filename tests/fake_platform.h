@@ -78,6 +78,7 @@ class Phone : public testing::Test
 
     static bool logged(const std::string &line); // "[name]:message\n", exactly
     static int times_logged(const std::string &line);
+    static void forget_log();
 
     int descriptors_left_open = 0; // what the test expects to find open beyond what was there before
 
