@@ -1,25 +1,14 @@
 // The port's framing, byte by byte.
-#include "frame.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <memory>
-#include <string>
 #include <utility>
-#include <vector>
+
+#include "tests/wire.h"
 
 namespace
 {
-
-using bytes = std::vector<uint8_t>;
-
-bytes frame_of(const bytes &packet)
-{
-    bytes frame(port::encoded_max(packet.size()));
-    frame.resize(port::encode(packet.data(), packet.size(), frame.data()));
-    return frame;
-}
 
 // What a decoder makes of the input when it arrives in the given pieces: the packets and the drops, in order.
 struct outcome {
@@ -43,12 +32,6 @@ outcome decode(const bytes &input, size_t piece = SIZE_MAX)
         EXPECT_EQ(left, 0u);
     }
     return result;
-}
-
-bytes operator+(bytes left, const bytes &right)
-{
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
 }
 
 TEST(Frame, KnownCheckValueAndWireBytes)

@@ -1,33 +1,23 @@
 // The packet router behind its socket: what stations see, friendly and hostile.
 #include "diag.h"
-#include "frame.h"
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
-#include <cstring>
-#include <dirent.h>
 #include <memory>
 #include <optional>
 #include <random>
-#include <string>
 #include <thread>
-#include <vector>
+
+#include "tests/wire.h"
 
 namespace
 {
 
-using bytes = std::vector<uint8_t>;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
@@ -100,32 +90,13 @@ bytes packet_of(unsigned code, const bytes &body = {}, uint8_t subsystem = SUBSY
     return packet;
 }
 
-bytes frame_of(const bytes &packet)
-{
-    bytes frame(port::encoded_max(packet.size()));
-    frame.resize(port::encode(packet.data(), packet.size(), frame.data()));
-    return frame;
-}
-
 class Station
 {
   public:
-    explicit Station(const std::string &path) : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
-    {
-        connect(path);
-    }
+    explicit Station(const std::string &path) : fd_(connect_unix(path)) { EXPECT_GE(fd_, 0); }
     ~Station() { close(fd_); }
     Station(const Station &) = delete;
     Station &operator=(const Station &) = delete;
-
-    void connect(const std::string &path) const
-    {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        path.copy(address.sun_path, sizeof address.sun_path - 1);
-        EXPECT_EQ(::connect(fd_, reinterpret_cast<sockaddr *>(&address), sizeof address), 0)
-            << strerror(errno);
-    }
 
     void send(const bytes &raw) const
     {
@@ -177,25 +148,11 @@ class Station
     std::unique_ptr<port::decoder> decoder_ = std::make_unique<port::decoder>();
 };
 
-size_t open_descriptors()
-{
-    size_t count = 0;
-    DIR *folder = opendir("/proc/self/fd");
-    while (readdir(folder) != nullptr)
-        count++;
-    closedir(folder);
-    return count;
-}
-
 class Router : public ::testing::Test
 {
   protected:
     void SetUp() override
     {
-        char folder[] = "/tmp/router_test.XXXXXX";
-        ASSERT_NE(mkdtemp(folder), nullptr);
-        folder_ = folder;
-        path_ = folder_ + "/port";
         setenv("DIAG_PORT", path_.c_str(), 1);
         ASSERT_TRUE(Diag_LSM_Init(nullptr));
         diagpkt_tbl_reg(&TABLE);
@@ -205,11 +162,11 @@ class Router : public ::testing::Test
     {
         Diag_LSM_DeInit();
         unlink(path_.c_str());
-        EXPECT_EQ(rmdir(folder_.c_str()), 0) << "something is left beside the port";
+        EXPECT_TRUE(std::filesystem::is_empty(folder_.path)) << "something is left beside the port";
     }
 
-    std::string folder_;
-    std::string path_;
+    temporary_folder folder_;
+    std::string path_ = folder_.path + "/port";
 };
 
 TEST_F(Router, DispatchesOnSubsystemAndCodeAlone)
@@ -236,10 +193,8 @@ TEST_F(Router, AnswersEachOfManyRequestsInOneWriteAndNoneForNull)
     Station station(path_);
     bytes input;
     for (uint8_t i = 0; i < 100; i++)
-        for (unsigned code : {SILENT, ECHO}) {
-            bytes frame = frame_of(packet_of(code, {i}));
-            input.insert(input.end(), frame.begin(), frame.end());
-        }
+        for (unsigned code : {SILENT, ECHO})
+            input = input + frame_of(packet_of(code, {i}));
     station.send(input);
     for (uint8_t i = 0; i < 100; i++)
         ASSERT_EQ(station.receive(), packet_of(ECHO, {i}));
@@ -286,7 +241,7 @@ TEST_F(Router, GarbageAndHalfFramesHarmNobody)
 {
     Station patient(path_);
     EXPECT_EQ(patient.ask(packet_of(ECHO)), packet_of(ECHO)); // it has its descriptor now
-    const size_t descriptors = open_descriptors();
+    const int descriptors = open_descriptors();
     std::mt19937 random(1); // NOLINT(cert-msc51-cpp): the same garbage every time
     for (int round = 0; round < 20; round++) {
         Station hostile(path_);
@@ -355,7 +310,7 @@ TEST_F(Router, OneAtATimeAndInTurn)
 
 TEST_F(Router, EndsAfterTheRunningHandlerAndBeginsAnew)
 {
-    const size_t descriptors = open_descriptors();
+    const int descriptors = open_descriptors();
     for (int round = 0; round < 3; round++) {
         Station station(path_);
         station.send(frame_of(packet_of(SLOW, {1})));
@@ -383,25 +338,17 @@ TEST_F(Router, EndsAfterTheRunningHandlerAndBeginsAnew)
 TEST_F(Router, ReplacesAStaleSocketAndNothingElse)
 {
     Diag_LSM_DeInit();
-    auto listen_there = [&] {
-        int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        path_.copy(address.sun_path, sizeof address.sun_path - 1);
-        EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
-        EXPECT_EQ(listen(fd, 1), 0);
-        return fd;
-    };
-    int other = listen_there();
+    int other = listen_unix(path_);
     EXPECT_FALSE(Diag_LSM_Init(nullptr)); // somebody answers there
     close(other);
     EXPECT_TRUE(Diag_LSM_Init(nullptr));
     Diag_LSM_DeInit();
 
-    ASSERT_EQ(mkdir(path_.c_str(), 0700), 0);
+    std::filesystem::create_directory(path_);
     EXPECT_FALSE(Diag_LSM_Init(nullptr));
     EXPECT_EQ(rmdir(path_.c_str()), 0);
-    for (const std::string &bad : {folder_ + "/missing/port", folder_ + '/' + std::string(200, 'x')}) {
+    for (const std::string &bad :
+         {folder_.path + "/missing/port", folder_.path + '/' + std::string(200, 'x')}) {
         setenv("DIAG_PORT", bad.c_str(), 1);
         EXPECT_FALSE(Diag_LSM_Init(nullptr));
     }

@@ -1,22 +1,16 @@
 // The service as a process: its start, its ends, and what a signal may not disturb.
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <memory>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "frame.h"
+#include "tests/wire.h"
 
 using seconds = std::chrono::duration<double>;
 
@@ -53,32 +47,29 @@ struct service {
     }
     double age() const { return seconds(std::chrono::steady_clock::now() - start).count(); }
 
-    // Reads on until the output holds `line`, for a second at most.
+    // Takes what comes on the output in 10 ms; false when it has ended.
+    bool hears()
+    {
+        char some[4096];
+        pollfd ready = {out, POLLIN, 0};
+        if (poll(&ready, 1, 10) <= 0)
+            return true;
+        ssize_t taken = read(out, some, sizeof some);
+        text.append(some, static_cast<size_t>(std::max<ssize_t>(taken, 0)));
+        return taken > 0;
+    }
+    // Whether the output holds `line`, within a second.
     bool says(const std::string &line)
     {
-        double until = age() + 1;
-        while (text.find(line) == std::string::npos) {
-            pollfd ready = {out, POLLIN, 0};
-            if (age() > until || poll(&ready, 1, 100) < 0)
+        for (double until = age() + 1; count(line) == 0; hears())
+            if (age() > until)
                 return false;
-            char bytes[4096];
-            ssize_t count = ready.revents ? read(out, bytes, sizeof bytes) : 0;
-            if (count > 0)
-                text.append(bytes, static_cast<size_t>(count));
-        }
         return true;
     }
-    // Waits for the end, for 10 s at most; the exit status, or -1.
+    // Waits for the end, until an age of 20 s at most; the exit status, or -1.
     int ends()
     {
-        for (char bytes[4096]; age() < 20;) {
-            pollfd ready = {out, POLLIN, 0};
-            poll(&ready, 1, 10);
-            ssize_t count = ready.revents ? read(out, bytes, sizeof bytes) : 1;
-            if (count == 0)
-                break;
-            if (ready.revents)
-                text.append(bytes, static_cast<size_t>(count));
+        while (age() < 20 && hears()) {
         }
         int status = 0;
         waitpid(pid, &status, 0);
@@ -94,18 +85,12 @@ struct service {
     // Whether the port echoes.
     bool echoes() const
     {
-        int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        path.copy(address.sun_path, sizeof address.sun_path - 1);
-        const uint8_t request[] = {75, 250, 0x3C, 0x01, 7};
-        uint8_t frame[64];
-        size_t size = port::encode(request, sizeof request, frame);
-        uint8_t answer[64] = {};
-        bool same = connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0 &&
-                    write(fd, frame, size) == static_cast<ssize_t>(size) &&
-                    read(fd, answer, sizeof answer) == static_cast<ssize_t>(size) &&
-                    std::equal(frame, frame + size, answer);
+        int fd = connect_unix(path);
+        const bytes frame = frame_of({75, 250, 0x3C, 0x01, 7});
+        bytes answer(frame.size());
+        auto size = static_cast<ssize_t>(frame.size());
+        bool same = write(fd, frame.data(), frame.size()) == size &&
+                    read(fd, answer.data(), answer.size()) == size && frame == answer;
         close(fd);
         return same;
     }

@@ -2,25 +2,20 @@
 #include "client.h"
 #include "encode.h"
 #include "errors.h"
-#include "frame.h"
 #include "run.h"
 
 #include <arpa/inet.h>
 #include <atomic>
-#include <cstdlib>
-#include <fcntl.h>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <netinet/in.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
+
+#include "tests/wire.h"
 
 using namespace station;
 using namespace std::string_literals;
@@ -29,13 +24,6 @@ namespace
 {
 
 constexpr double SOON = 0.3;
-
-Bytes frame_of(const Bytes &packet)
-{
-    Bytes frame(port::encoded_max(packet.size()));
-    frame.resize(port::encode(packet.data(), packet.size(), frame.data()));
-    return frame;
-}
 
 Bytes response_to(const Bytes &request, const std::string &text)
 {
@@ -47,12 +35,6 @@ Bytes response_to(const Bytes &request, const std::string &text)
     return response;
 }
 
-Bytes operator+(Bytes a, const Bytes &b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
-
 // What a port does with the request it got as its count-th, over all connections.
 struct Reply {
     Bytes wire;
@@ -61,18 +43,6 @@ struct Reply {
 using Behaviour = std::function<Reply(const Bytes &request, int count)>;
 
 Reply answer(const Bytes &request, const std::string &text) { return {frame_of(response_to(request, text))}; }
-
-// A directory of its own, removed with all it holds.
-struct Directory {
-    Directory()
-    {
-        char name[] = "/tmp/station_portXXXXXX";
-        path = mkdtemp(name);
-    }
-    ~Directory() { std::filesystem::remove_all(path); }
-
-    std::string path;
-};
 
 // Serves one connection after the other on its own thread.
 class FakePort
@@ -143,21 +113,6 @@ class FakePort
     std::thread thread_;
 };
 
-int listen_unix(const std::string &path)
-{
-    const std::filesystem::path where(path);
-    const int directory = open(where.parent_path().c_str(), O_PATH);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%s", directory,
-             where.filename().c_str());
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
-    EXPECT_EQ(listen(fd, 8), 0);
-    close(directory);
-    return fd;
-}
-
 struct Fixture {
     explicit Fixture(Behaviour behaviour, const std::string &name = "port")
         : path(directory.path + "/" + name), port(listen_unix(path), std::move(behaviour))
@@ -165,7 +120,7 @@ struct Fixture {
     }
     Client client(int retries = 0, double timeout = SOON) const { return Client({path, timeout, retries}); }
 
-    Directory directory;
+    temporary_folder directory;
     std::string path;
     FakePort port;
 };
@@ -191,7 +146,7 @@ TEST(Port, EveryTransport)
         return answer(packet, {packet.begin() + DATA_OFFSET, packet.begin() + DATA_OFFSET + 3});
     };
     {
-        Directory deep;
+        temporary_folder deep;
         const std::string directory = deep.path + "/" + std::string(120, 'd');
         std::filesystem::create_directory(directory);
         FakePort port(listen_unix(directory + "/port"), echo);
@@ -304,7 +259,7 @@ TEST(Port, RepeatsWhatIsSafeToRepeatAndNothingElse)
 
 TEST(Port, ARequestNotYetSentIsRetriedWhateverItIs)
 {
-    Directory directory;
+    temporary_folder directory;
     const std::string path = directory.path + "/port";
     std::unique_ptr<FakePort> port;
     std::thread late([&] {
@@ -334,7 +289,7 @@ TEST(Port, AServiceThatCameBackIsFoundAgain)
 TEST(Port, AFloodOfGarbageDoesNotHoldTheStation)
 {
     // Frames of others, faster than the station can wait for silence.
-    Directory directory;
+    temporary_folder directory;
     const std::string path = directory.path + "/port";
     const int listener = listen_unix(path);
     std::thread flood([&] {
@@ -464,7 +419,7 @@ TEST(Program, AScriptWaitsForTheRestartedPhone)
     // Told to restart, the phone answers for a while, goes away and comes back: slowly, and faster than one
     // can see.
     for (const int milliseconds_away : {400, 0}) {
-        Directory directory;
+        temporary_folder directory;
         const std::string path = directory.path + "/port";
         std::atomic<bool> restarted{false};
         std::atomic<bool> was_away{false};
