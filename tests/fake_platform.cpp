@@ -1,7 +1,6 @@
 #include "tests/fake_platform.h"
 
 #include <cutils.h>
-#include <diag.h>
 #include <dirent.h>
 #include <dlfcn.h>
 #include <hardware_legacy.h>
@@ -9,6 +8,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
@@ -133,7 +133,7 @@ void wait_for_reboots(size_t count)
 
 // ---- the fixture
 
-static int open_descriptors()
+int open_descriptors()
 {
     int count = 0;
     DIR *folder = opendir("/proc/self/fd");
@@ -163,22 +163,30 @@ void Phone::TearDown()
     EXPECT_TRUE(state.bad_log.empty());
 }
 
+const diagpkt_entry *Phone::entry_of(uint16_t code)
+{
+    const diagpkt_entry *end = diag_command_table.entries + diag_command_table.count;
+    const diagpkt_entry *found =
+        std::find_if(diag_command_table.entries, end,
+                     [&](const diagpkt_entry &entry) { return entry.low <= code && code <= entry.high; });
+    return found == end ? nullptr : found;
+}
+
+std::vector<uint8_t> Phone::packet_of(uint16_t code, uint8_t selector, const std::string &data, int length)
+{
+    std::vector<uint8_t> packet(65535 + 1024);
+    const size_t told = length < 0 ? data.size() : static_cast<size_t>(length);
+    const size_t head[] = {75, 250, code % 256U, code / 256U, selector, told % 256, told / 256};
+    std::transform(std::begin(head), std::end(head), packet.begin(),
+                   [](size_t byte) { return static_cast<uint8_t>(byte); });
+    std::copy(data.begin(), data.end(), packet.begin() + 7);
+    return packet;
+}
+
 response Phone::ask(uint16_t code, uint8_t selector, const std::string &data, int length)
 {
-    std::vector<uint8_t> request(65535 + 1024); // zero behind the packet, as the router promises
-    auto told = static_cast<uint16_t>(length < 0 ? static_cast<int>(data.size()) : length);
-    request[0] = 75;
-    request[1] = 250;
-    request[2] = static_cast<uint8_t>(code);
-    request[3] = static_cast<uint8_t>(code >> 8);
-    request[4] = selector;
-    request[5] = static_cast<uint8_t>(told);
-    request[6] = static_cast<uint8_t>(told >> 8);
-    std::copy(data.begin(), data.end(), request.begin() + 7);
-    const diagpkt_entry *entry = nullptr;
-    for (int i = 0; i < diag_command_table.count && !entry; i++)
-        if (diag_command_table.entries[i].low <= code && code <= diag_command_table.entries[i].high)
-            entry = &diag_command_table.entries[i];
+    std::vector<uint8_t> request = packet_of(code, selector, data, length);
+    const diagpkt_entry *entry = entry_of(code);
     if (!entry) {
         ADD_FAILURE() << "no handler for code " << code;
         return {};

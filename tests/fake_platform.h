@@ -2,6 +2,7 @@
 // the router does, put tools and nodes into the sandbox, look at what was logged, run and left behind.
 #pragma once
 
+#include <diag.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -51,6 +52,11 @@ class Phone : public testing::Test
     void SetUp() override;
     void TearDown() override; // no child is left; descriptors only as many as a test has announced
 
+    // The entry of the registered table, or null; and a request as the router hands it over, zero behind the
+    // packet.
+    static const diagpkt_entry *entry_of(uint16_t code);
+    static std::vector<uint8_t> packet_of(uint16_t code, uint8_t selector, const std::string &data,
+                                          int length);
     // Sends a request through the registered table. `length` is what bytes 5-6 say; by default the number of
     // data bytes.
     static response ask(uint16_t code, uint8_t selector = 0, const std::string &data = "", int length = -1);
@@ -87,6 +93,8 @@ class Phone : public testing::Test
 };
 
 fake_phone &the_phone(); // guarded where the service's threads write to it
+
+int open_descriptors();
 
 // Waits until `count` reboots were asked for, or 10 s.
 void wait_for_reboots(size_t count);

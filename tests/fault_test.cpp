@@ -4,7 +4,6 @@
 //
 // Each command is taken through its sample requests in a process of its own. A first run of a request counts
 // its calls; then there is one run for each call, in which that one fails.
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -14,13 +13,14 @@
 #include <cstdarg>
 #include <numeric>
 
-#include "tests/command_list.h"
+#include "core/table.h"
 #include "tests/faulty_calls.h"
 #include "tests/sample_phone.h"
 
 namespace
 {
 
+const size_t COMMANDS = diag_command_table.count;
 constexpr unsigned int RUN_LIMIT = 30; // seconds, to tell a run that hangs from one that is slow
 
 // A detection logs hundreds of lines. The log remembers nothing from one to the next, so that lines this far
@@ -43,6 +43,7 @@ constexpr meant_to_stay MEANT_TO_STAY[] = {
 
 // Shared with the process that runs the command, and all that is left to tell of one that has died.
 struct progress {
+    char name[48];
     int requests;
     int failed[FAULTY_CALLS];
     int closed; // in the runs without a fault
@@ -59,25 +60,14 @@ bool changes_nothing(faulty_call fault)
     return fault == NO_FAULT || fault == FAIL_LOG_WRITE || fault == FAIL_MALLOC || fault == FAIL_FSYNC;
 }
 
-int open_descriptors()
-{
-    int count = 0;
-    DIR *folder = opendir("/proc/self/fd");
-    while (readdir(folder))
-        count++;
-    closedir(folder);
-    return count;
-}
-
 // Sends the bytes of a request to its handler while `fault` happens at its `number`th call, and judges what
 // comes back and what is left.
 class Faults : public SamplePhone
 {
   protected:
-    const known_command *command = nullptr;
+    const diagpkt_entry *command = nullptr;
     const sample *request = nullptr;
     progress *told = nullptr;
-    std::vector<uint8_t> packet = std::vector<uint8_t>(65535 + 1024);
 
     void complain(int &counter, const char *format, ...) __attribute__((format(printf, 3, 4)))
     {
@@ -93,21 +83,7 @@ class Faults : public SamplePhone
         va_end(arguments);
     }
 
-    void write_request()
-    {
-        size_t length = request->length < 0 ? request->data.size() : static_cast<size_t>(request->length);
-        std::fill(packet.begin(), packet.end(), 0);
-        packet[0] = 75;
-        packet[1] = 250;
-        packet[2] = static_cast<uint8_t>(request->code);
-        packet[3] = static_cast<uint8_t>(request->code >> 8);
-        packet[4] = request->selector;
-        packet[5] = static_cast<uint8_t>(length);
-        packet[6] = static_cast<uint8_t>(length >> 8);
-        std::copy(request->data.begin(), request->data.end(), packet.begin() + 7);
-    }
-
-    void judge_answer(const uint8_t *answer, const call_record &calls, faulty_call fault)
+    void judge_answer(const uint8_t *answer, const uint8_t *sent, const call_record &calls, faulty_call fault)
     {
         if (fault == FAIL_RESPONSE) {
             if (answer)
@@ -117,11 +93,11 @@ class Faults : public SamplePhone
         if (calls.responses != 1)
             complain(told->leaks, "%d buffers for one answer\n", calls.responses);
         unsigned int size = answer ? response_size(answer) : 0;
-        if (size != command->response) {
+        if (size != response_of(request->code)) {
             complain(told->wrong, "an answer of %u bytes\n", size);
             return;
         }
-        if (memcmp(answer, packet.data(), 5) != 0)
+        if (memcmp(answer, sent, 5) != 0)
             complain(told->wrong, "head or selector not echoed\n");
         if (size <= 7)
             return;
@@ -161,13 +137,14 @@ class Faults : public SamplePhone
         alarm(RUN_LIMIT);
         prepare_for(*request);
         forget_log();
-        write_request();
+        const std::vector<uint8_t> sent =
+            packet_of(request->code, request->selector, request->data, request->length);
+        std::vector<uint8_t> packet = sent; // the handler may change it
         int open_before = open_descriptors();
         begin_calls(fault, number, fault == FAIL_LOG_WRITE ? LOG_STRIDE : INT_MAX);
         void *answer = command->handler(packet.data(), static_cast<uint16_t>(7 + request->data.size()));
         call_record calls = end_calls();
-        write_request(); // the handler may have changed it
-        judge_answer(static_cast<const uint8_t *>(answer), calls, fault);
+        judge_answer(static_cast<const uint8_t *>(answer), sent.data(), calls, fault);
         judge_leftovers(calls, fault, open_before);
         free_responses();
         return calls;
@@ -177,12 +154,14 @@ class Faults : public SamplePhone
     {
         told->requests++;
         auto at = [&](const char *call, int number) {
-            snprintf(told->at, sizeof told->at, "%s (0x%04X), request %d, %s %d", command->name,
-                     request->code, told->requests, call, number);
+            snprintf(told->at, sizeof told->at, "0x%04X, request %d, %s %d", request->code, told->requests,
+                     call, number);
         };
         at("failing nothing", 0);
         call_record clean = run(NO_FAULT, 0);
         told->closed += clean.closed;
+        const std::string &line = the_phone().log.front(); // it begins with the handler's name
+        line.copy(told->name, std::min(line.find(']') - 1, sizeof told->name - 1), 1);
         for (int call = 0; call < FAULTY_CALLS; call++) {
             int failed = 0;
             for (int number = 1; failed < clean.counts[call]; number++) {
@@ -205,7 +184,7 @@ class Faults : public SamplePhone
         close(nowhere);
         std::set<uint16_t> codes;
         for (const sample &each : samples()) {
-            if (command_of(each.code) != command)
+            if (entry_of(each.code) != command)
                 continue;
             codes.insert(each.code);
             request = &each;
@@ -223,15 +202,15 @@ class Faults : public SamplePhone
         int all_failed = 0;
         int all_died = 0;
         printf(HEADER, "code", "command", "requests", "failed", "closed", "kept", "crashes", "leaks");
-        for (size_t i = 0; i < COMMAND_COUNT; i++) {
-            const known_command &of = COMMANDS[i];
+        for (size_t i = 0; i < COMMANDS; i++) {
+            const diagpkt_entry &of = diag_command_table.entries[i];
             const progress &row = all[i];
             char code[16];
             int length = snprintf(code, sizeof code, "0x%04X", of.low);
             if (of.high != of.low)
                 snprintf(code + length, sizeof code - 6, "-0x%04X", of.high);
             int failed = std::accumulate(row.failed, row.failed + FAULTY_CALLS, 0);
-            printf(ROW, code, of.name, row.requests, failed, row.closed, row.kept, died[i] ? 1 : 0,
+            printf(ROW, code, row.name, row.requests, failed, row.closed, row.kept, died[i] ? 1 : 0,
                    row.leaks);
             all_failed += failed;
             all_died += died[i];
@@ -254,12 +233,12 @@ class Faults : public SamplePhone
 
 TEST_F(Faults, OfEveryCallOfEveryCommand)
 {
-    auto *all = static_cast<progress *>(mmap(nullptr, COMMAND_COUNT * sizeof(progress),
-                                             PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    auto *all = static_cast<progress *>(mmap(nullptr, COMMANDS * sizeof(progress), PROT_READ | PROT_WRITE,
+                                             MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     ASSERT_NE(all, MAP_FAILED);
-    std::vector<bool> died(COMMAND_COUNT);
-    for (size_t i = 0; i < COMMAND_COUNT; i++) {
-        command = &COMMANDS[i];
+    std::vector<bool> died(COMMANDS);
+    for (size_t i = 0; i < COMMANDS; i++) {
+        command = &diag_command_table.entries[i];
         told = &all[i];
         pid_t process = fork();
         ASSERT_GE(process, 0);
@@ -274,7 +253,7 @@ TEST_F(Faults, OfEveryCallOfEveryCommand)
         EXPECT_EQ(told->leaks + told->wrong, 0) << told->complaints;
     }
     print(all, died);
-    munmap(all, COMMAND_COUNT * sizeof(progress));
+    munmap(all, COMMANDS * sizeof(progress));
 }
 
 } // namespace

@@ -246,6 +246,14 @@ void SamplePhone::prepare_for(const sample &request)
     hw_dec_done_flag = 0;
 }
 
+unsigned int SamplePhone::response_of(uint16_t code)
+{
+    static const std::set<uint16_t> LONG = {0x1302, 0x3802, 0x3809, 0xD21E};
+    if (code == 0x013C)
+        return 5;
+    return code >= 0xE600 || LONG.count(code) ? 775 : 263;
+}
+
 const std::vector<sample> &SamplePhone::samples()
 {
     static const std::vector<sample> SAMPLES = {

@@ -34,4 +34,5 @@ class SamplePhone : public Phone
     static void prepare_for(const sample &request);
 
     static const std::vector<sample> &samples();
+    static unsigned int response_of(uint16_t code); // its size on the wire
 };
