@@ -6,10 +6,21 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 static constexpr char TAG[] = "Diag_Lib";
 static constexpr size_t USUAL_LINE = 1024; // longer lines are formatted on the heap
+
+static bool stdout_is_read = true;
+
+void log_spare_null_stdout()
+{
+    struct stat out = {};
+    struct stat null = {};
+    stdout_is_read = fstat(STDOUT_FILENO, &out) != 0 || stat("/dev/null", &null) != 0 ||
+                     !S_ISCHR(out.st_mode) || out.st_rdev != null.st_rdev;
+}
 
 // Unbuffered, so that a line is out before its function goes on, whatever happens next.
 static void write_stdout(const char *text, size_t length)
@@ -54,7 +65,8 @@ void diag_log(const char *function, const char *format, ...)
     va_end(again);
     va_end(arguments);
 
-    write_stdout(line, length);
+    if (stdout_is_read)
+        write_stdout(line, length);
     __android_log_print(ANDROID_LOG_ERROR, TAG, "%s", line);
     if (line != usual)
         free(line);

@@ -93,6 +93,7 @@ int main()
     if (pipe2(wake_pipe, O_CLOEXEC | O_NONBLOCK) < 0)
         wake_pipe[0] = wake_pipe[1] = -1;
 
+    log_spare_null_stdout();
     LOG("Diag service Begin!\n");
     if (!Diag_LSM_Init(nullptr)) {
         LOG("Diag service Init failed\n");
