@@ -2,9 +2,10 @@
 //
 // Runs inside a phone, where the service's nodes, properties and shell are. The limit of a request is the
 // same work done barely: a process that reads as many bytes from a socket, makes the system calls or runs the
-// shell lines that the request asks for, and writes as many bytes back. Requests and limits take turns in a
-// random order, and a median is taken of each. Without a port the requests go to a service of the program's
-// own. Prints figures, one a line: name, limit, figure and unit, parted by tabs; "-" where there is no limit.
+// shell lines that the request asks for, and writes as many bytes back; a second one also appends what the
+// service logs. Requests and limits take turns in a random order, and a median is taken of each. Without a
+// port the requests go to a service of the program's own. Prints figures, one a line: name, limit, figure and
+// unit, parted by tabs; "-" where there is no limit.
 #include "exchange.h"
 
 #include <benchmark/benchmark.h>
@@ -35,6 +36,7 @@ using Clock = std::chrono::steady_clock;
 constexpr char OWN_PORT[] = "/dev/socket/bench_port";
 constexpr char PATH[] = "/system/bin:/vendor/bin"; // the service's, so that lines find the same tools
 constexpr char LOG[] = "/dev/log/main";
+constexpr char LIMIT_LOG[] = "/dev/log/bench"; // in the same file system
 constexpr char LOGGED_LINE[] = "[my_popen]:new popen command is: ";
 constexpr char NODE[] = "/sys/class/power_supply/battery/capacity";
 constexpr char PROPERTY[] = "ro.build.id";
@@ -49,11 +51,22 @@ struct Work {
     const char *file = nullptr; // opened, read, closed
     std::vector<std::string> lines;
     useconds_t pause = 0;
+    std::vector<std::string> log; // each written to a file beside the phone's log
 };
+
+int open_unnamed_log()
+{
+    const int fd = open(LIMIT_LOG, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+    unlink(LIMIT_LOG);
+    return fd;
+}
 
 void run(const Work &work)
 {
+    static const int log = open_unnamed_log();
     char buffer[4096];
+    for (const auto &line : work.log)
+        (void)!write(log, line.data(), line.size());
     if (work.file != nullptr) {
         const int fd = open(work.file, O_RDONLY | O_CLOEXEC);
         (void)!read(fd, buffer, 256);
@@ -181,23 +194,53 @@ struct Row {
     bool fresh = false;        // a service does this work once
 };
 
+Work opened(const char *file)
+{
+    Work work;
+    work.file = file;
+    return work;
+}
+
+Work shell(const char *line)
+{
+    Work work;
+    work.lines = {line};
+    return work;
+}
+
+Work paused(useconds_t pause)
+{
+    Work work;
+    work.pause = pause;
+    return work;
+}
+
 const Row ROWS[] = {
     {"echo (0x013C)", 0x013C, "", {}},
-    {"read node (0xE600)", 0xE600, NODE, {NODE, {}}},
-    {"get property (0xE602)", 0xE602, PROPERTY, {PROPERTY_FILE, {}}},
-    {"shell output (0xE606)", 0xE606, OUTPUT_LINE, {nullptr, {OUTPUT_LINE}}},
+    {"read node (0xE600)", 0xE600, NODE, opened(NODE)},
+    {"get property (0xE602)", 0xE602, PROPERTY, opened(PROPERTY_FILE)},
+    {"shell output (0xE606)", 0xE606, OUTPUT_LINE, shell(OUTPUT_LINE)},
     {"prefixed tool (0x0F00)", 0x0F00, "", {}, true},
-    {"memory size (0x0A00)", 0x0A00, "", {nullptr, {MEMORY_LINE}}},
-    {"phone detection (0x013E)", 0x013E, "", {nullptr, {}, DETECTION_SETTLES}, true, true},
+    {"memory size (0x0A00)", 0x0A00, "", shell(MEMORY_LINE)},
+    {"phone detection (0x013E)", 0x013E, "", paused(DETECTION_SETTLES), true, true},
 };
 
-// The shell lines that the service has logged behind `offset`.
-std::vector<std::string> logged_lines(std::streamoff offset)
+// What has been logged behind `offset`, line by line.
+std::vector<std::string> logged(std::streamoff offset)
 {
     std::vector<std::string> lines;
     std::ifstream log(LOG);
     log.seekg(offset);
     for (std::string line; std::getline(log, line);)
+        lines.push_back(line + "\n");
+    return lines;
+}
+
+// The shell lines among them.
+std::vector<std::string> shell_lines(const std::vector<std::string> &log)
+{
+    std::vector<std::string> lines;
+    for (const auto &line : log)
         if (const size_t at = line.find(LOGGED_LINE); at != std::string::npos)
             lines.push_back(line.substr(at + sizeof LOGGED_LINE - 1));
     return lines;
@@ -243,7 +286,7 @@ void add_row(const Row &row, int port, const char *service)
     const std::string name = row.name;
     Bytes answer;
     Work limit = row.limit;
-    const std::streamoff logged = log_size();
+    const std::streamoff before = log_size();
     if (row.fresh) {
         Process process;
         start_service(service, process);
@@ -251,12 +294,16 @@ void add_row(const Row &row, int port, const char *service)
     } else {
         ask(port, request, answer);
     }
+    const std::vector<std::string> log = logged(before);
     if (row.lines_logged)
-        limit.lines = logged_lines(logged);
+        limit.lines = shell_lines(log);
 
     add_exchange(name + "/limit", start_limit(request.size(), limit, answer), request);
-    if (!row.fresh)
-        return add_exchange(name + "/path", port, request);
+    if (!row.fresh) {
+        add_exchange(name + "/path", port, request);
+        limit.log = log;
+        return add_exchange(name + "/logging", start_limit(request.size(), limit, answer), request);
+    }
     add_single(
         name + "/path", [=](Process &process) { start_service(service, process); },
         [=](Process &process) {
@@ -359,8 +406,10 @@ int main(int argc, char **argv)
         if (path == quickest.of.end())
             continue; // not asked for
         print(name, quickest.of[name + "/limit"], path->second, "ns");
-        if (row.fresh)
-            print(name + ", its lines in one shell", quickest.of[name + "/loop"], path->second, "ns");
+        if (!row.fresh)
+            print("  and its log written", quickest.of[name + "/logging"], path->second, "ns");
+        else
+            print("  its lines in one shell", quickest.of[name + "/loop"], path->second, "ns");
     }
     if (const auto start = quickest.of.find("start/path"); start != quickest.of.end())
         print("start to first answer", quickest.of["start/limit"], start->second, "ns");
