@@ -302,7 +302,9 @@ void add_row(const Row &row, int port, const char *service)
     if (!row.fresh) {
         add_exchange(name + "/path", port, request);
         limit.log = log;
-        return add_exchange(name + "/logging", start_limit(request.size(), limit, answer), request);
+        if (limit.lines.empty()) // beside a shell the log does not count
+            add_exchange(name + "/logging", start_limit(request.size(), limit, answer), request);
+        return;
     }
     add_single(
         name + "/path", [=](Process &process) { start_service(service, process); },
@@ -406,10 +408,10 @@ int main(int argc, char **argv)
         if (path == quickest.of.end())
             continue; // not asked for
         print(name, quickest.of[name + "/limit"], path->second, "ns");
-        if (!row.fresh)
-            print("  and its log written", quickest.of[name + "/logging"], path->second, "ns");
-        else
-            print("  its lines in one shell", quickest.of[name + "/loop"], path->second, "ns");
+        if (quickest.of.count(name + "/logging") > 0)
+            print(name + ", and its log written", quickest.of[name + "/logging"], path->second, "ns");
+        if (row.fresh)
+            print(name + ", its lines in one shell", quickest.of[name + "/loop"], path->second, "ns");
     }
     if (const auto start = quickest.of.find("start/path"); start != quickest.of.end())
         print("start to first answer", quickest.of["start/limit"], start->second, "ns");
