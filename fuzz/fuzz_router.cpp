@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -97,6 +98,15 @@ void start()
 
 // ---- the stations
 
+// The fuzzer's own alarm may cut a call short.
+template <typename Call> auto uninterrupted(Call call)
+{
+    auto result = call();
+    while (result < 0 && errno == EINTR)
+        result = call();
+    return result;
+}
+
 struct station {
     int fd = -1;
     bool leaves = false;
@@ -140,14 +150,15 @@ std::vector<bytes> answers_to(const bytes &sent)
 void connect_station(station &s)
 {
     s.fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    require(connect(s.fd, reinterpret_cast<sockaddr *>(&port_address), sizeof port_address) == 0,
-            "a station can connect");
+    int connected = uninterrupted(
+        [&] { return connect(s.fd, reinterpret_cast<sockaddr *>(&port_address), sizeof port_address); });
+    require(connected == 0, "a station can connect");
 }
 
 void send_piece(station &s, const uint8_t *piece, size_t length)
 {
-    require(send(s.fd, piece, length, MSG_NOSIGNAL) == static_cast<ssize_t>(length),
-            "a station's bytes are taken");
+    ssize_t sent = uninterrupted([&] { return send(s.fd, piece, length, MSG_NOSIGNAL); });
+    require(sent == static_cast<ssize_t>(length), "a station's bytes are taken");
     s.sent.insert(s.sent.end(), piece, piece + length);
 }
 
@@ -157,8 +168,9 @@ void read_to_the_end(station &s)
     static uint8_t buffer[65536];
     for (;;) {
         pollfd readable = {s.fd, POLLIN, 0};
-        require(poll(&readable, 1, PATIENCE_MS) == 1, "every station is answered");
-        ssize_t count = recv(s.fd, buffer, sizeof buffer, 0);
+        require(uninterrupted([&] { return poll(&readable, 1, PATIENCE_MS); }) == 1,
+                "every station is answered");
+        ssize_t count = uninterrupted([&] { return recv(s.fd, buffer, sizeof buffer, 0); });
         require(count >= 0, "a station that reads is not cut off");
         if (count == 0)
             return;
