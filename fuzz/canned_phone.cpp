@@ -8,6 +8,7 @@
 #include <log.h>
 #include <pthread.h>
 #include <sanitizer/asan_interface.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -109,6 +110,14 @@ off_t seek_node(node &in, off_t offset, int whence)
     }
     in.position = static_cast<size_t>(base + offset);
     return base + offset;
+}
+
+int tell_of(std::string_view content, struct stat *told)
+{
+    *told = {};
+    told->st_mode = S_IFREG;
+    told->st_size = static_cast<off_t>(content.size());
+    return 0;
 }
 
 node *node_of(int descriptor)
@@ -231,6 +240,22 @@ ssize_t canned_write(int descriptor, const void *data, size_t size)
     return write_node(*to, data, size);
 }
 
+ssize_t canned_pread(int descriptor, void *buffer, size_t size, off_t offset)
+{
+    node *from = node_of(descriptor);
+    require(from != nullptr, "only an open descriptor is read");
+    node elsewhere = *from;
+    return seek_node(elsewhere, offset, SEEK_SET) < 0 ? -1 : read_node(elsewhere, buffer, size);
+}
+
+ssize_t canned_pwrite(int descriptor, const void *data, size_t size, off_t offset)
+{
+    node *to = node_of(descriptor);
+    require(to != nullptr, "only an open descriptor is written");
+    node elsewhere = *to;
+    return seek_node(elsewhere, offset, SEEK_SET) < 0 ? -1 : write_node(elsewhere, data, size);
+}
+
 off_t canned_lseek(int descriptor, off_t offset, int whence)
 {
     node *in = node_of(descriptor);
@@ -239,6 +264,12 @@ off_t canned_lseek(int descriptor, off_t offset, int whence)
 }
 
 int canned_fsync(int descriptor) { return node_of(descriptor) ? 0 : -1; }
+
+int canned_fstat(int descriptor, struct stat *told) // standard output tells nothing
+{
+    const node *of = node_of(descriptor);
+    return of ? tell_of(of->content, told) : -1;
+}
 
 int canned_ioctl(int descriptor, unsigned long request, ...)
 {
@@ -270,6 +301,16 @@ int canned_access(const char *path, int)
     std::string_view answer;
     if (ask(&answer) == outcome::ANSWERS)
         return 0;
+    errno = ENOENT;
+    return -1;
+}
+
+int canned_stat(const char *path, struct stat *told)
+{
+    require_text(path);
+    std::string_view content;
+    if (ask(&content) == outcome::ANSWERS)
+        return tell_of(content, told);
     errno = ENOENT;
     return -1;
 }
