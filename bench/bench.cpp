@@ -252,13 +252,15 @@ std::streamoff log_size()
     return log ? static_cast<std::streamoff>(log.tellg()) : 0;
 }
 
-void add_exchange(const std::string &name, int fd, const Bytes &request)
+void add_exchange(const std::string &name, int fd, const Bytes &request, bool slow)
 {
-    benchmark::RegisterBenchmark(name.c_str(), [fd, request](benchmark::State &state) {
-        Bytes answer;
-        for (auto _ : state)
-            ask(fd, request, answer);
-    })->UseRealTime();
+    auto *exchange = benchmark::RegisterBenchmark(name.c_str(), [fd, request](benchmark::State &state) {
+                         Bytes answer;
+                         for (auto _ : state)
+                             ask(fd, request, answer);
+                     })->UseRealTime();
+    if (slow)
+        exchange->Iterations(2); // as many for the path as for the limit: a power key's press is a switch
 }
 
 // Each iteration is one call, timed by itself, on a process that `prepare` and the end of it cost nothing.
@@ -298,12 +300,13 @@ void add_row(const Row &row, int port, const char *service)
     if (row.lines_logged)
         limit.lines = shell_lines(log);
 
-    add_exchange(name + "/limit", start_limit(request.size(), limit, answer), request);
+    const bool slow = !limit.lines.empty();
+    add_exchange(name + "/limit", start_limit(request.size(), limit, answer), request, slow);
     if (!row.fresh) {
-        add_exchange(name + "/path", port, request);
+        add_exchange(name + "/path", port, request, slow);
         limit.log = log;
-        if (limit.lines.empty()) // beside a shell the log does not count
-            add_exchange(name + "/logging", start_limit(request.size(), limit, answer), request);
+        if (!slow) // beside a shell the log does not count
+            add_exchange(name + "/logging", start_limit(request.size(), limit, answer), request, slow);
         return;
     }
     add_single(
@@ -317,7 +320,7 @@ void add_row(const Row &row, int port, const char *service)
     for (const auto &line : limit.lines)
         script += line + "\n";
     loop.lines = {script};
-    add_exchange(name + "/loop", start_limit(request.size(), loop, answer), request);
+    add_exchange(name + "/loop", start_limit(request.size(), loop, answer), request, slow);
 }
 
 // Keeps the quickest repetition of every benchmark: whatever else runs on the machine only adds.
