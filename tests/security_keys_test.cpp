@@ -127,7 +127,7 @@ TEST_F(SecurityKeys, KeyboxIsStoredAndTheDeviceIdComesBack)
         tool(OEMCRYPTO, row.output);
         response answer = ask(0xD20A, 9, key);
         EXPECT_EQ(answer.text, row.answer) << row.output;
-        EXPECT_EQ(std::string(answer.data.c_str()), row.data) << row.output;
+        EXPECT_STREQ(answer.data.c_str(), row.data.c_str()) << row.output;
         EXPECT_EQ(content("/data/stored"), key);
         EXPECT_FALSE(exists(KEYBOX));
     }
