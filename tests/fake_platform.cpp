@@ -34,10 +34,10 @@ fake_phone &the_phone() { return state; }
 
 // The threads of the deferred power actions are neither joined nor detached: on a phone that goes down nobody
 // waits.
-extern "C" const char *__tsan_default_options()
+extern "C" const char *__tsan_default_options() // NOLINT: the sanitizer names it
 {
     return "report_thread_leaks=0";
-} // NOLINT: the sanitizer names it
+}
 
 // ---- the four libraries
 
@@ -59,7 +59,7 @@ int property_get(const char *key, char *value, const char *default_value)
         return -1;
     auto found = state.properties.find(key);
     std::string text = found != state.properties.end() ? found->second : default_value ? default_value : "";
-    strcpy(value, text.c_str());
+    memcpy(value, text.c_str(), text.size() + 1);
     return static_cast<int>(text.size());
 }
 

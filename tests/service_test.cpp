@@ -111,6 +111,7 @@ TEST(Service, StopsOnEachSignalButNeverEarly)
 {
     const int signals[] = {SIGTERM, SIGHUP, SIGINT};
     std::vector<std::unique_ptr<service>> early;
+    early.reserve(3);
     for (int i = 0; i < 3; i++)
         early.push_back(std::make_unique<service>("/tmp/early" + std::to_string(i)));
     service late("/tmp/late");
