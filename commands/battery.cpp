@@ -1,16 +1,12 @@
-#include "commands/battery.h"
-
+// The battery: its values, charging, the cells, and the thermal engine that limits them.
 #include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
+#include "core/command.h"
 #include "core/files.h"
-#include "core/log.h"
-#include "core/packet.h"
 #include "core/shell.h"
-
-static constexpr int32_t NODE_LIMIT = 256; // bytes of a node's value, which may fill them all
 
 static constexpr char CAPACITY[] = "/sys/class/power_supply/battery/capacity";
 static constexpr char INPUT_SUSPEND[] = "/sys/class/power_supply/battery/input_suspend";
@@ -21,11 +17,14 @@ static constexpr char CELL_VOLTAGE_2[] = "sys/class/power_supply/cv-batt-control
 
 static constexpr char BATTERY_FOLDER[] = "/sys/class/power_supply/battery/";
 
+namespace
+{
 struct battery_info {
     uint16_t code;
     const char *folder;
     const char *node;
 };
+} // namespace
 static constexpr battery_info BATTERY_INFO[] = {
     {0x0C01, BATTERY_FOLDER, "capacity"},
     {0x0C02, BATTERY_FOLDER, "voltage_now"},
@@ -54,64 +53,36 @@ static bool thermal_engine_runs()
     return strstr(last, THERMAL_ENGINE) != nullptr;
 }
 
-void *diag_cmd_stop_thermal_engine(void *request, uint16_t)
+void *diag_cmd_stop_thermal_engine(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x0140);
-    if (!response)
-        return nullptr;
-
-    if (!run_line_and_wait(STOP_THERMAL_ENGINE)) {
-        LOG("send stop thermal-engine failed!\n");
-        return answer_error(response);
-    }
-    if (thermal_engine_runs()) {
-        LOG("stop thermal-engine failed!\n");
-        return answer_error(response);
-    }
-    if (diag_cmd_write_file(COOLING_STATE, strlen(NO_COOLING), NODE_LIMIT, NO_COOLING) != 0) {
-        LOG("write %s to %s fail.\n", NO_COOLING, COOLING_STATE);
-        return answer_error(response);
-    }
+    if (!run_line_and_wait(STOP_THERMAL_ENGINE))
+        return FAIL(response, "send stop thermal-engine failed!\n");
+    if (thermal_engine_runs())
+        return FAIL(response, "stop thermal-engine failed!\n");
+    if (!diag_cmd_write_file(COOLING_STATE, strlen(NO_COOLING), NODE_LIMIT, NO_COOLING))
+        return FAIL(response, "write %s to %s fail.\n", NO_COOLING, COOLING_STATE);
     char state[LINE_SIZE] = {};
-    if (static_cast<int16_t>(diag_cmd_read_file(COOLING_STATE, 1, state)) < 0) {
-        LOG("thermal state read fail!\n");
-        return answer_error(response);
-    }
-    if (state[0] != NO_COOLING[0]) {
-        LOG("thermal state is non-limited!\n");
-        return answer_error(response);
-    }
-    diag_cmd_handle_system(THERMAL_FACTORY);
-    LOG("stop thermal-engine sucessed.\n");
-    return answer_ok(response);
+    if (diag_cmd_read_file(COOLING_STATE, 1, state) < 0)
+        return FAIL(response, "thermal state read fail!\n");
+    if (state[0] != NO_COOLING[0])
+        return FAIL(response, "thermal state is non-limited!\n");
+    (void)diag_cmd_handle_system(
+        THERMAL_FACTORY); // the engine is stopped, whether its factory tool can be run or not
+    return DONE(response, "stop thermal-engine sucessed.\n");
 }
 
-void *diag_cmd_set_battery_cap(void *request, uint16_t)
+void *diag_cmd_set_battery_cap(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x0C00);
-    if (!response)
-        return nullptr;
-
     descriptor node(open(CAPACITY, O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666));
-    // The count is judged as a signed 16-bit number: one of more than 32,767 bytes has always been a failure.
-    if (!node || static_cast<int16_t>(write(node.fd, packet_data(request), packet_length(request))) < 0) {
-        LOG("Set capacity value failed\n");
-        return answer_error(response);
-    }
-    LOG("Set capacity value:%s\n", packet_text(request));
-    return answer_ok(response);
+    // The count is judged as a signed 16-bit number: more than 32,767 bytes are answered as a failure.
+    if (!node || static_cast<int16_t>(write(node.fd, packet_data(request), packet_length(request))) < 0)
+        return FAIL(response, "Set capacity value failed\n");
+    return DONE(response, "Set capacity value:%s\n", packet_text(request));
 }
 
-void *diag_cmd_get_battery_info(void *request, uint16_t)
+void *diag_cmd_get_battery_info(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
     uint16_t code = packet_code(request);
-    uint8_t *response = response_new(__func__, request, code);
-    if (!response)
-        return nullptr;
-
     char path[256] = {};
     for (const battery_info &info : BATTERY_INFO)
         if (info.code == code)
@@ -121,78 +92,49 @@ void *diag_cmd_get_battery_info(void *request, uint16_t)
 
     // Read in place: a closing line feed stays behind the counted bytes.
     char *value = response_data(response);
-    auto length = static_cast<int16_t>(diag_cmd_read_file(path, NODE_LIMIT, value));
-    if (length < 0) {
-        LOG("Get %s result:%d, failed\n", path, length);
-        return answer_error(response);
-    }
+    int length = diag_cmd_read_file(path, NODE_LIMIT, value);
+    if (length < 0)
+        return FAIL(response, "Get %s result:%d, failed\n", path, length);
     LOG("Get %s content:%.*s\n", path, NODE_LIMIT, value);
     return answer_length(response, static_cast<size_t>(length));
 }
 
-void *diag_cmd_control_usb_charge(void *request, uint16_t)
+void *diag_cmd_control_usb_charge(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
     uint16_t code = packet_code(request);
-    uint8_t *response = response_new(__func__, request, code);
-    if (!response)
-        return nullptr;
-
-    int16_t result = -1;
+    bool set = false;
     if (code == STOP_CHARGE) {
-        result = static_cast<int16_t>(diag_cmd_write_file(INPUT_SUSPEND, 1, NODE_LIMIT, "1"));
-        LOG("Control usb stop charge result:%d.\n", result);
+        set = diag_cmd_write_file(INPUT_SUSPEND, 1, NODE_LIMIT, "1");
+        LOG("Control usb stop charge result:%d.\n", set ? 0 : -1);
     } else if (code == START_CHARGE) {
-        result = static_cast<int16_t>(diag_cmd_write_file(INPUT_SUSPEND, 1, NODE_LIMIT, "0"));
-        LOG("Control usb start charge result:%d.\n", result);
+        set = diag_cmd_write_file(INPUT_SUSPEND, 1, NODE_LIMIT, "0");
+        LOG("Control usb start charge result:%d.\n", set ? 0 : -1);
     }
-    if (result != 0) {
-        LOG("Control usb charge failed.\n");
-        return answer_error(response);
-    }
-    LOG("Control usb charge succ.\n");
-    return answer_ok(response);
+    if (!set)
+        return FAIL(response, "Control usb charge failed.\n");
+    return DONE(response, "Control usb charge succ.\n");
 }
 
-void *diag_cmd_set_charge_type(void *request, uint16_t)
+void *diag_cmd_set_charge_type(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x0C0A);
-    if (!response)
-        return nullptr;
-
     uint8_t cell = packet_selector(request);
-    if (cell > 1) {
-        LOG("Charge Type is not support!\n");
-        return answer_error(response);
-    }
+    if (cell > 1)
+        return FAIL(response, "Charge Type is not support!\n");
     const char *wanted = cell == 1 ? "1" : "0";
-    if (static_cast<int16_t>(diag_cmd_write_file(CELL_SELECTED, 1, NODE_LIMIT, wanted)) < 0) {
-        LOG("Write Charge Type Fail!\n");
-        return answer_error(response);
-    }
+    if (!diag_cmd_write_file(CELL_SELECTED, 1, NODE_LIMIT, wanted))
+        return FAIL(response, "Write Charge Type Fail!\n");
     char selected[NODE_LIMIT] = {};
-    if (static_cast<int16_t>(diag_cmd_read_file_new(CELL_SELECTED, wanted, 1, selected)) < 0) {
-        LOG("Read Charge Type Fail!\n");
-        return answer_error(response);
-    }
-    LOG("Set charge type: %s\n", selected);
-    return answer_ok(response);
+    if (diag_cmd_read_file_new(CELL_SELECTED, wanted, 1, selected) < 0)
+        return FAIL(response, "Read Charge Type Fail!\n");
+    return DONE(response, "Set charge type: %s\n", selected);
 }
 
-void *diag_cmd_get_charge_type(void *request, uint16_t)
+void *diag_cmd_get_charge_type(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x0C0B);
-    if (!response)
-        return nullptr;
-
     char state[NODE_LIMIT] = {};
-    auto length = static_cast<int16_t>(diag_cmd_read_file(CELL_STATE, NODE_LIMIT, state));
-    if (length < 0) {
-        LOG("Read Charge Type Fail!\n");
-        return answer_error(response);
-    }
+    int length = diag_cmd_read_file(CELL_STATE, NODE_LIMIT, state);
+    if (length < 0)
+        return FAIL(response, "Read Charge Type Fail!\n");
     LOG("Get charge type: %.*s\n", NODE_LIMIT, state);
     return answer_bytes(response, state, static_cast<size_t>(length));
 }
@@ -201,7 +143,7 @@ void *diag_cmd_get_charge_type(void *request, uint16_t)
 static bool read_voltage(const char *path, int32_t &voltage)
 {
     char text[NODE_LIMIT + 1] = {};
-    if (static_cast<int16_t>(diag_cmd_read_file(path, NODE_LIMIT, text)) < 0)
+    if (diag_cmd_read_file(path, NODE_LIMIT, text) < 0)
         return false;
     if (size_t length = strlen(text))
         text[length - 1] = '\0';
@@ -209,23 +151,14 @@ static bool read_voltage(const char *path, int32_t &voltage)
     return true;
 }
 
-void *diag_cmd_get_voltage_minus(void *request, uint16_t)
+void *diag_cmd_get_voltage_minus(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x0C0C);
-    if (!response)
-        return nullptr;
-
     int32_t voltage_1 = 0;
     int32_t voltage_2 = 0;
-    if (!read_voltage(CELL_VOLTAGE_1, voltage_1)) {
-        LOG("Read battery1 voltage Fail!\n");
-        return answer_error(response);
-    }
-    if (!read_voltage(CELL_VOLTAGE_2, voltage_2)) {
-        LOG("Read battery2 voltage Fail!\n");
-        return answer_error(response);
-    }
+    if (!read_voltage(CELL_VOLTAGE_1, voltage_1))
+        return FAIL(response, "Read battery1 voltage Fail!\n");
+    if (!read_voltage(CELL_VOLTAGE_2, voltage_2))
+        return FAIL(response, "Read battery2 voltage Fail!\n");
     LOG("battery1 value: %d, battery2 value2:%d.\n", voltage_1, voltage_2);
 
     auto difference =

@@ -1,20 +1,60 @@
-#include "commands/connectivity.h"
-
+// The radios in their test modes: Bluetooth, WLAN, NFC, the wireless test; and the SIM.
 #include <cutils.h>
 #include <fcntl.h>
 #include <string.h>
 #include <unistd.h>
 
+#include "core/command.h"
 #include "core/files.h"
-#include "core/log.h"
-#include "core/packet.h"
 #include "core/shell.h"
 #include "hwdec/checks.h"
 
-static constexpr char BT_DAEMON[] = "ftmdaemon";
-static constexpr char START_BT_DAEMON[] = "ftmdaemon -n &";
-static constexpr char WLAN_SERVICE[] = "ptt_socket_app";
-static constexpr char START_WLAN_SERVICE[] = "ptt_socket_app -v -d -f &";
+namespace
+{
+// A test daemon of a radio, and what its start and stop say.
+struct radio_daemon {
+    const char *name;
+    const char *start_line;
+    bool (*start)(const char *line);
+    const char *already_open;
+    const char *opened;
+    const char *not_opened;
+    const char *kill; // begins the line that tells how many were found
+    const char *word; // the daemon's in the lines about its end
+    bool counts_left; // tells how many still run
+};
+
+struct nfc_switch {
+    const char *line;
+    const char *done;
+    const char *failed;
+};
+} // namespace
+
+static bool start_by_system(const char *line) { return diag_cmd_system_send(line) == 0; }
+
+static constexpr radio_daemon BT_DAEMON = {
+    "ftmdaemon",
+    "ftmdaemon -n &",
+    start_by_system,
+    "ftmdaemon already open!",
+    "BT FTMDAEMON open successful.",
+    "FTMDAEMON open failed.",
+    "Kill FTMDAEMON count",
+    "FTMDAEMON",
+    false,
+};
+static constexpr radio_daemon WLAN_SERVICE = {
+    "ptt_socket_app",
+    "ptt_socket_app -v -d -f &",
+    diag_cmd_handle_system,
+    "ptt_socket_app already open",
+    "Open wlan service successfully.",
+    "Open wlan service failed.",
+    "Kill WLAN_SERVICE succ! ret",
+    "WLAN_SERVICE",
+    true,
+};
 static constexpr char RUNNING_ALREADY[] = "EXIST";
 static constexpr useconds_t DAEMON_STARTS = 50'000; // microseconds from the shell's "&" to the daemon's name
 
@@ -31,8 +71,10 @@ static constexpr useconds_t MODULE_SETTLES = 100'000; // microseconds
 static constexpr int OPEN_TEST_MODE = 0;
 static constexpr int OPEN_WITH_WIFI = 1;
 
-static constexpr char NFC_ON[] = "svc nfc enable";
-static constexpr char NFC_OFF[] = "svc nfc disable";
+static constexpr nfc_switch NFC_ON = {"svc nfc enable", "Run shell script successfully, nfc open",
+                                      "Nfc open failed"};
+static constexpr nfc_switch NFC_OFF = {"svc nfc disable", "Run shell script successfully,nfc close",
+                                       "Nfc close failed"};
 
 static constexpr uint8_t CPLC_FFBM = 0; // the selectors of the CPLC check
 static constexpr uint8_t CPLC_NORMAL = 1;
@@ -52,48 +94,52 @@ static int running(const char *name)
     return count;
 }
 
-static bool comes_up(const char *name)
+static void *start(const char *handler, uint8_t *response, const radio_daemon &daemon)
 {
-    usleep(DAEMON_STARTS);
-    return running(name) > 0;
-}
-
-void *diag_cmd_close_bt(void *request, uint16_t)
-{
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x1E00);
-    if (!response)
-        return nullptr;
-    if (running(BT_DAEMON) > 0) {
-        LOG("Kill FTMDAEMON count:%d\n", diag_kill_exist_process(BT_DAEMON));
-        if (running(BT_DAEMON) > 0) {
-            LOG("FTMDAEMON not be killed.\n");
-            return answer_error(response);
-        }
-        LOG("FTMDAEMON be killed.\n");
-    }
-    return answer_ok(response);
-}
-
-void *diag_cmd_open_bt(void *request, uint16_t)
-{
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x1E01);
-    if (!response)
-        return nullptr;
-    if (running(BT_DAEMON) > 0) {
-        LOG("ftmdaemon already open!\n");
+    if (running(daemon.name) > 0) {
+        diag_log(handler, "%s\n", daemon.already_open);
         return answer_text(response, RUNNING_ALREADY);
     }
-    if (diag_cmd_system_send(START_BT_DAEMON) != 0 || !comes_up(BT_DAEMON)) {
-        LOG("FTMDAEMON open failed.\n");
-        return answer_error(response);
+    bool up = daemon.start(daemon.start_line);
+    if (up) {
+        usleep(DAEMON_STARTS);
+        up = running(daemon.name) > 0;
     }
-    LOG("BT FTMDAEMON open successful.\n");
-    return answer_ok(response);
+    diag_log(handler, "%s\n", up ? daemon.opened : daemon.not_opened);
+    return up ? answer_ok(response) : answer_error(response);
 }
 
-static bool wlan_is_loaded() { return diag_cmd_compare_msg(LIST_MODULES, WLAN_MODULE) == 0; }
+// A daemon that takes its time to end after the signal still runs, and is answered so.
+static void *stop(const char *handler, uint8_t *response, const radio_daemon &daemon)
+{
+    if (running(daemon.name) == 0)
+        return answer_ok(response);
+    diag_log(handler, "%s:%d\n", daemon.kill, diag_kill_exist_process(daemon.name));
+    const int left = running(daemon.name);
+    if (left == 0)
+        diag_log(handler, "%s be killed.\n", daemon.word);
+    else if (daemon.counts_left)
+        diag_log(handler, "%s not be killed,count:%d\n", daemon.word, left);
+    else
+        diag_log(handler, "%s not be killed.\n", daemon.word);
+    return left == 0 ? answer_ok(response) : answer_error(response);
+}
+
+void *diag_cmd_close_bt(const void *, uint8_t *response) { return stop(__func__, response, BT_DAEMON); }
+
+void *diag_cmd_open_bt(const void *, uint8_t *response) { return start(__func__, response, BT_DAEMON); }
+
+void *diag_cmd_open_wlan_service(const void *, uint8_t *response)
+{
+    return start(__func__, response, WLAN_SERVICE);
+}
+
+void *diag_cmd_close_wlan_service(const void *, uint8_t *response)
+{
+    return stop(__func__, response, WLAN_SERVICE);
+}
+
+static bool wlan_is_loaded() { return diag_cmd_compare_msg(LIST_MODULES, WLAN_MODULE); }
 
 // Takes WLAN out and loads it again in test mode: a closed radio is a freshly loaded one. The argument is not
 // used. 0 or -1.
@@ -141,7 +187,7 @@ static int insmod_wlan(int mode)
     usleep(MODULE_SETTLES);
 
     if (mode == OPEN_WITH_WIFI) {
-        if (!run_command(WIFI_ON)) { // closed at once, unread: that waits for it
+        if (!run_command_and_wait(WIFI_ON)) {
             LOG("insmod %s failed\n", WIFI_ON);
             return -1;
         }
@@ -172,142 +218,55 @@ static int insmod_wlan(int mode)
     return 0;
 }
 
-void *diag_cmd_close_wlan(void *request, uint16_t)
+void *diag_cmd_close_wlan(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x2000);
-    if (!response)
-        return nullptr;
-    if (rmmod(packet_selector(request)) != 0) {
-        LOG("rmmod wlan fail.\n");
-        return answer_error(response);
-    }
-    LOG("wlan driver rmmod successfully.\n");
-    return answer_ok(response);
+    if (rmmod(packet_selector(request)) != 0)
+        return FAIL(response, "rmmod wlan fail.\n");
+    return DONE(response, "wlan driver rmmod successfully.\n");
 }
 
-void *diag_cmd_open_wlan(void *request, uint16_t)
+void *diag_cmd_open_wlan(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response =
-        response_new(__func__, request, 0x2001, TEXT_RESPONSE, "diagpkt_subsys_alloc failed.\n");
-    if (!response)
-        return nullptr;
     int result = insmod_wlan(static_cast<int8_t>(packet_selector(request)));
     LOG("ret:%d\n", result);
-    if (result < 0) {
-        LOG("insmod wlan&wlan0 fail.\n");
-        return answer_error(response);
-    }
-    LOG("wlan driver insmod successfully.\n");
-    return answer_ok(response);
+    if (result < 0)
+        return FAIL(response, "insmod wlan&wlan0 fail.\n");
+    return DONE(response, "wlan driver insmod successfully.\n");
 }
 
-void *diag_cmd_open_wlan_service(void *request, uint16_t)
+static void *switch_nfc(const char *handler, uint8_t *response, const nfc_switch &to)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x2003);
-    if (!response)
-        return nullptr;
-    if (running(WLAN_SERVICE) > 0) {
-        LOG("ptt_socket_app already open\n");
-        return answer_text(response, RUNNING_ALREADY);
-    }
-    if (diag_cmd_handle_system(START_WLAN_SERVICE) != 0 || !comes_up(WLAN_SERVICE)) {
-        LOG("Open wlan service failed.\n");
-        return answer_error(response);
-    }
-    LOG("Open wlan service successfully.\n");
-    return answer_ok(response);
+    const bool sent = diag_cmd_handle_system(to.line);
+    diag_log(handler, "%s\n", sent ? to.done : to.failed);
+    return sent ? answer_ok(response) : answer_error(response);
 }
 
-void *diag_cmd_close_wlan_service(void *request, uint16_t)
-{
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x2004);
-    if (!response)
-        return nullptr;
-    if (running(WLAN_SERVICE) > 0) {
-        LOG("Kill WLAN_SERVICE succ! ret:%d\n", diag_kill_exist_process(WLAN_SERVICE));
-        if (int left = running(WLAN_SERVICE)) {
-            LOG("WLAN_SERVICE not be killed,count:%d\n", left);
-            return answer_error(response);
-        }
-        LOG("WLAN_SERVICE be killed.\n");
-    }
-    return answer_ok(response);
-}
+void *diag_cmd_close_nfc(const void *, uint8_t *response) { return switch_nfc(__func__, response, NFC_OFF); }
 
-void *diag_cmd_close_nfc(void *request, uint16_t)
-{
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x2400);
-    if (!response)
-        return nullptr;
-    if (diag_cmd_handle_system(NFC_OFF) != 0) {
-        LOG("Nfc close failed\n");
-        return answer_error(response);
-    }
-    LOG("Run shell script successfully,nfc close\n");
-    return answer_ok(response);
-}
+void *diag_cmd_open_nfc(const void *, uint8_t *response) { return switch_nfc(__func__, response, NFC_ON); }
 
-void *diag_cmd_open_nfc(void *request, uint16_t)
+void *diag_cmd_chk_nfc_cplc(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x2401);
-    if (!response)
-        return nullptr;
-    if (diag_cmd_handle_system(NFC_ON) != 0) {
-        LOG("Nfc open failed\n");
-        return answer_error(response);
-    }
-    LOG("Run shell script successfully, nfc open\n");
-    return answer_ok(response);
-}
-
-void *diag_cmd_chk_nfc_cplc(void *request, uint16_t)
-{
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x2402);
-    if (!response)
-        return nullptr;
-
     uint8_t check = packet_selector(request);
     int32_t status = -1;
     if (check == CPLC_NORMAL)
         status = hwdec_nfc_cplc_check();
     else if (check == CPLC_FFBM)
         status = hwdec_nfc_cplc_ffbm_check();
-    if (status != 0) {
-        LOG("Nfc cplc check failed\n");
-        return answer_error(response);
-    }
-    LOG("Nfc cplc check success\n");
-    return answer_ok(response);
+    if (status != 0)
+        return FAIL(response, "Nfc cplc check failed\n");
+    return DONE(response, "Nfc cplc check success\n");
 }
 
-void *diag_cmd_chk_nfc_deid(void *request, uint16_t)
+void *diag_cmd_chk_nfc_deid(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x2403);
-    if (!response)
-        return nullptr;
-    if (hwdec_nfc_deid_check() != 0) {
-        LOG("Nfc deid check failed\n");
-        return answer_error(response);
-    }
-    LOG("Nfc deid check success\n");
-    return answer_ok(response);
+    if (hwdec_nfc_deid_check() != 0)
+        return FAIL(response, "Nfc deid check failed\n");
+    return DONE(response, "Nfc deid check success\n");
 }
 
-void *diag_cmd_stop_wireless_test(void *request, uint16_t)
+void *diag_cmd_stop_wireless_test(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x2600, TEXT_RESPONSE, DIAG_ALLOC_FAILED);
-    if (!response)
-        return nullptr;
-
     bool stopping = false;
     // Left open: the tool may take longer to end than the station is willing to wait.
     if (FILE *tool = run_line(STOP_LOG_TOOL).release()) {
@@ -317,27 +276,17 @@ void *diag_cmd_stop_wireless_test(void *request, uint16_t)
             stopping = strstr(line, LOG_TOOL_STOPS) != nullptr;
         }
     }
-    if (!stopping) {
-        LOG("wireless test stop fail\n");
-        return answer_error(response);
-    }
-    LOG("wireless test stop success\n");
-    return answer_ok(response);
+    if (!stopping)
+        return FAIL(response, "wireless test stop fail\n");
+    return DONE(response, "wireless test stop success\n");
 }
 
-void *diag_cmd_check_sim_insert(void *request, uint16_t)
+void *diag_cmd_check_sim_insert(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x5000);
-    if (!response)
-        return nullptr;
-
-    char state[LONG_CAPACITY] = {};
+    char state[PROPERTY_SIZE] = {};
     int length = property_get(SIM_STATE, state, nullptr);
-    if (length < 1) {
-        LOG("property_get error! len=%d, simstate_prop=%s\n", length, state);
-        return answer_error(response);
-    }
+    if (length < 1)
+        return FAIL(response, "property_get error! len=%d, simstate_prop=%s\n", length, state);
     if (length > SIM_STATE_LIMIT)
         LOG("property len abnormal len=%d\n", length);
     LOG("sim insert status:%s\n", state);

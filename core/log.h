@@ -1,8 +1,8 @@
 // The service's log: every line goes to standard output and to the phone's log, under the caller's own name.
 #pragma once
 
-// Leaves standard output alone when it is /dev/null, which is what init gives a service: a system call a line.
-// Called once, before there are threads.
+// Leaves standard output alone when it is /dev/null, which is what init gives a service: a system call a
+// line. Called once, before there are threads.
 void log_spare_null_stdout();
 
 // Writes "[NAME]:" with the name of the function it stands in, and the message, which ends in a line feed.

@@ -111,7 +111,9 @@ int main()
         pause_seconds(POLL_SECONDS);
     } while (diag_running_flag != 1);
 
+    log_signals(); // one may have come since the last look and ended the loop
     LOG("Diag_LSM_DeInit\n");
     Diag_LSM_DeInit();
+    log_signals(); // and others while the last handler was waited for
     return 0;
 }

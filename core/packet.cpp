@@ -1,6 +1,5 @@
 #include "core/packet.h"
 
-#include <diag.h>
 #include <string.h>
 
 #include "core/log.h"
@@ -20,21 +19,6 @@ uint16_t packet_length(const void *packet) { return read_u16(packet, 5); }
 const uint8_t *packet_data(const void *packet) { return static_cast<const uint8_t *>(packet) + PACKET_DATA; }
 
 const char *packet_text(const void *packet) { return static_cast<const char *>(packet) + PACKET_DATA; }
-
-uint8_t *response_new(const char *handler, const void *request, uint16_t code, size_t size,
-                      const char *failed)
-{
-    auto *response =
-        static_cast<uint8_t *>(diagpkt_subsys_alloc(DIAG_SUBSYSTEM, code, static_cast<unsigned int>(size)));
-    if (!response) {
-        if (failed)
-            diag_log(handler, "%s", failed);
-        return nullptr;
-    }
-    memset(response, 0, size);
-    memcpy(response, request, ECHO_RESPONSE);
-    return response;
-}
 
 char *response_data(uint8_t *response) { return reinterpret_cast<char *>(response + PACKET_DATA); }
 
@@ -64,6 +48,11 @@ bool length_is_valid(const char *handler, const void *request, uint16_t limit)
     uint16_t length = packet_length(request);
     if (length >= 1 && length <= limit)
         return true;
-    diag_log(handler, "Command format error or data len[%d] is too long.\n", length);
+    log_format_error(handler, length);
     return false;
+}
+
+void log_format_error(const char *handler, uint16_t length)
+{
+    diag_log(handler, "Command format error or data len[%d] is too long.\n", length);
 }

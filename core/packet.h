@@ -5,8 +5,9 @@
 //   4     selector, u8     copied
 //   5-6   data length, u16
 //   7..   data
-// A request lies in the router's buffer of at least 65,535 + 1,024 bytes, zero behind the packet: a text
-// without its terminating zero ends there, and whatever lies within the promised length may be read.
+// A station ends its texts with a zero byte of their own, within the packet. The workstation's router keeps
+// 65,535 + 1,024 bytes for a request and zeroes behind the packet, so that a text without that byte still
+// ends; a phone's router promises neither.
 #pragma once
 
 #include <stddef.h>
@@ -21,20 +22,11 @@ constexpr size_t TEXT_RESPONSE = PACKET_DATA + TEXT_CAPACITY; // what most comma
 constexpr size_t LONG_RESPONSE = PACKET_DATA + LONG_CAPACITY; // what the generic commands answer
 constexpr size_t ECHO_RESPONSE = 5;                           // head and selector alone
 
-constexpr char ALLOC_FAILED[] = "diagpkt_subsys_alloc failed\n";
-constexpr char DIAG_ALLOC_FAILED[] = "Diag: diagpkt_subsys_alloc failed!\n";
-
 uint16_t packet_code(const void *packet);
 uint8_t packet_selector(const void *packet);
 uint16_t packet_length(const void *packet); // as sent: 0..65535, not checked against anything
 const uint8_t *packet_data(const void *packet);
 const char *packet_text(const void *packet); // the data as a zero-terminated text
-
-// A response of `size` bytes under `code`: zeroes, with the request's head and selector. NULL when the router
-// has no buffer; `failed`, if given, is then logged under the handler's name, and the handler returns NULL:
-// the station gets no reply.
-uint8_t *response_new(const char *handler, const void *request, uint16_t code, size_t size = TEXT_RESPONSE,
-                      const char *failed = ALLOC_FAILED);
 
 // Where the data of a response begins.
 char *response_data(uint8_t *response);
@@ -49,4 +41,7 @@ void *answer_bytes(uint8_t *response, const void *data, size_t length, size_t ca
 void *answer_length(uint8_t *response, size_t length);
 
 // Whether the data length is 1..limit; if not, logs the format error under the handler's name.
-bool length_is_valid(const char *handler, const void *request, uint16_t limit = 512);
+[[nodiscard]] bool length_is_valid(const char *handler, const void *request, uint16_t limit = 512);
+
+// Logs that a request's data is of a length that the command does not take.
+void log_format_error(const char *handler, uint16_t length);

@@ -9,26 +9,25 @@
 
 static constexpr char WAKE_LOCK[] = "DIAG_WAKELOCK";
 
-// One row a kind. The log texts keep their historical spelling.
+namespace
+{
 struct power_row {
     const char *thread; // the name it logs under
     unsigned int wait;  // seconds: time for the answer to leave the port
     unsigned int command;
     const char *reason;
-    const char *result;
-    const char *started;
-    const char *failed;
+    const char *done; // what the line with the result begins with
+    const char *kind; // what the lines about the thread begin with, "cerate" and all
 };
+} // namespace
 
 static constexpr power_row ROWS[] = {
-    {"diag_device_shutdown_thread_handle", 4, ANDROID_RB_POWEROFF, nullptr, "Shutdown:%d\n",
-     "pthread cerate succ!%d\n", "pthread cerate err=%d!\n"},
-    {"diag_device_restart_thread_handle", 2, ANDROID_RB_RESTART, nullptr, "Restart:%d\n",
-     "Reboot pthread cerate succ!%d\n", "Reboot pthread cerate err=%d!\n"},
-    {"diag_restart_recovery_thread_handle", 2, ANDROID_RB_RESTART2, "recovery", "Recovery:%d\n",
-     "Reboot recovery pthread cerate succ!%d\n", "Reboot recovery pthread cerate err=%d!\n"},
-    {"diag_restart_fastboot_thread_handle", 2, ANDROID_RB_RESTART2, "bootloader", "Reboot bootloader:%d\n",
-     "Reboot bootloader pthread cerate succ!%d\n", "Reboot bootloader pthread cerate err=%d!\n"},
+    {"diag_device_shutdown_thread_handle", 4, ANDROID_RB_POWEROFF, nullptr, "Shutdown", ""},
+    {"diag_device_restart_thread_handle", 2, ANDROID_RB_RESTART, nullptr, "Restart", "Reboot "},
+    {"diag_restart_recovery_thread_handle", 2, ANDROID_RB_RESTART2, "recovery", "Recovery",
+     "Reboot recovery "},
+    {"diag_restart_fastboot_thread_handle", 2, ANDROID_RB_RESTART2, "bootloader", "Reboot bootloader",
+     "Reboot bootloader "},
 };
 
 // Another thread's signal may cut a sleep short; the wait is a promise to the station.
@@ -46,7 +45,7 @@ static void *power_thread(void *argument)
     sleep_whole(row.wait);
     int result = android_reboot(row.command, 0, row.reason);
     release_wake_lock(WAKE_LOCK); // reached when the request returned: the phone has not gone down yet
-    diag_log(row.thread, row.result, result);
+    diag_log(row.thread, "%s:%d\n", row.done, result);
     pthread_exit(nullptr);
 }
 
@@ -62,8 +61,8 @@ int diag_platform_cmd_thread_create(int32_t kind)
     pthread_t thread;
     int error = pthread_create(&thread, nullptr, power_thread, const_cast<power_row *>(&row));
     if (error == 0)
-        LOG(row.started, kind);
+        LOG("%spthread cerate succ!%d\n", row.kind, kind);
     else
-        LOG(row.failed, error);
+        LOG("%spthread cerate err=%d!\n", row.kind, error);
     return error;
 }

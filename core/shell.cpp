@@ -1,6 +1,7 @@
 #include "core/shell.h"
 
 #include <errno.h>
+#include <pthread.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <string.h>
@@ -19,7 +20,31 @@ uint8_t diag_quiet_flag = 0;
 
 command_stream run_line(const char *line) { return command_stream(popen(line, READ)); }
 
-bool run_line_and_wait(const char *line) { return run_line(line) != nullptr; }
+static bool close_started(command_stream stream)
+{
+    const bool started = stream != nullptr;
+    stream.reset(); // closing waits for the shell
+    return started;
+}
+
+bool run_line_and_wait(const char *line) { return close_started(run_line(line)); }
+
+static void *close_stream(void *stream)
+{
+    pclose(static_cast<FILE *>(stream));
+    return nullptr;
+}
+
+void close_unawaited(command_stream stream)
+{
+    if (!stream)
+        return;
+    pthread_t closer;
+    if (pthread_create(&closer, nullptr, close_stream, stream.get()) == 0) {
+        pthread_detach(closer);
+        (void)stream.release();
+    }
+}
 
 FILE *my_popen(const char *command, const char *mode)
 {
@@ -32,22 +57,24 @@ FILE *my_popen(const char *command, const char *mode)
 
 command_stream run_command(const char *command) { return command_stream(my_popen(command, READ)); }
 
-int diag_cmd_handle_system(const char *command)
+bool run_command_and_wait(const char *command) { return close_started(run_command(command)); }
+
+bool diag_cmd_handle_system(const char *command)
 {
     if (!command) {
         LOG("Cmd is NULL!\n");
-        return -1;
+        return false;
     }
-    int status = run_command(command) ? 0 : -1; // the stream closes at once, which waits for the command
-    LOG("cmd:%s, status:%d\n", command, status);
-    return status;
+    const bool started = run_command_and_wait(command);
+    LOG("cmd:%s, status:%d\n", command, started ? 0 : -1);
+    return started;
 }
 
-int diag_cmd_compare_msg(const char *command, const char *expected)
+bool diag_cmd_compare_msg(const char *command, const char *expected)
 {
     command_stream output = run_command(command);
     if (!output)
-        return -1;
+        return false;
     if (diag_quiet_flag == 0)
         LOG("popen %s success\n", command);
     char line[LINE_SIZE];
@@ -57,10 +84,10 @@ int diag_cmd_compare_msg(const char *command, const char *expected)
         if (strncmp(line, expected, strlen(expected)) == 0) {
             if (diag_quiet_flag == 0)
                 LOG("find %s success\n", expected);
-            return 0;
+            return true;
         }
     }
-    return -1;
+    return false;
 }
 
 int diag_cmd_system_send(const char *command)
@@ -75,11 +102,12 @@ int diag_cmd_system_send(const char *command)
         return status;
     }
     if (WIFEXITED(status)) {
-        LOG("cmd:%s, normal termination, exit status:[%d]\n", command, 0); // the number has always been 0
+        LOG("cmd:%s, normal termination, exit status:[%d]\n", command,
+            0); // 0 whatever it is, as the line's readers know it
         return WEXITSTATUS(status);
     }
     if (WIFSTOPPED(status)) {
-        LOG("cmd:%s,process stopped, signal num:[%d]\n", command, 0); // and here
+        LOG("cmd:%s,process stopped, signal num:[%d]\n", command, 0); // 0 again
         return WSTOPSIG(status);
     }
     LOG("cmd:%s,abnormal termination, signal num:[%d]\n", command, WTERMSIG(status));

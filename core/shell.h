@@ -21,7 +21,11 @@ using command_stream = std::unique_ptr<FILE, command_closer>;
 command_stream run_line(const char *line);
 
 // Starts a line as it stands and waits for it, its output unread. False when it could not be started.
-bool run_line_and_wait(const char *line);
+[[nodiscard]] bool run_line_and_wait(const char *line);
+
+// Closes a stream whose command nobody waits for, on a thread of its own that waits for it instead, so that
+// it is reaped when it ends. Without a thread to be had it is waited for here.
+void close_unawaited(command_stream stream);
 
 // While 0, prefixed lines and searches are logged. Nothing sets it: it is there for builds that must be
 // silent.
@@ -34,17 +38,19 @@ FILE *my_popen(const char *command, const char *mode);
 // my_popen for reading, closing itself.
 command_stream run_command(const char *command);
 
-// Runs a command behind the PATH prefix to its end, output unread. 0 when it could be started, whatever its
-// exit status; -1 otherwise.
-int diag_cmd_handle_system(const char *command);
+// Runs a command behind the PATH prefix to its end, output unread. False when it could not be started.
+[[nodiscard]] bool run_command_and_wait(const char *command);
 
-// Runs a command behind the PATH prefix until a line of its output begins with `expected`. 0 when one does,
-// else -1.
-int diag_cmd_compare_msg(const char *command, const char *expected);
+// The same, logged. False when it could not be started; its exit status is not looked at.
+[[nodiscard]] bool diag_cmd_handle_system(const char *command);
+
+// Runs a command behind the PATH prefix until a line of its output begins with `expected`. False when none
+// does.
+[[nodiscard]] bool diag_cmd_compare_msg(const char *command, const char *expected);
 
 // Runs a line as it stands with system(). Returns its exit status, or the number of the signal that ended or
 // stopped it, or a negative number when it could not be run.
-int diag_cmd_system_send(const char *command);
+[[nodiscard]] int diag_cmd_system_send(const char *command);
 
 constexpr int PROCESS_LIMIT = 20; // ids that are kept of a search
 

@@ -1,130 +1,106 @@
 #include "core/table.h"
 
-#include "commands/access.h"
-#include "commands/battery.h"
-#include "commands/boot_power.h"
-#include "commands/connectivity.h"
-#include "commands/display_camera.h"
-#include "commands/identity_storage.h"
-#include "commands/security_keys.h"
-#include "commands/status_checks.h"
-#include "core/packet.h"
+#include <string.h>
+
+#include <iterator>
+#include <utility>
+
+#include "core/command.h"
 #include "hwdec/detect.h"
 
-// The order is part of the interface: it is not sorted by code.
-static const diagpkt_entry ENTRIES[] = {
-    {0x001E, 0x001E, diag_cmd_mac_addr_backup},
-    {0x0028, 0x0028, diag_cmd_write_bt_mac_addr},
-    {0x0029, 0x0029, diag_cmd_check_bt_mac_addr},
-    {0x0100, 0x0100, diag_cmd_check_ap_version},
-    {0x0101, 0x0101, diag_cmd_check_ap_version_ext},
-    {0x010B, 0x010B, diag_cmd_check_ed_res},
-    {0x0116, 0x0116, diag_cmd_get_cpu_sn},
-    {0x0117, 0x0117, diag_cmd_set_cpu_running_freq},
-    {0x0128, 0x0128, diag_cmd_switch_boot_mode},
-    {0x0129, 0x0129, diag_cmd_query_boot_mode},
-    {0x012A, 0x012A, diag_cmd_fctest_power_suspend},
-    {0x012C, 0x012C, diag_cmd_restart_fastboot},
-    {0x012D, 0x012D, diag_cmd_restart_recovery},
-    {0x0132, 0x0132, diag_cmd_device_restart},
-    {0x0133, 0x0133, diag_cmd_device_shutdown},
-    {0x013C, 0x013C, diag_cmd_check_diag_com_port},
-    {0x013D, 0x013D, diag_cmd_board_component_detect_v2},
-    {0x013E, 0x013E, diag_cmd_phone_component_detect_v2},
-    {0x013F, 0x013F, diag_cmd_check_adb_sn},
-    {0x0141, 0x0141, diag_cmd_read_board_id},
-    {0x0142, 0x0142, diag_cmd_get_cpu_id},
-    {0x0143, 0x0143, diag_cmd_get_cpu_info},
-    {0x0A00, 0x0A00, diag_cmd_check_ddr_size},
-    {0x0B00, 0x0B00, diag_cmd_check_flash_size},
-    {0x0B01, 0x0B01, diag_cmd_get_flash_fw_ver},
-    {0x0B0A, 0x0B0A, diag_cmd_check_misc_content},
-    {0x0B15, 0x0B15, diag_cmd_set_system_time},
-    {0x0B1E, 0x0B1E, diag_cmd_check_extsd_insert},
-    {0x0140, 0x0140, diag_cmd_stop_thermal_engine},
-    {0x1300, 0x1300, diag_cmd_remove_file},
-    {0x1301, 0x1301, diag_cmd_verify_turbo_write},
-    {0x1302, 0x1302, diag_cmd_get_mmi_result},
-    {0x0C00, 0x0C00, diag_cmd_set_battery_cap},
-    {0x0C01, 0x0C04, diag_cmd_get_battery_info},
-    {0x0C1E, 0x0C1F, diag_cmd_control_usb_charge},
-    {0x0C0A, 0x0C0A, diag_cmd_set_charge_type},
-    {0x0C0B, 0x0C0B, diag_cmd_get_charge_type},
-    {0x0C0C, 0x0C0C, diag_cmd_get_voltage_minus},
-    {0x0F00, 0x0F00, diag_cmd_simulate_power_key},
-    {0x0F01, 0x0F01, diag_cmd_brighten_screen},
-    {0x0F02, 0x0F02, diag_cmd_get_screen_state},
-    {0x0B14, 0x0B14, diag_cmd_sys_screen_off_timeout},
-    {0x1400, 0x1400, diag_cmd_get_qkey_prop},
-    {0x1500, 0x1500, diag_cmd_judge_scratch_exsit},
-    {0x1501, 0x1501, diag_cmd_check_fingerprint_data},
-    {0x1502, 0x1502, diag_cmd_check_fingerprint_id},
-    {0x1E00, 0x1E00, diag_cmd_close_bt},
-    {0x1E01, 0x1E01, diag_cmd_open_bt},
-    {0x2000, 0x2000, diag_cmd_close_wlan},
-    {0x2001, 0x2001, diag_cmd_open_wlan},
-    {0x2003, 0x2003, diag_cmd_open_wlan_service},
-    {0x2004, 0x2004, diag_cmd_close_wlan_service},
-    {0x2100, 0x2100, diag_cmd_check_ssd_size},
-    {0x2101, 0x2101, diag_cmd_check_ssd_present},
-    {0x2102, 0x2102, diag_cmd_get_ssd_fw_ver},
-    {0x2103, 0x2103, diag_cmd_get_ssd_encrypt},
-    {0x2400, 0x2400, diag_cmd_close_nfc},
-    {0x2401, 0x2401, diag_cmd_open_nfc},
-    {0x2402, 0x2402, diag_cmd_chk_nfc_cplc},
-    {0x2403, 0x2403, diag_cmd_chk_nfc_deid},
-    {0x2600, 0x2600, diag_cmd_stop_wireless_test},
-    {0x3600, 0x3600, diag_cmd_control_camera_dsp_power},
-    {0x3601, 0x3601, diag_cmd_query_camera_dsp_state},
-    {0x3602, 0x3602, diag_cmd_get_camera_id},
-    {0x3800, 0x3800, diag_cmd_set_rgb_data},
-    {0x3801, 0x3801, diag_cmd_test_rgb_calibration},
-    {0x3802, 0x3802, diag_cmd_set_rgb_table},
-    {0x3803, 0x3803, diag_cmd_set_rgb_switch},
-    {0x3807, 0x3807, diag_cmd_set_rgb_data_new},
-    {0x3808, 0x3808, diag_cmd_test_rgb_calibration_new},
-    {0x3809, 0x3809, diag_cmd_set_rgb_table_new},
-    {0x3201, 0x3201, diag_cmd_set_lcd_data},
-    {0x3202, 0x3202, diag_cmd_set_lcd_picture},
-    {0x3203, 0x3203, diag_cmd_check_lcd_calibration},
-    {0x3204, 0x3204, diag_cmd_quit_picture_apk},
-    {0x3205, 0x3205, diag_cmd_dsp_power_up},
-    {0x3206, 0x3206, diag_cmd_dsp_power_down},
-    {0x3207, 0x3207, diag_cmd_dsp_effect_down},
-    {0x3208, 0x3208, diag_cmd_query_dsp_effect},
-    {0x3209, 0x3209, diag_cmd_set_lcd_maxbrightness},
-    {0x320A, 0x320A, diag_cmd_set_dsp_effect},
-    {0x320B, 0x320B, diag_cmd_get_lcd_id},
-    {0x320C, 0x320C, diag_cmd_get_display_status},
-    {0x320D, 0x320D, diag_cmd_get_color_mode},
-    {0x320E, 0x320E, diag_cmd_set_lcd_frequency},
-    {0x320F, 0x320F, diag_cmd_get_lcd_frequency},
-    {0x5000, 0x5000, diag_cmd_check_sim_insert},
-    {0xC800, 0xC800, diag_cmd_check_secure_boot},
-    {0xC801, 0xC801, diag_cmd_set_rpmb_key_status},
-    {0xC802, 0xC802, diag_cmd_check_lock_state},
-    {0xCA00, 0xCA00, diag_cmd_factory_wipe_data},
-    {0xD200, 0xD200, diag_cmd_set_kavophonebind},
-    {0xD201, 0xD201, diag_cmd_query_kavophonebind},
-    {0xD20A, 0xD20A, diag_cmd_set_query_widevine},
-    {0xD20B, 0xD20B, diag_cmd_set_widevine_key},
-    {0xD214, 0xD214, diag_cmd_set_hdcp_key},
-    {0xD215, 0xD215, diag_cmd_query_hdcp_key},
-    {0xD21E, 0xD21E, diag_cmd_get_wechat_key},
-    {0xD228, 0xD228, diag_cmd_get_alipay_key},
-    {0xD232, 0xD232, diag_cmd_get_cplc_key},
-    {0xD23C, 0xD23C, diag_cmd_set_keymaster_provison},
-    {0xE600, 0xE600, diag_cmd_read_node},
-    {0xE601, 0xE601, diag_cmd_write_node},
-    {0xE602, 0xE602, diag_cmd_get_prop},
-    {0xE603, 0xE603, diag_cmd_set_prop},
-    {0xE604, 0xE604, diag_cmd_excute_cmd},
-    {0xE605, 0xE605, diag_cmd_excute_cmd_check},
-    {0xE606, 0xE606, diag_cmd_get_cmd_result},
-    {0xE607, 0xE607, diag_cmd_get_process_state},
+namespace
+{
+// What every command begins with: its entry is logged and its response drawn.
+struct beginning {
+    const char *entry;
+    size_t size;                      // of the response, in bytes
+    const char *no_response;          // logged when the router has no buffer: the station gets no reply
+    const uint8_t *silence = nullptr; // while that is not 0, neither line is
 };
+
+struct command {
+    uint16_t low;
+    uint16_t high;
+    uint16_t drawn_under; // the code of the response
+    const beginning &begins;
+    const char *name; // that its lines are logged under
+    command_handler *handle;
+};
+} // namespace
+
+static constexpr uint16_t AS_ASKED = 0; // drawn under the code of the request
+
+static constexpr char ENTER[] = "Enter\n";
+static constexpr char NO_RESPONSE[] = "diagpkt_subsys_alloc failed\n";
+static constexpr char DIAG_NO_RESPONSE[] = "Diag: diagpkt_subsys_alloc failed!\n";
+
+static constexpr beginning TEXT = {ENTER, TEXT_RESPONSE, NO_RESPONSE};
+static constexpr beginning DIAG_TEXT = {ENTER, TEXT_RESPONSE, DIAG_NO_RESPONSE};
+static constexpr beginning DOTTED_TEXT = {ENTER, TEXT_RESPONSE, "diagpkt_subsys_alloc failed.\n"};
+static constexpr beginning LOUD_TEXT = {"Enter!\n", TEXT_RESPONSE, NO_RESPONSE};
+static constexpr beginning LONG = {ENTER, LONG_RESPONSE, NO_RESPONSE};
+static constexpr beginning DIAG_LONG = {ENTER, LONG_RESPONSE, DIAG_NO_RESPONSE};
+static constexpr beginning ECHO = {ENTER, ECHO_RESPONSE, DIAG_NO_RESPONSE};
+static constexpr beginning DETECTION = {"Enter!\n", TEXT_RESPONSE, DIAG_NO_RESPONSE, &hw_dec_log_suppressed};
+
+#define COMMANDS(low, high, begins, handler)     command_handler handler;
+#define COMMAND(code, begins, handler)           COMMANDS(code, code, begins, handler)
+#define COMMAND_UNDER(code, drawn, begins, name) COMMANDS(code, code, begins, name)
+#include "core/commands.def"
+#undef COMMANDS
+#undef COMMAND_UNDER
+
+static constexpr command ROWS[] = {
+#define COMMANDS(low, high, begins, handler)        {low, high, AS_ASKED, begins, #handler, handler},
+#define COMMAND_UNDER(code, drawn, begins, handler) {code, code, drawn, begins, #handler, handler},
+#include "core/commands.def"
+};
+
+static uint8_t *draw_response(const void *request, uint16_t code, size_t size)
+{
+    auto *response =
+        static_cast<uint8_t *>(diagpkt_subsys_alloc(DIAG_SUBSYSTEM, code, static_cast<unsigned int>(size)));
+    if (response) {
+        memset(response, 0, size);
+        memcpy(response, request, ECHO_RESPONSE);
+    }
+    return response;
+}
+
+static void *serve(const command &row, const void *request)
+{
+    const beginning &begins = row.begins;
+    const bool logs = !begins.silence || *begins.silence == 0;
+    if (logs)
+        diag_log(row.name, "%s", begins.entry);
+    const uint16_t code = row.drawn_under == AS_ASKED ? packet_code(request) : row.drawn_under;
+    uint8_t *response = draw_response(request, code, begins.size);
+    if (!response) {
+        if (logs)
+            diag_log(row.name, "%s", begins.no_response);
+        return nullptr;
+    }
+    return row.handle(request, response);
+}
+
+// What the router calls: one function a row. The length of the request is told inside the packet, too.
+template <size_t ROW> static void *serve_row(void *request, uint16_t) { return serve(ROWS[ROW], request); }
+
+namespace
+{
+struct entry_list {
+    diagpkt_entry entries[std::size(ROWS)];
+};
+} // namespace
+
+template <size_t... ROW> static constexpr entry_list list_entries(std::index_sequence<ROW...>)
+{
+    return {{{ROWS[ROW].low, ROWS[ROW].high, serve_row<ROW>}...}};
+}
+
+static constexpr entry_list LIST = list_entries(std::make_index_sequence<std::size(ROWS)>());
 
 const diagpkt_table diag_command_table = {
     0, // answered at once
-    0xFF, DIAG_SUBSYSTEM, sizeof ENTRIES / sizeof ENTRIES[0], 0, ENTRIES,
+    0xFF, DIAG_SUBSYSTEM, std::size(LIST.entries), 0, LIST.entries,
 };

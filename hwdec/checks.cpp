@@ -8,21 +8,14 @@
 #include "core/shell.h"
 #include "hwdec/probe.h"
 
+namespace
+{
 // A node whose value begins with the expected text.
 struct node_check {
     uint8_t id;
     const char *item; // the component's word in the log
     const char *command;
     const char *expected;
-};
-static constexpr node_check NODE_CHECKS[] = {
-    {HW_RGB0, "Rgb0", "cat /sys/rgb0/name", "aw2015_led"},
-    {HW_RGB1, "Rgb1", "cat /sys/rgb1/name", "aw2015_led1"},
-    {HW_BQ25790, "Chg bqic", "cat /sys/class/qcom-battery/bq25790_chip_ok", "1"},
-    {HW_SMB1396_MASTER, "Chg smbic master", "cat /sys/class/qcom-battery/master_smb1396_online", "1"},
-    {HW_SMB1396_SLAVE, "Chg smbic slave", "cat /sys/class/qcom-battery/slave_smb1396_online", "1"},
-    {HW_SMB1396_SLAVE2, "Chg smbic slave2", "cat /sys/class/qcom-battery/slave2_smb1396_online", "1"},
-    {HW_MAX77932, "Chg maxic", "cat /sys/class/qcom-battery/max77932_chip_ok", "1"},
 };
 
 // A node whose first line contains the expected text.
@@ -34,11 +27,6 @@ struct line_check {
     const char *command;
     const char *expected;
 };
-static constexpr line_check LINE_CHECKS[] = {
-    {HW_DISPLAY, "Display", "display", "display",
-     "cat /sys/devices/virtual/qx_display/disp_feature/disp-DSI-0/panel_info", "panel_name=mdss_dsi"},
-    {HW_VIBRATOR, "Vibrator", "Vibrator", "vibrator", "cat /sys/vibrator/vibrator_flag", "1"},
-};
 
 // A sensor type in the list that the sensor tool prints.
 struct sensor_check {
@@ -47,13 +35,6 @@ struct sensor_check {
     const char *status;
     const char *type;
     bool every_line; // reads on behind the first match and registers each
-};
-static constexpr char SENSOR_TOOL[] = "see_workhorse";
-static constexpr sensor_check SENSOR_CHECKS[] = {
-    {HW_ACC, "Acc", "acc", "accel", false},
-    {HW_GYRO, "Gyro", "gyro", "gyro", false},
-    {HW_MAGNETIC, "Magnetic", "magnetic", "mag", true},
-    {HW_LIGHTSNS, "Lightsns", "lightsns", "light", true},
 };
 
 // A text that stands for one component where a probe answers for several.
@@ -69,6 +50,37 @@ struct camera_check {
     const char *finished_items;
     part modules[2];
 };
+} // namespace
+
+static constexpr node_check RGB0 = {HW_RGB0, "Rgb0", "cat /sys/rgb0/name", "aw2015_led"};
+static constexpr node_check RGB1 = {HW_RGB1, "Rgb1", "cat /sys/rgb1/name", "aw2015_led1"};
+static constexpr node_check CHARGER = {HW_BQ25790, "Chg bqic", "cat /sys/class/qcom-battery/bq25790_chip_ok",
+                                       "1"};
+static constexpr node_check CHARGE_PUMP_MASTER = {HW_SMB1396_MASTER, "Chg smbic master",
+                                                  "cat /sys/class/qcom-battery/master_smb1396_online", "1"};
+static constexpr node_check CHARGE_PUMP_SLAVE = {HW_SMB1396_SLAVE, "Chg smbic slave",
+                                                 "cat /sys/class/qcom-battery/slave_smb1396_online", "1"};
+static constexpr node_check CHARGE_PUMP_SLAVE2 = {HW_SMB1396_SLAVE2, "Chg smbic slave2",
+                                                  "cat /sys/class/qcom-battery/slave2_smb1396_online", "1"};
+static constexpr node_check CONVERTER = {HW_MAX77932, "Chg maxic",
+                                         "cat /sys/class/qcom-battery/max77932_chip_ok", "1"};
+
+static constexpr line_check DISPLAY = {
+    HW_DISPLAY,
+    "Display",
+    "display",
+    "display",
+    "cat /sys/devices/virtual/qx_display/disp_feature/disp-DSI-0/panel_info",
+    "panel_name=mdss_dsi"};
+static constexpr line_check VIBRATOR = {
+    HW_VIBRATOR, "Vibrator", "Vibrator", "vibrator", "cat /sys/vibrator/vibrator_flag", "1"};
+
+static constexpr char SENSOR_TOOL[] = "see_workhorse";
+static constexpr sensor_check ACCELEROMETER = {HW_ACC, "Acc", "acc", "accel", false};
+static constexpr sensor_check GYROSCOPE = {HW_GYRO, "Gyro", "gyro", "gyro", false};
+static constexpr sensor_check MAGNETOMETER = {HW_MAGNETIC, "Magnetic", "magnetic", "mag", true};
+static constexpr sensor_check LIGHT_SENSOR = {HW_LIGHTSNS, "Lightsns", "lightsns", "light", true};
+
 static constexpr camera_check CAMERA_BACK_MAIN = {
     "persist.vendor.camera.qx.module.info",
     "Both camera back main and back ultra",
@@ -103,39 +115,29 @@ static constexpr char TP_DRIVER_EXPECTED[] = "Focaltech";
 static constexpr char FP_PROPERTY[] = "persist.vendor.sys.fp.module";
 static constexpr const char *FP_MAKERS[] = {"Truly", "O-film"};
 
-template <typename Row, size_t N> static const Row &row_of(const Row (&rows)[N], uint8_t id)
+static int32_t check_node(const char *name, const node_check &node)
 {
-    size_t row = 0;
-    while (row < N - 1 && rows[row].id != id)
-        row++;
-    return rows[row];
-}
-
-static int32_t check_node(const char *name, uint8_t id)
-{
-    const node_check &node = row_of(NODE_CHECKS, id);
-    return run_check(name, done_bit(id), node.item, [&] {
-        int32_t status = diag_cmd_compare_msg(node.command, node.expected);
-        if (status != 0)
+    return run_check(name, done_bit(node.id), node.item, [&] {
+        if (!diag_cmd_compare_msg(node.command, node.expected)) {
             DEC_LOG_AS(name, "execute cmd %s fail\n", node.command);
-        else
-            found(name, id, node.item);
-        return status;
+            return -1;
+        }
+        found(name, node.id, node.item);
+        return 0;
     });
 }
 
-int32_t hwdec_rgb0_check() { return check_node(__func__, HW_RGB0); }
-int32_t hwdec_rgb1_check() { return check_node(__func__, HW_RGB1); }
-int32_t hwdec_chg_bqic_check() { return check_node(__func__, HW_BQ25790); }
-int32_t hwdec_chg_smbic_master_check() { return check_node(__func__, HW_SMB1396_MASTER); }
-int32_t hwdec_chg_smbic_slave_check() { return check_node(__func__, HW_SMB1396_SLAVE); }
-int32_t hwdec_chg_smbic_slave2_check() { return check_node(__func__, HW_SMB1396_SLAVE2); }
-int32_t hwdec_chg_maxic_check() { return check_node(__func__, HW_MAX77932); }
+int32_t hwdec_rgb0_check() { return check_node(__func__, RGB0); }
+int32_t hwdec_rgb1_check() { return check_node(__func__, RGB1); }
+int32_t hwdec_chg_bqic_check() { return check_node(__func__, CHARGER); }
+int32_t hwdec_chg_smbic_master_check() { return check_node(__func__, CHARGE_PUMP_MASTER); }
+int32_t hwdec_chg_smbic_slave_check() { return check_node(__func__, CHARGE_PUMP_SLAVE); }
+int32_t hwdec_chg_smbic_slave2_check() { return check_node(__func__, CHARGE_PUMP_SLAVE2); }
+int32_t hwdec_chg_maxic_check() { return check_node(__func__, CONVERTER); }
 
-static int32_t check_line(const char *name, uint8_t id)
+static int32_t check_line(const char *name, const line_check &row)
 {
-    const line_check &row = row_of(LINE_CHECKS, id);
-    return run_check(name, done_bit(id), row.finished_item, [&] {
+    return run_check(name, done_bit(row.id), row.finished_item, [&] {
         command_stream output = run_command(row.command);
         char line[LINE_SIZE];
         if (!output || !read_line(output.get(), line))
@@ -144,18 +146,17 @@ static int32_t check_line(const char *name, uint8_t id)
         if (!strstr(line, row.expected))
             return -1;
         log_match(name, row.expected, line);
-        found(name, id, row.item);
+        found(name, row.id, row.item);
         return 0;
     });
 }
 
-int32_t hwdec_display_check() { return check_line(__func__, HW_DISPLAY); }
-int32_t hwdec_vibrator_check() { return check_line(__func__, HW_VIBRATOR); }
+int32_t hwdec_display_check() { return check_line(__func__, DISPLAY); }
+int32_t hwdec_vibrator_check() { return check_line(__func__, VIBRATOR); }
 
-static int32_t check_sensor(const char *name, uint8_t id)
+static int32_t check_sensor(const char *name, const sensor_check &sensor)
 {
-    const sensor_check &sensor = row_of(SENSOR_CHECKS, id);
-    return run_check(name, done_bit(id), sensor.item, [&] {
+    return run_check(name, done_bit(sensor.id), sensor.item, [&] {
         command_stream list = run_command(SENSOR_TOOL);
         int32_t status = -1;
         char line[LINE_SIZE];
@@ -164,23 +165,23 @@ static int32_t check_sensor(const char *name, uint8_t id)
             if (!strstr(line, sensor.type))
                 continue;
             log_match(name, sensor.type, line);
-            found(name, id, sensor.item);
+            found(name, sensor.id, sensor.item);
             status = 0;
         }
         return status;
     });
 }
 
-int32_t hwdec_acc_check() { return check_sensor(__func__, HW_ACC); }
-int32_t hwdec_gyro_check() { return check_sensor(__func__, HW_GYRO); }
-int32_t hwdec_magnetic_check() { return check_sensor(__func__, HW_MAGNETIC); }
-int32_t hwdec_lightsns_check() { return check_sensor(__func__, HW_LIGHTSNS); }
+int32_t hwdec_acc_check() { return check_sensor(__func__, ACCELEROMETER); }
+int32_t hwdec_gyro_check() { return check_sensor(__func__, GYROSCOPE); }
+int32_t hwdec_magnetic_check() { return check_sensor(__func__, MAGNETOMETER); }
+int32_t hwdec_lightsns_check() { return check_sensor(__func__, LIGHT_SENSOR); }
 
 static int32_t check_camera(const char *name, const camera_check &camera)
 {
     uint32_t done = done_bit(camera.modules[0].id);
     auto probe = [&] {
-        char value[PROPERTY_VALUE_MAX] = {};
+        char value[PROPERTY_SIZE] = {};
         if (property_get(camera.property, value, nullptr) <= 0)
             return -1;
         DEC_LOG_AS(name, "Prop value is: %s\n", value);
@@ -265,8 +266,7 @@ int32_t hwdec_force_touch_check()
 
 static int32_t probe_tp(const char *name)
 {
-    int32_t status = diag_cmd_compare_msg(TP_NAME, TP_NAME_EXPECTED);
-    if (status == 0)
+    if (diag_cmd_compare_msg(TP_NAME, TP_NAME_EXPECTED))
         return 0;
     DEC_LOG_AS(name, "It is not p42 lcd\n");
     command_stream output = run_command(TP_DRIVER);
@@ -278,7 +278,7 @@ static int32_t probe_tp(const char *name)
             return 0;
         }
     }
-    return status;
+    return -1;
 }
 
 int32_t hwdec_tp_check()
@@ -296,7 +296,7 @@ int32_t hwdec_fp_check()
 {
     const char *name = __func__;
     return run_check(name, done_bit(HW_FP), "Fp", [name] {
-        char value[PROPERTY_VALUE_MAX] = {};
+        char value[PROPERTY_SIZE] = {};
         if (property_get(FP_PROPERTY, value, nullptr) <= 0)
             return -1;
         DEC_LOG_AS(name, "getprop %s ok. value is %s\n", FP_PROPERTY, value);

@@ -9,6 +9,8 @@
 #include "core/packet.h"
 #include "hwdec/checks.h"
 
+namespace
+{
 enum check_level : uint8_t { NEVER, BOARD, PHONE, BOTH };
 
 struct hw_dec_device {
@@ -17,6 +19,7 @@ struct hw_dec_device {
     uint8_t level;
     int32_t (*check)(); // null: a sibling's routine registers the component
 };
+} // namespace
 
 static constexpr hw_dec_device DEVICES[HW_DEC_ROWS] = {
     {HW_CODEC, "codec", BOTH, hwdec_audio_pa_check},
@@ -212,14 +215,9 @@ static void log_result(const char *handler, const char *result, uint32_t length)
     free(printable);
 }
 
-static void *component_detect(const char *handler, void *request, uint16_t code, const char *level,
+static void *component_detect(const char *handler, uint8_t *response, const char *level,
                               int32_t (*run_checks)(), uint32_t (*get_result)(char *out))
 {
-    DEC_LOG_AS(handler, "Enter!\n");
-    uint8_t *response = response_new(handler, request, code, TEXT_RESPONSE,
-                                     hw_dec_log_suppressed ? nullptr : DIAG_ALLOC_FAILED);
-    if (!response)
-        return nullptr;
     int32_t status = set_hw_dec_check_demand_flag();
     usleep(SETTLE_US);
     if (status < 0) {
@@ -236,14 +234,14 @@ static void *component_detect(const char *handler, void *request, uint16_t code,
     return answer_length(response, length);
 }
 
-void *diag_cmd_board_component_detect_v2(void *request, uint16_t)
+void *diag_cmd_board_component_detect_v2(const void *, uint8_t *response)
 {
-    return component_detect(__func__, request, 0x013D, "board", hw_dec_board_level_run,
+    return component_detect(__func__, response, "board", hw_dec_board_level_run,
                             get_hw_dec_board_level_result);
 }
 
-void *diag_cmd_phone_component_detect_v2(void *request, uint16_t)
+void *diag_cmd_phone_component_detect_v2(const void *, uint8_t *response)
 {
-    return component_detect(__func__, request, 0x013E, "phone", hw_dec_phone_level_run,
+    return component_detect(__func__, response, "phone", hw_dec_phone_level_run,
                             get_hw_dec_phone_level_result);
 }

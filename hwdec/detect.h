@@ -74,6 +74,3 @@ void set_hw_dev_check_flag(uint8_t id);
 // Copies `length` bytes with "!" for every zero byte, and a terminator behind them. 0, or -1 without a source
 // or a target.
 int32_t replace_asc_zero(const uint8_t *source, int32_t length, uint8_t *target);
-
-void *diag_cmd_board_component_detect_v2(void *request, uint16_t length);
-void *diag_cmd_phone_component_detect_v2(void *request, uint16_t length);

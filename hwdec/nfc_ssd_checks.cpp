@@ -32,8 +32,7 @@ static constexpr char SSD_DEVICE[] = "cat /sys/block/nvme0n1/device/device/subsy
 static constexpr char SSD_DEVICE_EXPECTED[] = "0x5013";
 
 // Whether the value of a property begins with `expected`. `length` is what property_get returned.
-static bool property_begins(const char *key, const char *expected, char (&value)[PROPERTY_VALUE_MAX],
-                            int &length)
+static bool property_begins(const char *key, const char *expected, char (&value)[PROPERTY_SIZE], int &length)
 {
     memset(value, 0, sizeof value);
     length = property_get(key, value, nullptr);
@@ -65,7 +64,7 @@ static void element_found(const char *name, uint8_t id, const char *item)
 
 static int32_t probe_cplc(const char *name)
 {
-    char value[PROPERTY_VALUE_MAX];
+    char value[PROPERTY_SIZE];
     int length;
     if (property_begins(DOWNLOADING, "true", value, length)) {
         DEC_LOG_AS(name, "%s value(%s) is not right, the firmware is downloading\n", DOWNLOADING, value);
@@ -104,7 +103,7 @@ static bool free_element(const char *name)
         return true;
     if (!strstr(line, NFC_PROCESS))
         DEC_LOG_AS(name, "%s is not running\n", NFC_PROCESS);
-    char value[PROPERTY_VALUE_MAX];
+    char value[PROPERTY_SIZE];
     int length;
     bool loaded = property_begins(DOWNLOADING, "false", value, length);
     if (length <= 0) {

@@ -50,12 +50,12 @@ TEST_F(Core, ReadingTrimsOneLineFeedFromTheCountOnly)
 TEST_F(Core, ReadingFailsAsMinusOne)
 {
     char buffer[8] = {};
-    EXPECT_EQ(diag_cmd_read_file("/sys/missing", 8, buffer), 65535);
-    EXPECT_EQ(diag_cmd_read_file("/sys", 8, buffer), 65535);
-    EXPECT_EQ(diag_cmd_read_file(nullptr, 8, buffer), 65535);
-    EXPECT_EQ(diag_cmd_read_file("/sys", -1, buffer), 65535);
-    EXPECT_EQ(diag_cmd_read_file("/sys", 8, nullptr), 65535);
-    EXPECT_EQ(diag_cmd_read_file_new("/sys/missing", "1", 1, buffer), 65535);
+    EXPECT_EQ(diag_cmd_read_file("/sys/missing", 8, buffer), -1);
+    EXPECT_EQ(diag_cmd_read_file("/sys", 8, buffer), -1);
+    EXPECT_EQ(diag_cmd_read_file(nullptr, 8, buffer), -1);
+    EXPECT_EQ(diag_cmd_read_file("/sys", -1, buffer), -1);
+    EXPECT_EQ(diag_cmd_read_file("/sys", 8, nullptr), -1);
+    EXPECT_EQ(diag_cmd_read_file_new("/sys/missing", "1", 1, buffer), -1);
 }
 
 TEST_F(Core, ComparingReadTakesThePrefixAndLeavesAMismatchOpen)
@@ -64,7 +64,7 @@ TEST_F(Core, ComparingReadTakesThePrefixAndLeavesAMismatchOpen)
     node("/sys/n", "10\n");
     EXPECT_EQ(diag_cmd_read_file_new("/sys/n", "1", 1, buffer), 1);
     EXPECT_EQ(diag_cmd_read_file_new("/sys/n", "10", 256, buffer), 2);
-    EXPECT_EQ(diag_cmd_read_file_new("/sys/n", "2", 256, buffer), 65535);
+    EXPECT_EQ(diag_cmd_read_file_new("/sys/n", "2", 256, buffer), -1);
     EXPECT_TRUE(logged("[diag_cmd_read_file_new]:data is 10\n, cmp_data is 2, length is 1.\n"));
     descriptors_left_open = 1;
 }
@@ -72,7 +72,7 @@ TEST_F(Core, ComparingReadTakesThePrefixAndLeavesAMismatchOpen)
 TEST_F(Core, WritingKeepsTheTailAndItsStrangeMode)
 {
     mode_t before = umask(0);
-    EXPECT_EQ(diag_cmd_write_file("/data/new", 2, 256, "ab"), 0);
+    EXPECT_TRUE(diag_cmd_write_file("/data/new", 2, 256, "ab"));
     umask(before);
     struct stat status = {};
     stat("/data/new", &status);
@@ -80,18 +80,18 @@ TEST_F(Core, WritingKeepsTheTailAndItsStrangeMode)
     chmod("/data/new", 0644);
 
     node("/data/old", "12345");
-    EXPECT_EQ(diag_cmd_write_file("/data/old", 2, 2, "ab"), 0);
+    EXPECT_TRUE(diag_cmd_write_file("/data/old", 2, 2, "ab"));
     EXPECT_EQ(content("/data/old"), "ab345");
-    EXPECT_EQ(diag_cmd_write_file("/data/old", 0, 0, ""), 0);
+    EXPECT_TRUE(diag_cmd_write_file("/data/old", 0, 0, ""));
     EXPECT_EQ(content("/data/old"), "ab345");
 
-    EXPECT_EQ(diag_cmd_write_file("/data/none", 3, 2, "ab"), 65535);
-    EXPECT_EQ(diag_cmd_write_file("/data/none", 1, 2, "abc"), 65535);
-    EXPECT_EQ(diag_cmd_write_file("/data/none", 1, 2, nullptr), 65535);
+    EXPECT_FALSE(diag_cmd_write_file("/data/none", 3, 2, "ab"));
+    EXPECT_FALSE(diag_cmd_write_file("/data/none", 1, 2, "abc"));
+    EXPECT_FALSE(diag_cmd_write_file("/data/none", 1, 2, nullptr));
     EXPECT_FALSE(exists("/data/none"));
-    EXPECT_EQ(diag_cmd_write_file("/none/here", 1, 2, "a"), 65535);
-    EXPECT_EQ(diag_cmd_write_file("/dev/full", 1, 2, "a"), 65535);
-    EXPECT_EQ(diag_cmd_write_file("/dev/null", 1, 2, "a"), 0)
+    EXPECT_FALSE(diag_cmd_write_file("/none/here", 1, 2, "a"));
+    EXPECT_FALSE(diag_cmd_write_file("/dev/full", 1, 2, "a"));
+    EXPECT_TRUE(diag_cmd_write_file("/dev/null", 1, 2, "a"))
         << "a device that refuses fsync has taken the value";
 }
 
@@ -101,32 +101,32 @@ static const std::string PREFIX =
 TEST_F(Core, PrefixedLinesKeep685Characters)
 {
     tool("/vendor/bin/probe", "exit 3");
-    EXPECT_EQ(diag_cmd_handle_system("probe 1"), 0) << "the exit status is nobody's business";
+    EXPECT_TRUE(diag_cmd_handle_system("probe 1")) << "the exit status is nobody's business";
     EXPECT_TRUE(logged("[my_popen]:new popen command is: " + PREFIX + "probe 1\n"));
-    EXPECT_EQ(diag_cmd_handle_system(nullptr), -1);
+    EXPECT_FALSE(diag_cmd_handle_system(nullptr));
     the_phone().failing_popen = 1;
-    EXPECT_EQ(diag_cmd_handle_system("true"), -1);
+    EXPECT_FALSE(diag_cmd_handle_system("true"));
 
     std::string command = "probe " + std::string(700, 'x');
-    EXPECT_EQ(diag_cmd_handle_system(command.c_str()), 0);
+    EXPECT_TRUE(diag_cmd_handle_system(command.c_str()));
     EXPECT_EQ(runs(), (strings{"/vendor/bin/probe 1", "/vendor/bin/" + command.substr(0, 685)}));
 }
 
 TEST_F(Core, SearchedOutputMatchesTheBeginningOfAnyLine)
 {
     tool("probe", "echo one; echo two three");
-    EXPECT_EQ(diag_cmd_compare_msg("probe", "two"), 0);
-    EXPECT_EQ(diag_cmd_compare_msg("probe", "three"), -1);
-    EXPECT_EQ(diag_cmd_compare_msg("probe", ""), 0);
+    EXPECT_TRUE(diag_cmd_compare_msg("probe", "two"));
+    EXPECT_FALSE(diag_cmd_compare_msg("probe", "three"));
+    EXPECT_TRUE(diag_cmd_compare_msg("probe", ""));
     tool("probe", "");
-    EXPECT_EQ(diag_cmd_compare_msg("probe", ""), -1);
-    EXPECT_EQ(diag_cmd_compare_msg("no-such-tool 2>/dev/null", "x"), -1);
+    EXPECT_FALSE(diag_cmd_compare_msg("probe", ""));
+    EXPECT_FALSE(diag_cmd_compare_msg("no-such-tool 2>/dev/null", "x"));
     the_phone().failing_popen = 1;
-    EXPECT_EQ(diag_cmd_compare_msg("true", ""), -1);
+    EXPECT_FALSE(diag_cmd_compare_msg("true", ""));
 
     diag_quiet_flag = 1;
     the_phone().log.clear();
-    EXPECT_EQ(diag_cmd_compare_msg("echo x", "x"), 0);
+    EXPECT_TRUE(diag_cmd_compare_msg("echo x", "x"));
     EXPECT_TRUE(the_phone().log.empty());
     diag_quiet_flag = 0;
 }

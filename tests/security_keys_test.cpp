@@ -5,7 +5,7 @@
 #include <cstring>
 #include <new>
 
-#include "commands/security_keys_secret.h"
+#include "commands/security_keys/secret.h"
 #include "tests/fake_platform.h"
 
 static constexpr char KEYBOX[] = "/data/keybox.bin";

@@ -2,9 +2,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "commands/identity_storage.h"
-#include "core/log.h"
-#include "core/packet.h"
+#include "core/command.h"
 #include "core/shell.h"
 
 // Nominal sizes in GiB. The kernel reports a little less than the nominal size, so a count belongs to a size
@@ -62,17 +60,11 @@ static uint32_t diag_calculate_ddr_total_size()
     return static_cast<uint32_t>(nominal_size(MEMORY_SIZES, kib));
 }
 
-void *diag_cmd_check_ddr_size(void *request, uint16_t)
+void *diag_cmd_check_ddr_size(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x0A00);
-    if (!response)
-        return nullptr;
     uint32_t gib = diag_calculate_ddr_total_size();
-    if (gib == SIZE_UNKNOWN) {
-        LOG("Check ufs size failed\n");
-        return answer_error(response);
-    }
+    if (gib == SIZE_UNKNOWN)
+        return FAIL(response, "Check ufs size failed\n");
     LOG("Check ufs size:%d\n", static_cast<int>(gib));
     auto size = static_cast<uint8_t>(gib);
     return answer_bytes(response, &size, size == 0 ? 0 : 1);
@@ -163,31 +155,26 @@ static int diag_get_main_flash_size_by_ghr()
         return 0;
     }
     char line[LINE_SIZE];
+    int gib = 0;
     while (read_line(tool.get(), line)) {
-        const char *found = strstr(line, FLASH_TOOL_KEY);
-        if (!found)
-            continue;
-        LOG("flash size info: %s\n", line);
-        int gib = atoi(found + strlen(FLASH_TOOL_KEY));
-        LOG("flash_size=%d\n", gib);
-        return gib;
+        if (const char *found = strstr(line, FLASH_TOOL_KEY)) {
+            LOG("flash size info: %s\n", line);
+            gib = atoi(found + strlen(FLASH_TOOL_KEY));
+            LOG("flash_size=%d\n", gib);
+            break;
+        }
     }
-    return 0;
+    close_unawaited(std::move(tool)); // the tool may have more to say, and the station must not wait for it
+    return gib;
 }
 
-void *diag_cmd_check_flash_size(void *request, uint16_t)
+void *diag_cmd_check_flash_size(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x0B00);
-    if (!response)
-        return nullptr;
     uint32_t gib = diag_calculate_flash_total_size();
     if (gib == SIZE_UNKNOWN) {
         int told = diag_get_main_flash_size_by_ghr();
-        if (told < 1) {
-            LOG("Check ufs size failed\n");
-            return answer_error(response);
-        }
+        if (told < 1)
+            return FAIL(response, "Check ufs size failed\n");
         gib = static_cast<uint32_t>(told);
     }
     LOG("Check ufs size:%d\n", static_cast<int>(gib));
@@ -214,17 +201,11 @@ static int diag_get_ssd_total_size()
     return gib;
 }
 
-void *diag_cmd_check_ssd_size(void *request, uint16_t)
+void *diag_cmd_check_ssd_size(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x2100);
-    if (!response)
-        return nullptr;
     int gib = diag_get_ssd_total_size();
-    if (gib == 0) {
-        LOG("Check ssd size failed\n");
-        return answer_error(response);
-    }
+    if (gib == 0)
+        return FAIL(response, "Check ssd size failed\n");
     LOG(" Check ssd size success, size(%dG)\n", gib);
     return answer_size(response, static_cast<uint32_t>(gib));
 }

@@ -1,18 +1,16 @@
+// What the phone says of its security: secure boot, the RPMB key, the lock.
 #include <cutils.h>
 #include <fcntl.h>
 #include <string.h>
 #include <strings.h>
 #include <unistd.h>
 
-#include "commands/security_keys.h"
+#include "core/command.h"
 #include "core/files.h"
-#include "core/log.h"
-#include "core/packet.h"
 #include "core/shell.h"
 
 static constexpr char SECURE_BOOT_PROPERTY[] = "ro.boot.secureboot";
 static constexpr char LOCK_STATE_PROPERTY[] = "ro.secureboot.lockstate";
-static constexpr size_t VALUE_SIZE = 256;
 
 // The fuse word of this chipset, through its register-read tool.
 static constexpr char READ_FUSE[] = "/system/bin/r 0x00780350 &> /data/secure_boot";
@@ -24,6 +22,8 @@ static constexpr ssize_t FUSE_LENGTH = sizeof FUSE_BLOWN - 1;
 static constexpr char GET_RPMB_STATUS[] = "echo 2 | qseecom_sample_client v smplap64 14 1";
 static constexpr char SET_RPMB_KEY[] = "echo 0 | qseecom_sample_client v smplap64 14 1";
 
+namespace
+{
 // One talk with the secure world's sample client: the first line with one of the two texts decides.
 struct rpmb_step {
     const char *start_log;
@@ -34,6 +34,9 @@ struct rpmb_step {
     const char *negative_log;
     const char *silent_log;
 };
+
+enum class rpmb_verdict { POSITIVE, NEGATIVE, NONE };
+} // namespace
 
 static constexpr rpmb_step GET_STATUS = {
     "step 1: get rpmb key status\n",    GET_RPMB_STATUS,
@@ -57,11 +60,9 @@ static constexpr rpmb_step GET_STATUS_AGAIN = {
     "step 3 not get right feed back\n",
 };
 
-enum class rpmb_verdict { POSITIVE, NEGATIVE, NONE };
-
 static bool secure_boot_by_property(const char *handler)
 {
-    char value[VALUE_SIZE] = {};
+    char value[PROPERTY_SIZE] = {};
     int length = property_get(SECURE_BOOT_PROPERTY, value, nullptr);
     if (length < 1) {
         diag_log(handler, "Get secure_prop failed\n");
@@ -74,7 +75,7 @@ static bool secure_boot_by_property(const char *handler)
 }
 
 // Whether the tool's output, left in the fuse file, is the word of a blown fuse.
-static bool fuse_is_blown(const char *handler, char (&content)[VALUE_SIZE])
+static bool fuse_is_blown(const char *handler, char (&content)[FUSE_LENGTH + 1])
 {
     descriptor file(open(FUSE_FILE, O_RDONLY | O_CLOEXEC));
     if (!file)
@@ -89,13 +90,13 @@ static bool fuse_is_blown(const char *handler, char (&content)[VALUE_SIZE])
 
 static bool secure_boot_by_fuse(const char *handler)
 {
-    if (diag_cmd_handle_system(READ_FUSE) != 0) {
+    if (!diag_cmd_handle_system(READ_FUSE)) {
         diag_log(handler, "Not secure boot\n");
         return false;
     }
-    char content[VALUE_SIZE] = {};
+    char content[FUSE_LENGTH + 1] = {};
     bool blown = fuse_is_blown(handler, content);
-    if (diag_cmd_handle_system(REMOVE_FUSE_FILE) != 0) {
+    if (!diag_cmd_handle_system(REMOVE_FUSE_FILE)) {
         diag_log(handler, "remove /data/secure_boot fail.\n");
         return false;
     }
@@ -106,12 +107,8 @@ static bool secure_boot_by_fuse(const char *handler)
     return blown;
 }
 
-void *diag_cmd_check_secure_boot(void *request, uint16_t)
+void *diag_cmd_check_secure_boot(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0xC800);
-    if (!response)
-        return nullptr;
     bool by_property = packet_selector(request) != 0;
     bool secure = by_property ? secure_boot_by_property(__func__) : secure_boot_by_fuse(__func__);
     return secure ? answer_ok(response) : answer_error(response);
@@ -141,13 +138,8 @@ static rpmb_verdict take_step(const char *handler, const rpmb_step &step)
     return rpmb_verdict::NONE;
 }
 
-void *diag_cmd_set_rpmb_key_status(void *request, uint16_t)
+void *diag_cmd_set_rpmb_key_status(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0xC801);
-    if (!response)
-        return nullptr;
-
     rpmb_verdict status = take_step(__func__, GET_STATUS);
     // The key is written once in the phone's life, and only when the client says that there is none.
     if (status == rpmb_verdict::NEGATIVE && take_step(__func__, SET_KEY) == rpmb_verdict::POSITIVE)
@@ -155,19 +147,12 @@ void *diag_cmd_set_rpmb_key_status(void *request, uint16_t)
     return status == rpmb_verdict::POSITIVE ? answer_ok(response) : answer_error(response);
 }
 
-void *diag_cmd_check_lock_state(void *request, uint16_t)
+void *diag_cmd_check_lock_state(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0xC802);
-    if (!response)
-        return nullptr;
-
-    char value[VALUE_SIZE] = {};
+    char value[PROPERTY_SIZE] = {};
     int length = property_get(LOCK_STATE_PROPERTY, value, nullptr);
-    if (length < 0) {
-        LOG("property_get len=%d, get error!\n", length);
-        return answer_error(response);
-    }
+    if (length < 0)
+        return FAIL(response, "property_get len=%d, get error!\n", length);
     LOG("lock state:%s\n", value);
     return answer_text(response, value);
 }

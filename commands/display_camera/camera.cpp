@@ -4,10 +4,10 @@
 #include <string.h>
 #include <sys/ioctl.h>
 
-#include "commands/display_camera.h"
+#include <iterator>
+
+#include "core/command.h"
 #include "core/files.h"
-#include "core/log.h"
-#include "core/packet.h"
 
 static constexpr char PREISP_DEVICE[] = "/dev/rk_preisp";
 static constexpr char POWER_UP[] = "pwrup";
@@ -22,27 +22,19 @@ static constexpr const char *FUSE_ID_PROPERTIES[] = {
     "persist.camera.sensor.rearTele.fuseID",  "vendor.camera.sensor.u.fuseID",
     "persist.camera.sensor.rearDepth.fuseID", "vendor.camera.sensor.m2x.fuseID",
 };
-static constexpr int8_t CAMERAS = sizeof FUSE_ID_PROPERTIES / sizeof FUSE_ID_PROPERTIES[0];
+static constexpr int8_t CAMERAS = std::size(FUSE_ID_PROPERTIES);
 
-void *diag_cmd_control_camera_dsp_power(void *request, uint16_t)
+void *diag_cmd_control_camera_dsp_power(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x3600);
-    if (!response)
-        return nullptr;
-
     uint8_t action = packet_selector(request);
     const char *word = action != 0 ? POWER_UP : POWER_DOWN;
     auto length = static_cast<int32_t>(strlen(word));
     bool known = action <= 1;
     if (!known)
         LOG("Receiving cmd is abnormal cmd.\n");
-    if (!known || diag_cmd_write_file(PREISP_DEVICE, length, length, word) != 0) {
-        LOG("Set %s status:[%s] fail.\n", PREISP_DEVICE, word);
-        return answer_error(response);
-    }
-    LOG("Set %s status:[%s] succ.\n", PREISP_DEVICE, word);
-    return answer_ok(response);
+    if (!known || !diag_cmd_write_file(PREISP_DEVICE, length, length, word))
+        return FAIL(response, "Set %s status:[%s] fail.\n", PREISP_DEVICE, word);
+    return DONE(response, "Set %s status:[%s] succ.\n", PREISP_DEVICE, word);
 }
 
 static int preisp_power_up_state_query(int32_t *state)
@@ -60,45 +52,27 @@ static int preisp_power_up_state_query(int32_t *state)
     return 0;
 }
 
-void *diag_cmd_query_camera_dsp_state(void *request, uint16_t)
+void *diag_cmd_query_camera_dsp_state(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x3601);
-    if (!response)
-        return nullptr;
-    if (packet_selector(request) != 0) {
-        LOG("Receiving cmd is abnormal cmd.\n");
-        return answer_error(response);
-    }
+    if (packet_selector(request) != 0)
+        return FAIL(response, "Receiving cmd is abnormal cmd.\n");
 
     int32_t state = -1;
     int result = preisp_power_up_state_query(&state);
     LOG("Query state ret:%d,state:%d.\n", result, state);
-    if (result != 0 || state != POWERED_UP) {
-        LOG("Camera dsp state is pwrdown or poweron_fail.\n");
-        return answer_error(response);
-    }
-    LOG("Camera dsp power state:[%s].\n", POWER_UP);
-    return answer_ok(response);
+    if (result != 0 || state != POWERED_UP)
+        return FAIL(response, "Camera dsp state is pwrdown or poweron_fail.\n");
+    return DONE(response, "Camera dsp power state:[%s].\n", POWER_UP);
 }
 
-void *diag_cmd_get_camera_id(void *request, uint16_t)
+void *diag_cmd_get_camera_id(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x3602);
-    if (!response)
-        return nullptr;
-
     auto camera = static_cast<int8_t>(packet_selector(request));
-    if (camera < 0 || camera >= CAMERAS) {
-        LOG("unkown command, please check!\n");
-        return answer_error(response);
-    }
-    char id[256] = {};
-    if (property_get(FUSE_ID_PROPERTIES[camera], id, nullptr) < 1) {
-        LOG("camera %d property_get error\n", camera);
-        return answer_error(response);
-    }
+    if (camera < 0 || camera >= CAMERAS)
+        return FAIL(response, "unkown command, please check!\n");
+    char id[PROPERTY_SIZE] = {};
+    if (property_get(FUSE_ID_PROPERTIES[camera], id, nullptr) < 1)
+        return FAIL(response, "camera %d property_get error\n", camera);
     LOG("camera %d id is : %s.\n", camera, id);
     return answer_text(response, id);
 }

@@ -1,13 +1,13 @@
+// The content-protection keys: Widevine, HDCP 2 and the keymaster's keybox. Requests and tools' output are
+// logged whole, keys included: that is how the line finds what a station sent.
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
 
-#include "commands/security_keys.h"
-#include "commands/security_keys_secret.h"
+#include "commands/security_keys/secret.h"
+#include "core/command.h"
 #include "core/files.h"
-#include "core/log.h"
-#include "core/packet.h"
 #include "core/shell.h"
 
 static constexpr size_t ARGUMENT_LIMIT = 256; // bytes of an installer's argument
@@ -66,27 +66,22 @@ static bool key_file_is_there(const char *handler, const char *path)
     return false;
 }
 
-void *diag_cmd_set_query_widevine(void *request, uint16_t)
+void *diag_cmd_set_query_widevine(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0xD20A);
-    if (!response)
-        return nullptr;
-
-    if (write_secret(KEYBOX_FILE, packet_data(request), packet_length(request), SECRET_FILE_LIMIT) != 0) {
+    if (!write_secret(KEYBOX_FILE, packet_data(request), packet_length(request), SECRET_FILE_LIMIT)) {
         LOG("Store widevine key file failed!\n");
         return answer_text(response, "store_file_fail");
     }
-    int stored = diag_cmd_handle_system(STORE_KEYBOX);
-    int removed = diag_cmd_handle_system(REMOVE_KEYBOX);
-    if (stored != 0) {
-        if (removed == 0)
+    const bool stored = diag_cmd_handle_system(STORE_KEYBOX);
+    const bool removed = diag_cmd_handle_system(REMOVE_KEYBOX);
+    if (!stored) {
+        if (removed)
             LOG("remove /data/keybox.bin succ\n");
         else
             LOG("Write Widevine key failed!\n");
         return answer_text(response, "write_key_fail");
     }
-    if (removed != 0) {
+    if (!removed) {
         LOG("Delete keybox.bin failed!\n");
         return answer_text(response, "delete_file_fail");
     }
@@ -106,13 +101,8 @@ void *diag_cmd_set_query_widevine(void *request, uint16_t)
     return answer_text(response, "match_device_id_fail");
 }
 
-void *diag_cmd_set_widevine_key(void *request, uint16_t)
+void *diag_cmd_set_widevine_key(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0xD20B);
-    if (!response)
-        return nullptr;
-
     if (!key_file_is_there(__func__, WIDEVINE_FILE))
         return answer_text(response, "NOT_EXSIT");
     secret<ARGUMENT_LIMIT + 1> argument;
@@ -120,67 +110,55 @@ void *diag_cmd_set_widevine_key(void *request, uint16_t)
     secret<COMMAND_SIZE> command;
     build_command(command, "%s %s %s", WIDEVINE_CLIENT, WIDEVINE_FILE, argument.bytes);
     LOG("send command is %s.\n", command.bytes);
-    if (diag_cmd_compare_msg(command.bytes, "PASS") != 0) {
-        LOG("set keymaster fail.\n"); // the keymaster command's words; the file stays for the station
-        return answer_error(response);
-    }
-    return diag_cmd_handle_system(REMOVE_WIDEVINE) == 0 ? answer_ok(response) : answer_error(response);
+    if (!diag_cmd_compare_msg(command.bytes, "PASS"))
+        return FAIL(response, "set keymaster fail.\n"); // the keymaster command's words; the file stays
+    return diag_cmd_handle_system(REMOVE_WIDEVINE) ? answer_ok(response) : answer_error(response);
 }
 
-// Provisions the HDCP 2 keys from the two files. 0, or -1 when the tool does not report success.
-static int diag_exec_hdcpprov(const char *command)
+// Provisions the HDCP 2 keys from the two files. False when the tool does not report success.
+static bool diag_exec_hdcpprov(const char *command)
 {
     if (command_stream tool = run_line(command)) {
         secret<LINE_SIZE> line;
         while (read_line(tool.get(), line.bytes)) {
             if (strncmp(line.bytes, HDCPPROV_DONE, strlen(HDCPPROV_DONE)) == 0)
-                return 0;
+                return true;
         }
     }
     LOG("Exec hdcpprov failed!\n");
-    return -1;
+    return false;
 }
 
 // Data of the HDCP request, whose common length is that of the CEK: u16 PM length, CEK, PM.
 static constexpr size_t CEK_OFFSET = 2;
 
-void *diag_cmd_set_hdcp_key(void *request, uint16_t)
+void *diag_cmd_set_hdcp_key(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0xD214);
-    if (!response)
-        return nullptr;
-
     const uint8_t *data = packet_data(request);
     uint16_t cek_length = packet_length(request);
     const uint8_t *cek = data + CEK_OFFSET;
-    if (write_secret(CEK_FILE, cek, cek_length, SECRET_FILE_LIMIT) == FILE_FAILED) {
-        if (diag_cmd_handle_system(REMOVE_CEK) != 0) {
-            LOG("remove /mnt/vendor/persist/CEK.txt fail\n");
-            return answer_error(response);
-        }
+    if (!write_secret(CEK_FILE, cek, cek_length, SECRET_FILE_LIMIT)) {
+        if (!diag_cmd_handle_system(REMOVE_CEK))
+            return FAIL(response, "remove /mnt/vendor/persist/CEK.txt fail\n");
         answer_text(response, "store_CEK_fail");
         LOG("Store CEK.txt fail,len=%d,data=%s\n", packet_length(response), response_data(response));
         return response;
     }
     // Only behind a CEK that was written, and so is short, may the PM be looked for.
     auto pm_length = static_cast<uint16_t>(data[0] | data[1] << 8);
-    if (write_secret(PM_FILE, cek + cek_length, pm_length, SECRET_FILE_LIMIT) == FILE_FAILED) {
-        if (diag_cmd_handle_system(REMOVE_UNPAIRED) != 0) {
-            LOG("remove /mnt/vendor/persist/CEK.txt /persist/PM.out\n");
-            return answer_error(response);
-        }
+    if (!write_secret(PM_FILE, cek + cek_length, pm_length, SECRET_FILE_LIMIT)) {
+        if (!diag_cmd_handle_system(REMOVE_UNPAIRED))
+            return FAIL(response, "remove /mnt/vendor/persist/CEK.txt /persist/PM.out\n");
         answer_text(response, "store_PM_fail");
         LOG("Store PM.out fail,len=%d,data=%s\n", packet_length(response), response_data(response));
         return response;
     }
-    if (diag_exec_hdcpprov(HDCPPROV) != 0) { // both files stay: the query tries them again
+    if (!diag_exec_hdcpprov(HDCPPROV)) { // both files stay: the query tries them again
         answer_text(response, "exec_hdcpprov_fail");
         LOG("Exec hdcpprov fail,len=%d,data=%s\n", packet_length(response), response_data(response));
         return response;
     }
-    LOG("Store and exec hdcp succ\n");
-    return answer_ok(response);
+    return DONE(response, "Store and exec hdcp succ\n");
 }
 
 static bool hdcp_files_are_complete(const char *handler)
@@ -197,29 +175,17 @@ static bool hdcp_files_are_complete(const char *handler)
     return false;
 }
 
-void *diag_cmd_query_hdcp_key(void *request, uint16_t)
+void *diag_cmd_query_hdcp_key(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0xD215);
-    if (!response)
-        return nullptr;
-
-    int executed = diag_exec_hdcpprov(HDCPPROV);
-    if (executed != 0 || diag_cmd_handle_system("sync") != 0 || !hdcp_files_are_complete(__func__) ||
-        diag_cmd_handle_system(REMOVE_PAIR) != 0) {
-        LOG("Query hdcp failed!exec_hdcp=%d\n", executed);
-        return answer_error(response);
-    }
+    const bool executed = diag_exec_hdcpprov(HDCPPROV);
+    if (!executed || !diag_cmd_handle_system("sync") || !hdcp_files_are_complete(__func__) ||
+        !diag_cmd_handle_system(REMOVE_PAIR))
+        return FAIL(response, "Query hdcp failed!exec_hdcp=%d\n", executed ? 0 : -1);
     return answer_ok(response);
 }
 
-void *diag_cmd_set_keymaster_provison(void *request, uint16_t)
+void *diag_cmd_set_keymaster_provison(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0xD23C);
-    if (!response)
-        return nullptr;
-
     if (!key_file_is_there(__func__, KM_FILE))
         return answer_text(response, "NOT_EXSIT");
     secret<ARGUMENT_LIMIT + 1> argument;
@@ -228,10 +194,8 @@ void *diag_cmd_set_keymaster_provison(void *request, uint16_t)
     build_command(command, "%s %s %s %s", KM_INSTALL, KM_FILE, argument.bytes, "true");
     LOG("send command is %s.\n", command.bytes);
     command_stream tool = run_line(command.bytes);
-    if (!tool) {
-        LOG("send %s fail \n", command.bytes);
-        return answer_error(response);
-    }
+    if (!tool)
+        return FAIL(response, "send %s fail \n", command.bytes);
     secret<LINE_SIZE> line;
     bool done = false;
     while (!done && read_line(tool.get(), line.bytes)) {
@@ -242,15 +206,10 @@ void *diag_cmd_set_keymaster_provison(void *request, uint16_t)
     }
     tool.reset();
     LOG("set key master flag is %d.\n", done);
-    if (!done) {
-        LOG("set keymaster fail.\n");
-        return answer_error(response);
-    }
-    if (diag_cmd_handle_system(REMOVE_KM) != 0) {
-        LOG("remove /data/keybox.xml fail.\n");
-        return answer_error(response);
-    }
+    if (!done)
+        return FAIL(response, "set keymaster fail.\n");
+    if (!diag_cmd_handle_system(REMOVE_KM))
+        return FAIL(response, "remove /data/keybox.xml fail.\n");
     LOG("remove /data/keybox.xml success.\n");
-    LOG("set keymaster success.\n");
-    return answer_ok(response);
+    return DONE(response, "set keymaster success.\n");
 }

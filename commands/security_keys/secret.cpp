@@ -1,7 +1,8 @@
-#include "commands/security_keys_secret.h"
+#include "commands/security_keys/secret.h"
 
 #include <string.h>
 
+#include "core/command.h"
 #include "core/files.h"
 #include "core/packet.h"
 
@@ -11,7 +12,7 @@ void clear_secret(void *data, size_t length)
     __asm__ __volatile__("" : : "r"(data) : "memory"); // as far as the compiler knows, someone looks at it
 }
 
-uint16_t write_secret(const char *path, const uint8_t *key, uint16_t length, uint16_t limit)
+bool write_secret(const char *path, const uint8_t *key, uint16_t length, uint16_t limit)
 {
     // A copy of its own ends the key where its length does: in the request the next one may follow at once.
     secret<SECRET_FILE_LIMIT + 1> copy;

@@ -1,4 +1,5 @@
-// Handling of secrets, for the key commands alone.
+// Handling of secrets, for the key commands alone: what they keep in memory of a key is cleared. Their log
+// lines show keys, as the line needs them.
 #pragma once
 
 #include <stddef.h>
@@ -19,8 +20,8 @@ template <size_t SIZE> struct secret {
 constexpr size_t SECRET_FILE_LIMIT = 768; // the most that a key file takes
 
 // Writes a key of the request to `path`, exactly its `length` bytes, with diag_cmd_write_file, which refuses
-// more than `limit` (at most SECRET_FILE_LIMIT). Returns 0 or FILE_FAILED.
-uint16_t write_secret(const char *path, const uint8_t *key, uint16_t length, uint16_t limit);
+// more than `limit` (at most SECRET_FILE_LIMIT). False when that failed.
+[[nodiscard]] bool write_secret(const char *path, const uint8_t *key, uint16_t length, uint16_t limit);
 
 constexpr size_t IDENTITY_LIMIT = 32; // characters of an identity that are answered
 

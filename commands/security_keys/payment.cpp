@@ -1,10 +1,9 @@
+// What payment stands on: the services' keys, the secure element's identity, and the phone's binding.
 #include <string.h>
 
-#include "commands/security_keys.h"
-#include "commands/security_keys_secret.h"
+#include "commands/security_keys/secret.h"
+#include "core/command.h"
 #include "core/files.h"
-#include "core/log.h"
-#include "core/packet.h"
 #include "core/shell.h"
 
 static constexpr char SOTER_CLIENT[] = "soter_client";
@@ -20,29 +19,19 @@ static constexpr uint16_t BINDING_LIMIT = 256;
 static constexpr char BINDING_SERVICE[] = "dumpsys kavophonebind";
 static constexpr char BINDING_KEY[] = "[mBindKey]: ";
 
-void *diag_cmd_set_kavophonebind(void *request, uint16_t)
+void *diag_cmd_set_kavophonebind(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0xD200);
-    if (!response)
-        return nullptr;
-
-    int result = write_secret(BINDING_PARTITION, packet_data(request), packet_length(request), BINDING_LIMIT);
+    const bool written =
+        write_secret(BINDING_PARTITION, packet_data(request), packet_length(request), BINDING_LIMIT);
+    const int result = written ? 0 : 65535; // the log knows a failed write by -1 in 16 bits
     LOG("write ret:%d\n", result);
-    if (result != 0) {
-        LOG("write failed! ret:%d\n", result);
-        return answer_error(response);
-    }
+    if (!written)
+        return FAIL(response, "write failed! ret:%d\n", result);
     return answer_ok(response);
 }
 
-void *diag_cmd_query_kavophonebind(void *request, uint16_t)
+void *diag_cmd_query_kavophonebind(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0xD201);
-    if (!response)
-        return nullptr;
-
     command_stream service = run_line(BINDING_SERVICE);
     if (!service) {
         LOG("Open kavophonebind failed\n");
@@ -58,18 +47,11 @@ void *diag_cmd_query_kavophonebind(void *request, uint16_t)
     return answer_text(response, "match_kavophonebind_fail");
 }
 
-void *diag_cmd_get_wechat_key(void *request, uint16_t)
+void *diag_cmd_get_wechat_key(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0xD21E, LONG_RESPONSE);
-    if (!response)
-        return nullptr;
-
     command_stream client = run_line(SOTER_CLIENT);
-    if (!client) {
-        LOG("write failed! popen SOTER_CLIENT:%x\n", 0);
-        return answer_error(response);
-    }
+    if (!client)
+        return FAIL(response, "write failed! popen SOTER_CLIENT:%x\n", 0);
     char *key = response_data(response);
     size_t length = 0; // as the client prints: the answer takes what it holds of the last line
     secret<LINE_SIZE> line;
@@ -87,26 +69,18 @@ void *diag_cmd_get_wechat_key(void *request, uint16_t)
     return answer_length(response, length);
 }
 
-void *diag_cmd_get_alipay_key(void *request, uint16_t)
+void *diag_cmd_get_alipay_key(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0xD228);
-    if (!response)
-        return nullptr;
-
     if (command_stream client = run_line(KEY_CLIENT)) {
         secret<LINE_SIZE> line;
         while (read_line(client.get(), line.bytes)) {
             int difference = strncmp(line.bytes, VERIFIED, strlen(VERIFIED));
             LOG("fgets cmp_key_ret=%d,alipay_temp:%s\n", difference, line.bytes);
-            if (difference == 0) {
-                LOG("Alipay verify succ.\n");
-                return answer_ok(response);
-            }
+            if (difference == 0)
+                return DONE(response, "Alipay verify succ.\n");
         }
     }
-    LOG("Alipay verify fail.\n");
-    return answer_error(response);
+    return FAIL(response, "Alipay verify fail.\n");
 }
 
 // Appends `name` and the bytes in upper-case hexadecimal. The last is left out when it is a line feed: the
@@ -126,18 +100,11 @@ static char *append_record(char *text, const char *name, const char *bytes, size
     return text;
 }
 
-void *diag_cmd_get_cplc_key(void *request, uint16_t)
+void *diag_cmd_get_cplc_key(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0xD232);
-    if (!response)
-        return nullptr;
-
     file_stream file(fopen(CPLC_FILE, "re"));
-    if (!file) {
-        LOG("Get cplc failed,fp:%d\n", 0);
-        return answer_error(response);
-    }
+    if (!file)
+        return FAIL(response, "Get cplc failed,fp:%d\n", 0);
     secret<LINE_SIZE> records; // raw bytes, zeros among them; what the line does not have counts as zero
     read_line(file.get(), records.bytes);
     char *text = response_data(response);

@@ -3,11 +3,11 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "commands/boot_power.h"
-#include "core/log.h"
-#include "core/packet.h"
+#include "core/command.h"
 #include "core/shell.h"
 
+namespace
+{
 // Where the fields of a time request lie behind the head.
 enum time_field {
     TIME_MONTH = 0,
@@ -19,6 +19,8 @@ enum time_field {
     TIME_SECONDS = 7,
     TIME_LIMIT = 9,
 };
+} // namespace
+
 static constexpr uint16_t TIME_DATA_LIMIT = 256;
 static constexpr uint8_t SECONDS_LIMIT = 60; // of a clock that may be read back
 static constexpr char READ_SECONDS[] = "date +%S";
@@ -33,32 +35,28 @@ static constexpr char STAY_ON[] = "svc power stayon true";
 static constexpr char MENU_KEY[] = "input_vendor keyevent 82"; // unlocks
 static constexpr char SCREEN_STATE[] = "dumpsys power | egrep \"Display Power\"";
 
-// 0 when the clock, read right after it was set, shows at most `limit` seconds.
-static int diag_check_sys_set_result(uint8_t limit)
+// Whether the clock, read right after it was set, shows at most `limit` seconds.
+static bool diag_check_sys_set_result(uint8_t limit)
 {
     if (limit >= SECONDS_LIMIT) {
         LOG("Limit time:%d\n", limit);
-        return -1;
+        return false;
     }
     command_stream clock = run_line(READ_SECONDS);
     if (!clock)
-        return -1;
+        return false;
     char line[LINE_SIZE];
     while (read_line(clock.get(), line)) {
         int seconds = atoi(line);
         LOG("Get current time_second:%d,limit_time:%d.\n", seconds, limit);
         if (seconds <= limit)
-            return 0;
+            return true;
     }
-    return -1;
+    return false;
 }
 
-void *diag_cmd_set_system_time(void *request, uint16_t)
+void *diag_cmd_set_system_time(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x0B15);
-    if (!response)
-        return nullptr;
     if (!length_is_valid(__func__, request, TIME_DATA_LIMIT))
         return answer_error(response);
 
@@ -70,26 +68,18 @@ void *diag_cmd_set_system_time(void *request, uint16_t)
     char command[64] = {};
     snprintf(command, sizeof command, "%s%s", "date ", date);
     LOG("cmd:%s\n", command);
-    if (!run_line_and_wait(command) || diag_check_sys_set_result(data[TIME_LIMIT]) != 0) {
-        LOG("Set system time fail.\n");
-        return answer_error(response);
-    }
-    LOG("Set system time succ.\n");
-    return answer_ok(response);
+    if (!run_line_and_wait(command) || !diag_check_sys_set_result(data[TIME_LIMIT]))
+        return FAIL(response, "Set system time fail.\n");
+    return DONE(response, "Set system time succ.\n");
 }
 
-void *diag_cmd_sys_screen_off_timeout(void *request, uint16_t)
+void *diag_cmd_sys_screen_off_timeout(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x0B14);
-    if (!response)
-        return nullptr;
-    if (packet_length(request) != TIMEOUT_DATA) {
-        LOG("Req data is abnormal.\n");
-        return answer_error(response);
-    }
+    if (packet_length(request) != TIMEOUT_DATA)
+        return FAIL(response, "Req data is abnormal.\n");
 
-    auto *high = static_cast<uint8_t *>(request) + PACKET_DATA;
+    // The router's buffer, and writable: a high byte that is limited is limited there.
+    uint8_t *high = const_cast<uint8_t *>(packet_data(request));
     if (*high > TIMEOUT_HIGH_LIMIT)
         *high = TIMEOUT_HIGH_LIMIT;
     // Looks like a slip in packing three bytes, but stations count on it.
@@ -99,60 +89,34 @@ void *diag_cmd_sys_screen_off_timeout(void *request, uint16_t)
     char command[64] = {};
     snprintf(command, sizeof command, "%s%d", SET_TIMEOUT, milliseconds);
     LOG("cmd:%s\n", command);
-    if (!run_command(command)) { // closed at once, unread: that waits for the setting
-        LOG("Set system screen off timeout fail\n");
-        return answer_error(response);
-    }
+    if (!run_command_and_wait(command))
+        return FAIL(response, "Set system screen off timeout fail\n");
     char expected[16] = {};
     snprintf(expected, sizeof expected, "%d", milliseconds);
-    if (diag_cmd_compare_msg(GET_TIMEOUT, expected) != 0) {
-        LOG("system screen off timeout not %d\n", milliseconds);
-        return answer_error(response);
-    }
-    LOG("Set system screen off timeout succ\n");
-    return answer_ok(response);
+    if (!diag_cmd_compare_msg(GET_TIMEOUT, expected))
+        return FAIL(response, "system screen off timeout not %d\n", milliseconds);
+    return DONE(response, "Set system screen off timeout succ\n");
 }
 
-void *diag_cmd_simulate_power_key(void *request, uint16_t)
+void *diag_cmd_simulate_power_key(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x0F00);
-    if (!response)
-        return nullptr;
-    if (diag_cmd_handle_system(POWER_KEY) != 0) {
-        LOG("Simulate power key fail\n");
-        return answer_error(response);
-    }
-    LOG("Simulate power key succ\n");
-    return answer_ok(response);
+    if (!diag_cmd_handle_system(POWER_KEY))
+        return FAIL(response, "Simulate power key fail\n");
+    return DONE(response, "Simulate power key succ\n");
 }
 
-void *diag_cmd_brighten_screen(void *request, uint16_t)
+void *diag_cmd_brighten_screen(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x0F01);
-    if (!response)
-        return nullptr;
-    if (diag_cmd_handle_system(STAY_ON) != 0 || diag_cmd_handle_system(MENU_KEY) != 0) {
-        LOG("Brighten Screen fail\n");
-        return answer_error(response);
-    }
-    LOG("Brighten Screen succ\n");
-    return answer_ok(response);
+    if (!diag_cmd_handle_system(STAY_ON) || !diag_cmd_handle_system(MENU_KEY))
+        return FAIL(response, "Brighten Screen fail\n");
+    return DONE(response, "Brighten Screen succ\n");
 }
 
-void *diag_cmd_get_screen_state(void *request, uint16_t)
+void *diag_cmd_get_screen_state(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x0F02);
-    if (!response)
-        return nullptr;
-
     command_stream state = run_command(SCREEN_STATE);
-    if (!state) {
-        LOG("send %s fail.\n", SCREEN_STATE);
-        return answer_error(response);
-    }
+    if (!state)
+        return FAIL(response, "send %s fail.\n", SCREEN_STATE);
     const char *answer = ""; // the last line decides
     char line[LINE_SIZE];
     while (read_line(state.get(), line)) {

@@ -1,13 +1,12 @@
 // The RGB light: its calibration table, and lighting it from the table or at a given brightness. Two
 // generations of driver chip exist; the newer commands ask which one is fitted.
 #include <fcntl.h>
+#include <limits.h>
 #include <string.h>
 #include <unistd.h>
 
-#include "commands/display_camera.h"
+#include "core/command.h"
 #include "core/files.h"
-#include "core/log.h"
-#include "core/packet.h"
 #include "core/shell.h"
 
 static constexpr char OLD_NODE[] = "/sys/bus/i2c/devices/1-002c/mmi_cali";
@@ -16,7 +15,6 @@ static constexpr char NAME_NODE[] = "/sys/rgb/name";
 static constexpr char SWITCH_NODE[] = "/sys/rgb_led1/mmi";
 static constexpr char NEW_CHIP_NAME[] = "aw2015_led";
 static constexpr char OLD_CHIP_NAME[] = "aw9120_led";
-static constexpr int32_t NODE_LIMIT = 256;
 
 static constexpr char LIGHT_OFF[] = "0000"; // to either chip, before each lighting
 static constexpr int32_t LIGHT_OFF_LENGTH = 4;
@@ -29,31 +27,47 @@ static constexpr size_t STEP_DIGITS = 2; // hexadecimal; a line of the file hold
 static constexpr size_t TABLE_LINE = STEPS * STEP_DIGITS;
 static constexpr int OLD_TABLES = 15; // lines of the file: one a channel, five a colour
 static constexpr int NEW_TABLES = 3;  // one a colour
+static constexpr int ALL_LINES = INT_MAX;
 
+namespace
+{
 enum rgb_chip : int32_t { CHIP_UNKNOWN = -1, CHIP_OLD = 0, CHIP_NEW = 1 };
 enum rgb_color : uint8_t { OFF = 0, RED = 1, GREEN = 2, BLUE = 3 };
 
-// The newer chip's selectors, by colour.
-static constexpr const char *NEW_SELECTORS[] = {"", "01", "00", "02"};
-
-// The older chip's channels of a colour, which are line numbers of its table, and the log line that one of
-// them fails with.
+// The older chip's channels of a colour, which are line numbers of its table, and the colour's word in the
+// log.
 struct channel_group {
     int first;
     int count;
-    const char *failed;
-};
-static constexpr channel_group CHANNELS[] = {
-    {0, 0, ""},
-    {0, 4, "open red light %d fail\n"}, // the fifth red and blue lines are not shown
-    {5, 5, "open green light %d fail\n"},
-    {10, 4, "open blue light %d fail\n"},
+    const char *word;
 };
 
 // A control string. It is counted, for a table too short for the step yields zero bytes.
 struct control {
     char text[9];
     int32_t length;
+};
+
+// A brightness curve as the station fits it: 10000 * brightness = a t^2 + b t + k, with t = 0..d over the
+// steps.
+struct curve {
+    int32_t a;
+    int32_t b;
+    int32_t k;
+    int32_t d;
+};
+
+using step_digits = char[OLD_TABLES][STEP_DIGITS]; // of each line of the table file
+} // namespace
+
+// The newer chip's selectors, by colour.
+static constexpr const char *NEW_SELECTORS[] = {"", "01", "00", "02"};
+
+static constexpr channel_group CHANNELS[] = {
+    {0, 0, ""},
+    {0, 4, "red"}, // the fifth red and blue lines are not shown
+    {5, 5, "green"},
+    {10, 4, "blue"},
 };
 
 static control old_brightness(uint8_t group, uint8_t brightness)
@@ -88,18 +102,18 @@ static control new_step(uint8_t color, const char (&digits)[STEP_DIGITS])
 
 static bool write_control(const char *node, const control &string)
 {
-    return diag_cmd_write_file(node, string.length, NODE_LIMIT, string.text) != FILE_FAILED;
+    return diag_cmd_write_file(node, string.length, NODE_LIMIT, string.text);
 }
 
 static bool switch_off(const char *node)
 {
-    return diag_cmd_write_file(node, LIGHT_OFF_LENGTH, LIGHT_OFF_LENGTH, LIGHT_OFF) != FILE_FAILED;
+    return diag_cmd_write_file(node, LIGHT_OFF_LENGTH, LIGHT_OFF_LENGTH, LIGHT_OFF);
 }
 
 static int32_t judge_rgb_type()
 {
     char name[NODE_LIMIT + 1] = {};
-    if (static_cast<int16_t>(diag_cmd_read_file(NAME_NODE, NODE_LIMIT, name)) < 1)
+    if (diag_cmd_read_file(NAME_NODE, NODE_LIMIT, name) < 1)
         return CHIP_UNKNOWN;
     if (strncmp(name, NEW_CHIP_NAME, strlen(NEW_CHIP_NAME)) == 0) {
         LOG("rgb chip is new\n");
@@ -115,96 +129,56 @@ static int32_t judge_rgb_type()
 
 // ---- lighting at a given brightness
 
-void *diag_cmd_set_rgb_data(void *request, uint16_t)
+void *diag_cmd_set_rgb_data(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x3800);
-    if (!response)
-        return nullptr;
-
     uint8_t group = packet_data(request)[0];
-    if (group >= 0x40 || group % 0x10 != 0) {
-        LOG("command is not exit\n");
-        return answer_error(response);
-    }
+    if (group >= 0x40 || group % 0x10 != 0)
+        return FAIL(response, "command is not exit\n");
     control string = old_brightness(group, packet_data(request)[1]);
     descriptor node(open(OLD_NODE, O_RDWR | O_CLOEXEC));
-    if (!node) {
-        LOG("open %s fail!\n", OLD_NODE);
-        return answer_error(response);
-    }
+    if (!node)
+        return FAIL(response, "open %s fail!\n", OLD_NODE);
     // The driver's refusals count as written; only a node that takes nothing fails.
-    if (write(node.fd, LIGHT_OFF, LIGHT_OFF_LENGTH) == 0) {
-        LOG("close light fail!\n");
-        return answer_error(response);
-    }
-    if (write(node.fd, string.text, static_cast<size_t>(string.length)) == 0) {
-        LOG("write data to %s fail!\n", OLD_NODE);
-        return answer_error(response);
-    }
-    LOG("write rgb data sucess\n");
-    return answer_ok(response);
+    if (write(node.fd, LIGHT_OFF, LIGHT_OFF_LENGTH) == 0)
+        return FAIL(response, "close light fail!\n");
+    if (write(node.fd, string.text, static_cast<size_t>(string.length)) == 0)
+        return FAIL(response, "write data to %s fail!\n", OLD_NODE);
+    return DONE(response, "write rgb data sucess\n");
 }
 
-void *diag_cmd_set_rgb_data_new(void *request, uint16_t)
+void *diag_cmd_set_rgb_data_new(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x3807);
-    if (!response)
-        return nullptr;
-
     uint8_t color = packet_data(request)[0];
     uint8_t brightness = packet_data(request)[1];
-    if (color > BLUE) {
-        LOG("command is not exit\n");
-        return answer_error(response);
-    }
+    if (color > BLUE)
+        return FAIL(response, "command is not exit\n");
     int32_t chip = judge_rgb_type();
     if (chip == CHIP_OLD) {
         control string = old_brightness(static_cast<uint8_t>(color * 0x10), brightness);
         bool reset = switch_off(OLD_NODE);
-        if (write_control(OLD_NODE, string) && reset) {
-            LOG("old:write rgb data sucess\n");
-            return answer_ok(response);
-        }
+        if (write_control(OLD_NODE, string) && reset)
+            return DONE(response, "old:write rgb data sucess\n");
     } else if (chip == CHIP_NEW) {
         control string = new_brightness(color, brightness);
         bool reset = switch_off(NEW_NODE);
-        if (write_control(NEW_NODE, string) && reset) {
-            LOG("new:write rgb data %s sucess.\n", string.text);
-            return answer_ok(response);
-        }
+        if (write_control(NEW_NODE, string) && reset)
+            return DONE(response, "new:write rgb data %s sucess.\n", string.text);
     }
-    LOG("write rgb data fail\n");
-    return answer_error(response);
+    return FAIL(response, "write rgb data fail\n");
 }
 
-void *diag_cmd_set_rgb_switch(void *request, uint16_t)
+void *diag_cmd_set_rgb_switch(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x3803);
-    if (!response)
-        return nullptr;
-
-    if (diag_cmd_write_file(SWITCH_NODE, packet_length(request), NODE_LIMIT, packet_text(request)) != 0) {
-        LOG("write rgb data fail\n");
-        return answer_error(response);
-    }
-    LOG("write rgb data sucess\n");
-    return answer_ok(response);
+    if (!diag_cmd_write_file(SWITCH_NODE, packet_length(request), NODE_LIMIT, packet_text(request)))
+        return FAIL(response, "write rgb data fail\n");
+    return DONE(response, "write rgb data sucess\n");
 }
 
 // ---- lighting at a step of the table
 
-// The next line of the table file, zeroes behind its end.
-static bool read_table_line(FILE *file, char (&line)[1024])
-{
-    memset(line, 0, sizeof line);
-    return fgets(line, sizeof line, file) != nullptr;
-}
-
-// The two digits of a step in each line of the table file. False when there is no file.
-static bool read_step(const char *handler, uint8_t step, char (&digits)[OLD_TABLES][STEP_DIGITS])
+// The two digits of a step in each of the file's first `lines` lines, zeroes where it has none. False,
+// logged, when there is no file.
+static bool read_step(const char *handler, uint8_t step, int lines, step_digits &digits)
 {
     memset(digits, 0, sizeof digits);
     file_stream file(fopen(TABLE_FILE, "re"));
@@ -212,104 +186,62 @@ static bool read_step(const char *handler, uint8_t step, char (&digits)[OLD_TABL
         diag_log(handler, "open %s fail\n", TABLE_FILE);
         return false;
     }
-    char line[1024];
+    char line[1024] = {};
     int index = 0;
-    while (read_table_line(file.get(), line)) {
+    for (int i = 0; i < lines && fgets(line, sizeof line, file.get()); i++) {
         if (index < OLD_TABLES)
             memcpy(digits[index], line + step * STEP_DIGITS, STEP_DIGITS);
         else
             index = 0; // a line too many is dropped, and those behind it take the places from the second on
         index++;
+        memset(line, 0, sizeof line);
     }
     return true;
 }
 
-void *diag_cmd_test_rgb_calibration(void *request, uint16_t)
+void *diag_cmd_test_rgb_calibration(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    // The router's buffer is drawn under the newer test's code; the head names the right one.
-    uint8_t *response = response_new(__func__, request, 0x3808, TEXT_RESPONSE, DIAG_ALLOC_FAILED);
-    if (!response)
-        return nullptr;
-
     uint8_t color = packet_data(request)[0];
-    char digits[OLD_TABLES][STEP_DIGITS];
-    if (!read_step(__func__, packet_data(request)[1], digits))
+    step_digits digits;
+    if (!read_step(__func__, packet_data(request)[1], ALL_LINES, digits))
         return answer_error(response);
-    if (color < RED || color > BLUE) {
-        LOG("command is not exit!!\n");
-        return answer_error(response);
-    }
-    if (!switch_off(OLD_NODE)) {
-        LOG("init light driver fail\n");
-        return answer_error(response);
-    }
+    if (color < RED || color > BLUE)
+        return FAIL(response, "command is not exit!!\n");
+    if (!switch_off(OLD_NODE))
+        return FAIL(response, "init light driver fail\n");
     const channel_group &group = CHANNELS[color];
     for (int channel = group.first; channel < group.first + group.count; channel++) {
-        if (!write_control(OLD_NODE, old_step(channel, digits[channel]))) {
-            LOG(group.failed, channel);
-            return answer_error(response);
-        }
+        if (!write_control(OLD_NODE, old_step(channel, digits[channel])))
+            return FAIL(response, "open %s light %d fail\n", group.word, channel);
     }
-    LOG("open all light sucess\n");
-    return answer_ok(response);
+    return DONE(response, "open all light sucess\n");
 }
 
-void *diag_cmd_test_rgb_calibration_new(void *request, uint16_t)
+void *diag_cmd_test_rgb_calibration_new(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x3808, TEXT_RESPONSE, DIAG_ALLOC_FAILED);
-    if (!response)
-        return nullptr;
-
     uint8_t color = packet_data(request)[0];
     uint8_t step = packet_data(request)[1];
-    if (color < RED || color > BLUE) {
-        LOG("command is not exit!!\n");
+    if (color < RED || color > BLUE)
+        return FAIL(response, "command is not exit!!\n");
+    step_digits digits;
+    if (!read_step(__func__, step, color, digits))
         return answer_error(response);
-    }
-    char line[1024];
-    {
-        file_stream file(fopen(TABLE_FILE, "re"));
-        if (!file) {
-            LOG("open %s fail\n", TABLE_FILE);
-            return answer_error(response);
-        }
-        for (int i = 0; i < color; i++)
-            read_table_line(file.get(), line); // of a missing line, zeroes
-    }
-    const char digits[STEP_DIGITS] = {line[step * STEP_DIGITS], line[step * STEP_DIGITS + 1]};
+    const char(&own)[STEP_DIGITS] = digits[color - 1]; // the file has a line a colour
 
     int32_t chip = judge_rgb_type();
-    if (chip == CHIP_UNKNOWN) {
-        LOG("no led chip type is suit.\n");
-        return answer_error(response);
-    }
+    if (chip == CHIP_UNKNOWN)
+        return FAIL(response, "no led chip type is suit.\n");
     const char *node = chip == CHIP_NEW ? NEW_NODE : OLD_NODE;
-    if (!switch_off(node)) {
-        LOG("init light driver fail\n");
-        return answer_error(response);
-    }
+    if (!switch_off(node))
+        return FAIL(response, "init light driver fail\n");
     int channel = 5 * color - 1; // of the older chip: the last of the colour's five
-    control string = chip == CHIP_NEW ? new_step(color, digits) : old_step(channel, digits);
-    if (!write_control(node, string)) {
-        LOG("open red light %d fail\n", color); // whatever the colour
-        return answer_error(response);
-    }
-    LOG("open all light sucess\n");
-    return answer_ok(response);
+    control string = chip == CHIP_NEW ? new_step(color, own) : old_step(channel, own);
+    if (!write_control(node, string))
+        return FAIL(response, "open red light %d fail\n", color); // whatever the colour
+    return DONE(response, "open all light sucess\n");
 }
 
 // ---- the table
-
-// A brightness curve as the station fits it: 10000 * brightness = a t^2 + b t + k, with t = 0..d over the
-// steps.
-struct curve {
-    int32_t a;
-    int32_t b;
-    int32_t k;
-    int32_t d;
-};
 
 static int32_t read_i32(const uint8_t *bytes)
 {
@@ -359,13 +291,9 @@ static bool append_table(FILE *file, const curve &from)
     return true;
 }
 
-static void *write_tables(const char *handler, void *request, uint16_t code, int tables)
+static void *write_tables(const char *handler, const void *request, uint8_t *response, int tables)
 {
-    uint8_t *response = response_new(handler, request, code, LONG_RESPONSE, DIAG_ALLOC_FAILED);
-    if (!response)
-        return nullptr;
-
-    if (diag_cmd_handle_system(TABLE_REMOVE) != 0) {
+    if (!diag_cmd_handle_system(TABLE_REMOVE)) {
         diag_log(handler, "remove /data/rgb_data.bin fail.\n");
         return answer_error(response);
     }
@@ -386,14 +314,12 @@ static void *write_tables(const char *handler, void *request, uint16_t code, int
     return answer_ok(response);
 }
 
-void *diag_cmd_set_rgb_table(void *request, uint16_t)
+void *diag_cmd_set_rgb_table(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    return write_tables(__func__, request, 0x3802, OLD_TABLES);
+    return write_tables(__func__, request, response, OLD_TABLES);
 }
 
-void *diag_cmd_set_rgb_table_new(void *request, uint16_t)
+void *diag_cmd_set_rgb_table_new(const void *request, uint8_t *response)
 {
-    LOG("Enter\n");
-    return write_tables(__func__, request, 0x3809, NEW_TABLES);
+    return write_tables(__func__, request, response, NEW_TABLES);
 }

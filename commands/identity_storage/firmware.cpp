@@ -4,10 +4,8 @@
 #include <string.h>
 #include <unistd.h>
 
-#include "commands/identity_storage.h"
+#include "core/command.h"
 #include "core/files.h"
-#include "core/log.h"
-#include "core/packet.h"
 #include "core/shell.h"
 #include "hwdec/checks.h"
 
@@ -19,16 +17,16 @@ static constexpr char EMMC_CID[] = "cat /sys/block/mmcblk0/device/cid | cut -b 7
 static constexpr char EMMC_REVISION[] = "cat /sys/block/mmcblk0/device/prv";
 static constexpr char UFS_REVISION[] = "cat /sys/block/sda/device/rev";
 
-static constexpr char MISC_PARTITION[] = "/dev/block/bootdevice/by-name/misc";
-static constexpr char MISC_PARTITION_ALTERNATE[] = "/dev/block/platform/soc/1d84000.ufshc/by-name/misc";
-
 static constexpr char SSD_REVISION[] = "cat /sys/block/nvme0n1/device/firmware_rev";
 static constexpr char SSD_STATE[] = "phison-smart --device=/dev/block/nvme0n1";
 
+namespace
+{
 struct ssd_encryption {
     const char *state;
     const char *answer;
 };
+} // namespace
 static constexpr ssd_encryption SSD_ENCRYPTION[] = {
     {"AES:Enable", "AES:en"},
     {"AES:Disable", "AES:dis"},
@@ -61,11 +59,14 @@ static int counted_length(const char *data)
     return static_cast<int>(length > 0 && data[length - 1] == '\n' ? length - 1 : length);
 }
 
-static void append(char *data, const char *bytes, size_t count, size_t limit)
+// Appends as much of the bytes as fits below the limit, and returns how many that were.
+static size_t append(char *data, const char *bytes, size_t count, size_t limit)
 {
-    size_t length = payload_length(data);
-    size_t room = length < limit ? limit - length : 0;
-    memcpy(data + length, bytes, count < room ? count : room);
+    const size_t length = payload_length(data);
+    const size_t room = length < limit ? limit - length : 0;
+    const size_t taken = count < room ? count : room;
+    memcpy(data + length, bytes, taken);
+    return taken;
 }
 
 // Reads the first line that a command prints. False, logged, when there is none.
@@ -87,7 +88,9 @@ static bool get_ufs_revision(const char *handler, char *data)
     if (!first_line(handler, UFS_REVISION, "Fgets GET_UFS_FW_VER is NULL.\n", "Popen GET_UFS_FW_VER fail.\n",
                     line))
         return false;
-    append(data, line, strlen(line), TEXT_CAPACITY);
+    static_assert(sizeof line == TEXT_CAPACITY,
+                  "the line buffer goes out whole, with whatever stands behind a zero byte");
+    memcpy(data, line, sizeof line);
     diag_log(handler, "Fgets GET_UFS_FW_VER is %s,len: %d.\n", line, counted_length(data));
     return true;
 }
@@ -119,8 +122,7 @@ static bool append_emmc_vendor(const char *handler, const char *command_line, ch
         return false;
     }
     vendor += strlen(EMMC_VENDOR_KEY);
-    size_t length = strcspn(vendor, " ");
-    append(data, vendor, length, TEXT_CAPACITY);
+    const size_t length = append(data, vendor, strcspn(vendor, " "), TEXT_CAPACITY);
     diag_log(handler, "Get flash vendor:%.*s.\n", static_cast<int>(length), vendor);
     append(data, ":", 1, TEXT_CAPACITY);
     return true;
@@ -137,13 +139,8 @@ static bool append_emmc_revision(const char *handler, char *data)
     return true;
 }
 
-void *diag_cmd_get_flash_fw_ver(void *request, uint16_t)
+void *diag_cmd_get_flash_fw_ver(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x0B01);
-    if (!response)
-        return nullptr;
-
     char command_line[COMMAND_LINE_SIZE];
     read_command_line(__func__, command_line);
     char *data = response_data(response); // an error is written over what was collected so far
@@ -155,64 +152,39 @@ void *diag_cmd_get_flash_fw_ver(void *request, uint16_t)
     } else if (command_line[0] != '\0') {
         found = get_ufs_revision(__func__, data);
     }
-    if (!found) {
-        LOG("Get firmware version from proc/cmdline fail.\n");
-        return answer_error(response);
-    }
+    if (!found)
+        return FAIL(response, "Get firmware version from proc/cmdline fail.\n");
     return answer_length(response, static_cast<size_t>(counted_length(data)));
 }
 
-void *diag_cmd_check_misc_content(void *request, uint16_t)
+void *diag_cmd_check_misc_content(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x0B0A);
-    if (!response)
-        return nullptr;
-
     char *data = response_data(response);
-    if (diag_cmd_read_file(MISC_PARTITION, TEXT_CAPACITY, data) == FILE_FAILED) {
+    if (diag_cmd_read_file(MISC_PARTITIONS[0], TEXT_CAPACITY, data) < 0) {
         LOG("Read MISC_PARTITION_PATH failed\n");
-        if (diag_cmd_read_file(MISC_PARTITION_ALTERNATE, TEXT_CAPACITY, data) == FILE_FAILED) {
-            LOG("Read MISC_PARTITION_ALTERNATE_PATH failed\n");
-            return answer_error(response);
-        }
+        if (diag_cmd_read_file(MISC_PARTITIONS[1], TEXT_CAPACITY, data) < 0)
+            return FAIL(response, "Read MISC_PARTITION_ALTERNATE_PATH failed\n");
     }
     size_t length = payload_length(data);
     LOG("Misc content=%.*s\n", static_cast<int>(length), data);
     return answer_length(response, length);
 }
 
-void *diag_cmd_check_ssd_present(void *request, uint16_t)
+void *diag_cmd_check_ssd_present(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x2101);
-    if (!response)
-        return nullptr;
-    if (hwdec_ssd_check_v2() < 0) {
-        LOG("Check ssd present failed\n");
-        return answer_error(response);
-    }
-    LOG("Check ssd present success\n");
-    return answer_ok(response);
+    if (hwdec_ssd_check_v2() < 0)
+        return FAIL(response, "Check ssd present failed\n");
+    return DONE(response, "Check ssd present success\n");
 }
 
-void *diag_cmd_get_ssd_fw_ver(void *request, uint16_t)
+void *diag_cmd_get_ssd_fw_ver(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x2102);
-    if (!response)
-        return nullptr;
-
     command_stream output = run_line(SSD_REVISION);
-    if (!output) {
-        LOG("execute %s failed\n", SSD_REVISION);
-        return answer_error(response);
-    }
+    if (!output)
+        return FAIL(response, "execute %s failed\n", SSD_REVISION);
     char line[LINE_SIZE];
-    if (!read_line(output.get(), line)) {
-        LOG("Get ssd firmware version failed\n");
-        return answer_error(response);
-    }
+    if (!read_line(output.get(), line))
+        return FAIL(response, "Get ssd firmware version failed\n");
     size_t length = strlen(line);
     if (length > 0)
         line[--length] = '\0'; // the line feed, or the last character of a line that has none
@@ -225,18 +197,11 @@ void *diag_cmd_get_ssd_fw_ver(void *request, uint16_t)
     return response;
 }
 
-void *diag_cmd_get_ssd_encrypt(void *request, uint16_t)
+void *diag_cmd_get_ssd_encrypt(const void *, uint8_t *response)
 {
-    LOG("Enter\n");
-    uint8_t *response = response_new(__func__, request, 0x2103);
-    if (!response)
-        return nullptr;
-
     command_stream tool = run_command(SSD_STATE);
-    if (!tool) {
-        LOG("execute %s failed\n", SSD_STATE);
-        return answer_error(response);
-    }
+    if (!tool)
+        return FAIL(response, "execute %s failed\n", SSD_STATE);
     char line[LINE_SIZE];
     while (read_line(tool.get(), line)) {
         LOG("cmd execute result is %s\n", line);
