@@ -7,7 +7,7 @@
 // PID is the service's; its memory, descriptors and children are sampled. Prints figures as bench does, and
 // what it samples to standard error. Exits with 1 when something grew that should not.
 #include "exchange.h"
-#include "request.h"
+#include "station/catalogue/answer.h"
 
 #include <unistd.h>
 

@@ -1,8 +1,8 @@
 // The station against ports that behave and ports that do not: sockets, TCP, a pseudo-terminal.
-#include "client.h"
-#include "encode.h"
-#include "errors.h"
-#include "run.h"
+#include "station/client/client.h"
+#include "station/client/encode.h"
+#include "station/client/errors.h"
+#include "station/program/output.h"
 
 #include <arpa/inet.h>
 #include <atomic>

@@ -1,9 +1,9 @@
 // What the station sends for a command line, byte for byte, and what it makes of answers.
 #include "core/table.h"
-#include "encode.h"
-#include "errors.h"
-#include "output.h"
-#include "request.h"
+#include "station/catalogue/request.h"
+#include "station/client/encode.h"
+#include "station/client/errors.h"
+#include "station/program/output.h"
 #include "tests/fake_platform.h"
 
 #include <algorithm>

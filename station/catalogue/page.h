@@ -1,0 +1,14 @@
+// One command as text, for its --help and the reference.
+#pragma once
+
+#include "station/catalogue/catalogue.h"
+
+#include <string>
+
+namespace station
+{
+
+std::string command_page(const Command &command, uint16_t code);
+std::string usage_line(const Command &command, const Name &name);
+
+} // namespace station

@@ -1,0 +1,221 @@
+#include "station/catalogue/request.h"
+
+#include "station/catalogue/options.h"
+#include "station/catalogue/page.h"
+#include "station/client/encode.h"
+#include "station/client/errors.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+
+namespace station
+{
+namespace
+{
+
+// A request's arguments as CLI11 hands them over; the words come in reverse order.
+void parse(CLI::App &app, std::vector<std::string> words)
+{
+    std::reverse(words.begin(), words.end());
+    try {
+        app.parse(words);
+    } catch (const CLI::CallForHelp &) {
+        throw HelpAsked{app.help()};
+    } catch (const CLI::ParseError &error) {
+        throw UsageError(app.get_name() + ": " + error.what());
+    }
+}
+
+std::string shown(const std::vector<std::string> &words)
+{
+    std::string text;
+    for (size_t i = 1; i < words.size(); i++) {
+        const bool quoted = words[i].empty() || words[i].find_first_of(" \t\n'\"") != std::string::npos;
+        text += (i > 1 ? " " : "") + (quoted ? "\"" + words[i] + "\"" : words[i]);
+    }
+    return text;
+}
+
+void put_byte(const Parameter &parameter, const std::string &word, Bytes &packet)
+{
+    unsigned value = 0;
+    const auto choice = std::find_if(parameter.choices.begin(), parameter.choices.end(),
+                                     [&](const Choice &known) { return word == known.word; });
+    if (choice != parameter.choices.end())
+        value = choice->value;
+    else {
+        std::string what = parameter.key();
+        for (const Choice &known : parameter.choices)
+            what += (&known == &parameter.choices.front() ? " is one of " : ", ") + std::string(known.word);
+        if (!parameter.choices.empty())
+            what += ", or";
+        value = static_cast<unsigned>(parse_number(word, 0, 255, what));
+    }
+    const auto offset = static_cast<size_t>(parameter.offset);
+    if (packet.size() <= offset)
+        packet.resize(offset + 1);
+    packet[offset] = static_cast<uint8_t>(value);
+    put_u16(packet, LENGTH_OFFSET, static_cast<unsigned>(packet.size() - DATA_OFFSET));
+}
+
+Request named_request(const Command &command, uint16_t code, const std::vector<std::string> &words,
+                      Settings &settings)
+{
+    CLI::App app(command_page(command, code), words.front());
+    Arguments arguments;
+    for (const Parameter &parameter : command.parameters) {
+        const std::string form = parameter.form;
+        std::string help = parameter.meaning;
+        for (const Choice &choice : parameter.choices)
+            help += std::string(&choice == &parameter.choices.front() ? ": " : ", ") + choice.word;
+        CLI::Option *option = app.add_option(parameter.key(), arguments[parameter.key()], help);
+        option->required(parameter.required);
+        if (parameter.is_option())
+            option->type_name(form.substr(form.find(' ') + 1));
+        if (parameter.takes_all())
+            option->expected(parameter.required ? 1 : 0, -1);
+        else
+            option->expected(1)->allow_extra_args(false);
+    }
+    add_request_options(app, settings);
+    parse(app, {words.begin() + 1, words.end()});
+
+    Request request;
+    request.code = code;
+    request.command = &command;
+    request.name = words.front();
+    request.words = shown(words);
+    request.packet = empty_request(code);
+    for (const Parameter &parameter : command.parameters) {
+        std::vector<std::string> &given = arguments[parameter.key()];
+        if (given.empty() && parameter.standard)
+            given.emplace_back(parameter.standard);
+        if (parameter.offset >= 0 && !given.empty())
+            put_byte(parameter, given.front(), request.packet);
+    }
+    if (command.encoder)
+        command.encoder(arguments, request.packet);
+    return request;
+}
+
+uint16_t parse_code(const std::string &text)
+{
+    uint16_t code = 0;
+    if (find_command(text, code))
+        return code;
+    return static_cast<uint16_t>(parse_number(text, 0, 0xFFFF, "CODE is a command's name, or"));
+}
+
+Request sent_request(const std::vector<std::string> &words, Settings &settings)
+{
+    CLI::App app("Sends a request of any code and content.", "send");
+    std::string code, text, hex, file, body, packet;
+    long selector = -1, length = -1;
+    app.add_option("CODE", code, "a code (0xE602) or a name (get-prop)")->required();
+    auto *data = app.add_option_group("data", "the data field; empty without any of these");
+    data->add_option("--text", text, "a text; a zero byte follows it, which the length does not count")
+        ->type_name("TEXT");
+    data->add_option("--hex", hex, "bytes in hexadecimal")->type_name("HEX");
+    data->add_option("--file", file, "a file's content, - for standard input")->type_name("PATH");
+    data->add_option("--body", body,
+                     "everything behind the head in hexadecimal: byte 4, length and data as given")
+        ->type_name("HEX");
+    data->require_option(0, 1);
+    app.add_option("--byte4", selector, "the selector, byte 4")->type_name("BYTE")->check(CLI::Range(0, 255));
+    app.add_option("--length", length, "the length field, when it shall not be the data's own")
+        ->type_name("NUMBER")
+        ->check(CLI::Range(0, 65535));
+    add_request_options(app, settings);
+    parse(app, {words.begin() + 1, words.end()});
+
+    Request request;
+    request.code = parse_code(code);
+    request.command = find_command(request.code);
+    request.name = request.command ? request.command->name_of(request.code).name : code_text(request.code);
+    request.words = shown(words);
+    request.packet = empty_request(request.code);
+    if (data->get_option("--text")->count())
+        put_text(request.packet, text);
+    else if (data->get_option("--hex")->count())
+        put_data(request.packet, from_hex(hex));
+    else if (data->get_option("--file")->count())
+        put_data(request.packet, read_whole_file(file));
+    else if (data->get_option("--body")->count()) {
+        const Bytes bytes = from_hex(body);
+        request.packet.resize(SELECTOR_OFFSET);
+        request.packet.insert(request.packet.end(), bytes.begin(), bytes.end());
+        if (selector >= 0 || length >= 0)
+            throw UsageError("send: --body holds byte 4 and the length itself");
+    }
+    if (selector >= 0)
+        request.packet[SELECTOR_OFFSET] = static_cast<uint8_t>(selector);
+    if (length >= 0)
+        put_u16(request.packet, LENGTH_OFFSET, static_cast<unsigned>(length));
+    return request;
+}
+
+} // namespace
+
+Request parse_request(const std::vector<std::string> &words, Settings &settings)
+{
+    if (words.empty())
+        throw UsageError("no request");
+    Request request;
+    if (words.front() == "send")
+        request = sent_request(words, settings);
+    else {
+        uint16_t code = 0;
+        const Command *command = find_command(words.front(), code);
+        if (!command)
+            throw UsageError("'" + words.front() + "' is no command; `station list` shows them all");
+        request = named_request(*command, code, words, settings);
+    }
+    if (request.command) {
+        request.repeatable = request.command->safe_to_repeat;
+        request.takes_phone_down =
+            request.command->phone_goes_down &&
+            (!request.command->down_only_with_zero_selector || request.packet[SELECTOR_OFFSET] == 0);
+    }
+    return request;
+}
+
+std::vector<std::string> split_words(const std::string &line)
+{
+    std::vector<std::string> words;
+    std::string word;
+    bool inside = false;
+    char quote = 0;
+    for (size_t i = 0; i < line.size(); i++) {
+        const char character = line[i];
+        const char next = i + 1 < line.size() ? line[i + 1] : '\0';
+        // As in a shell: within double quotes a backslash is only itself unless it hides a quote or another
+        // one.
+        if (character == '\\' && next && (!quote || (quote == '"' && (next == '"' || next == '\\')))) {
+            word += line[++i];
+            inside = true;
+        } else if (quote) {
+            if (character == quote)
+                quote = 0;
+            else
+                word += character;
+        } else if (character == '"' || character == '\'') {
+            quote = character;
+            inside = true;
+        } else if (character == ' ' || character == '\t' || character == '\r') {
+            if (inside)
+                words.push_back(word);
+            word.clear();
+            inside = false;
+        } else {
+            word += character;
+            inside = true;
+        }
+    }
+    if (quote)
+        throw UsageError("a quotation mark stays open");
+    if (inside)
+        words.push_back(word);
+    return words;
+}
+
+} // namespace station

@@ -1,0 +1,41 @@
+// From words, as typed or as a script line holds them, to a request.
+#pragma once
+
+#include "station/catalogue/catalogue.h"
+#include "station/client/client.h"
+
+#include <string>
+#include <vector>
+
+namespace station
+{
+
+struct Request {
+    uint16_t code = 0;
+    const Command *command = nullptr; // null for a code that the catalogue does not hold
+    std::string name;                 // as the command line has it; the code for an unknown one
+    std::string words;                // what was typed, for tables
+    Bytes packet;
+    bool repeatable = false;
+    bool takes_phone_down = false;
+};
+
+// How requests are sent and answers shown; every request may override it.
+struct Settings {
+    Client::Settings client;
+    bool json = false;
+    bool raw_hex = false;
+    bool plain = false;
+};
+
+// "send CODE ..." or "NAME ...". Throws UsageError; HelpAsked when the words ask for help.
+Request parse_request(const std::vector<std::string> &words, Settings &settings);
+
+struct HelpAsked {
+    std::string text;
+};
+
+// A word of a line: blanks part, quotes and backslash keep. Throws UsageError on an open quote.
+std::vector<std::string> split_words(const std::string &line);
+
+} // namespace station

@@ -1,0 +1,25 @@
+// Answers as lines for people and as JSON for programs.
+#pragma once
+
+#include "station/catalogue/answer.h"
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace station
+{
+
+nlohmann::ordered_json to_json(const Request &request, const Exchange &exchange, const Result &result);
+// Bytes that are no UTF-8 are replaced.
+std::string dump(const nlohmann::ordered_json &json);
+
+// Prints one request's outcome as the settings say: answers to standard output, the lack of one to standard
+// error.
+void print_result(const Settings &settings, const Request &request, const Exchange &exchange,
+                  const Result &result);
+
+std::string milliseconds_text(double milliseconds);
+
+void print_list(bool json);
+
+} // namespace station
