@@ -127,6 +127,9 @@ canned_answer ask(uint16_t code, uint8_t selector = 0, std::string_view data = {
 
 // What the service has left open, by path or line; all of it is closed.
 std::vector<std::string> close_left_open();
+// How much a command may leave open: a node that does not hold what was expected, a partition that refuses a
+// write, a tool that takes its time.
+size_t may_leave_open(uint16_t code);
 
 // Ends the run as a fault; `what_is_tried` tells of which request.
 void require(bool condition, const char *promise);
