@@ -1,8 +1,8 @@
 // Plays the transcripts: what a station asks, and what is seen of it from outside. transcripts/README.md has
 // the format.
 //
-//   transcripts PHONE FILE COPY     writes COPY, what FILE would be now, and compares the two
-//   transcripts PHONE --faults FILE...   lets every call of every request fail, one in each run
+//   transcripts FILE COPY         writes COPY, what FILE would be now, and compares the two
+//   transcripts --faults FILE...  lets every call of every request fail, one in each run
 #include <diag.h>
 
 #include <algorithm>
@@ -462,12 +462,11 @@ static int fail_all(char **paths)
 
 int main(int count, char **arguments)
 {
-    if (count < 4) {
-        fprintf(stderr, "usage: transcripts PHONE FILE COPY | PHONE --faults FILE...\n");
+    if (count < 3) {
+        fprintf(stderr, "usage: transcripts FILE COPY | --faults FILE...\n");
         return 2;
     }
-    load_healthy_phone(arguments[1]);
-    if (strcmp(arguments[2], "--faults") == 0)
-        return fail_all(arguments + 3);
-    return compare(arguments[2], arguments[3]);
+    if (strcmp(arguments[1], "--faults") == 0)
+        return fail_all(arguments + 2);
+    return compare(arguments[1], arguments[2]);
 }

@@ -20,6 +20,7 @@
 #include <fstream>
 #include <numeric>
 #include <sstream>
+#include <utility>
 
 #include "core/packet.h"
 #include "core/table.h"
@@ -285,15 +286,15 @@ static FILE *open_stream(stream *opened, const char *mode)
     cookie_io_functions_t io = {};
     io.read = [](void *cookie, char *buffer, size_t size) {
         auto *from = static_cast<stream *>(cookie);
-        return from->line ? read_content(from->output, from->of.position, buffer, size) : read_node(from->of, buffer, size);
+        return from->line ? read_content(from->output, from->of.position, buffer, size)
+                          : read_node(from->of, buffer, size);
     };
     io.write = [](void *cookie, const char *data, size_t size) {
         return std::max<ssize_t>(write_node(static_cast<stream *>(cookie)->of, data, size), 0);
     };
     io.seek = [](void *cookie, off64_t *offset, int whence) {
         auto *in = static_cast<stream *>(cookie);
-        *offset =
-            seek(in->line ? in->output.size() : size_of(in->of), in->of.position, *offset, whence);
+        *offset = seek(in->line ? in->output.size() : size_of(in->of), in->of.position, *offset, whence);
         return *offset < 0 ? -1 : 0;
     };
     io.close = [](void *cookie) {
@@ -407,8 +408,9 @@ static std::string content_of(const fs::path &path)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-void load_healthy_phone(const std::string &source)
+static void load_healthy_phone()
 {
+    const std::string source = PHONE_SOURCE;
     const std::string root = source + "/root";
     for (const char *folder : {"/data", "/dev", "/tmp"}) // git keeps no empty ones
         healthy_nodes[folder].kind = canned_node::FOLDER;
@@ -461,6 +463,8 @@ void boot(canned_phone booted)
 {
     close_left_open();
     free_responses();
+    if (!booted.fuzzed && healthy_nodes.empty())
+        load_healthy_phone();
     phone = std::move(booted);
     record = {};
     taken = 0;
@@ -626,9 +630,13 @@ off_t canned_lseek(int descriptor, off_t offset, int whence)
 
 int canned_fsync(int descriptor) { return !fails(FAIL_FSYNC) && handle_of(descriptor) ? 0 : -1; }
 
-int canned_fstat(int descriptor, struct stat *told) // standard output tells nothing
+int canned_fstat(int descriptor, struct stat *told)
 {
     const handle *of = handle_of(descriptor);
+    if (descriptor == STDOUT_FILENO && phone.null_output) {
+        told->st_mode = S_IFCHR;
+        return 0;
+    }
     return of ? tell_of(size_of(*of), told) : -1;
 }
 
@@ -672,8 +680,13 @@ int canned_access(const char *path, int)
 int canned_stat(const char *path, struct stat *told)
 {
     std::string absolute;
-    if (resolve(path, &absolute) == outcome::ANSWERS)
-        return tell_of(node_at(absolute)->content.size(), told);
+    if (resolve(path, &absolute) == outcome::ANSWERS) {
+        const canned_node &node = *node_at(absolute);
+        tell_of(node.content.size(), told);
+        if (node.kind == canned_node::NULL_DEVICE)
+            told->st_mode = S_IFCHR;
+        return 0;
+    }
     errno = ENOENT;
     return -1;
 }

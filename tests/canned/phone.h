@@ -78,7 +78,8 @@ struct canned_phone {
     std::map<std::string, std::optional<std::string>, std::less<>> properties; // the same; no value: not set
     std::vector<canned_tool> tools;
     std::vector<canned_fault> faults;
-    int32_t power_state = 0; // what a device answers to ioctl
+    int32_t power_state = 0;  // what a device answers to ioctl
+    bool null_output = false; // standard output is the null device
 
     // Fuzzing. The bytes that the answers point at must outlive the requests.
     bool fuzzed = false;
@@ -98,9 +99,6 @@ struct canned_record {
     uint64_t microseconds = 0;      // slept
     int counts[CANNED_CALLS] = {};
 };
-
-// Loads nodes and properties of the healthy phone from the folder phone/ of the source tree.
-void load_healthy_phone(const std::string &folder);
 
 // From now on the service is on this phone; it forgets what it knew of another.
 void boot(canned_phone phone);
