@@ -1,6 +1,7 @@
 // What decides whether a unit may leave a test stage; and the removal of a file.
 #include <cutils.h>
 #include <dirent.h>
+#include <stdio.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -130,8 +131,7 @@ void *diag_cmd_judge_scratch_exsit(const void *, uint8_t *response)
 void *diag_cmd_check_fingerprint_data(const void *, uint8_t *response)
 {
     char state[NODE_LIMIT] = {};
-    int result = diag_cmd_read_file_new(CALIBRATION_STATE, CALIBRATED, NODE_LIMIT, state);
-    if (static_cast<int16_t>(result) < 0)
+    if (diag_cmd_read_file_new(CALIBRATION_STATE, CALIBRATED, NODE_LIMIT, state) < 0)
         return FAIL(response, "fingerprint data is not exsit\n");
     return DONE(response, "fingerprint data is  exsit.\n");
 }

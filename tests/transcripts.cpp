@@ -173,7 +173,8 @@ static void set_up(canned_phone &phone, const std::string &line)
         diag_quiet_flag = hw_dec_log_suppressed = 1;
         return;
     }
-    in >> name;
+    if (!read_text(in, &name)) // a path with a blank
+        in >> name;
     if (what == "node" && read_text(in, &text))
         set_node(phone, name, {text, canned_node::REGULAR, 0});
     else if (what == "folder")

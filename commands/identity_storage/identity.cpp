@@ -19,6 +19,7 @@ static constexpr char REMOVE_BT_NV[] = "rm -f /mnt/vendor/persist/bluetooth/.bt_
 static constexpr char SET_BT_ADDRESS[] = "setprop   persist.service.bdroid.bdaddr ";
 static constexpr char GENERATE_BT_NV[] = "btnvtool -O";
 static constexpr off_t BT_ADDRESS_OFFSET = 3; // of six bytes, the lowest first
+#define GB2312_EXCLAMATION "\xA3\xA1"         // full-width; the log's readers know these lines by it
 
 static constexpr char AP_VERSION_PROPERTY[] = "ro.build.id";
 static constexpr char AP_VERSION_EXT_PROPERTY[] = "ro.bootimage.build.fingerprint";
@@ -73,8 +74,7 @@ void *diag_cmd_write_bt_mac_addr(const void *request, uint8_t *response)
 {
     if (!run_line_and_wait(REMOVE_BT_NV))
         return FAIL(response, "remove .bt_nv.bin fail!\n");
-    const char *digit =
-        packet_text(request); // the station sends all twelve; behind a shorter text lie zeroes
+    const char *digit = packet_text(request); // all twelve; behind a shorter text lie zeroes
     char command[64] = {};
     snprintf(command, sizeof command, "%s%c%c:%c%c:%c%c:%c%c:%c%c:%c%c", SET_BT_ADDRESS, digit[0], digit[1],
              digit[2], digit[3], digit[4], digit[5], digit[6], digit[7], digit[8], digit[9], digit[10],
@@ -82,8 +82,7 @@ void *diag_cmd_write_bt_mac_addr(const void *request, uint8_t *response)
     if (!run_line_and_wait(command))
         return FAIL(response, "%s failed\n", command);
     if (!run_line_and_wait(GENERATE_BT_NV))
-        return FAIL(response, "generate %s failed\xA3\xA1\n",
-                    BT_NV_FILE); // a full-width exclamation mark, in GB2312
+        return FAIL(response, "generate %s failed" GB2312_EXCLAMATION "\n", BT_NV_FILE);
     return DONE(response, "generate %s sucess!\n", BT_NV_FILE);
 }
 
@@ -91,10 +90,10 @@ void *diag_cmd_check_bt_mac_addr(const void *, uint8_t *response)
 {
     descriptor file(open(BT_NV_FILE, O_RDONLY | O_CLOEXEC));
     if (!file)
-        return FAIL(response, "open %s failed\xA3\xA1\n", BT_NV_FILE);
+        return FAIL(response, "open %s failed" GB2312_EXCLAMATION "\n", BT_NV_FILE);
     uint8_t address[6] = {}; // a file that ends early leaves zeroes
     if (pread(file.fd, address, sizeof address, BT_ADDRESS_OFFSET) < 0)
-        return FAIL(response, "read bt addr failed\xA3\xA1\n");
+        return FAIL(response, "read bt addr failed" GB2312_EXCLAMATION "\n");
     char text[2 * sizeof address + 1] = {};
     for (size_t i = 0; i < sizeof address; i++)
         snprintf(text + 2 * i, sizeof text - 2 * i, "%02X", address[sizeof address - 1 - i]);
@@ -214,7 +213,5 @@ void *diag_cmd_set_cpu_running_freq(const void *request, uint8_t *response)
             return FAIL(response, "Open %s failed\n", path);
         (void)write_all(node.fd, text, strlen(text)); // a ceiling that the core refuses is no failure
     }
-    answer_ok(response);
-    LOG("status:%s\n", response_data(response));
-    return response;
+    return DONE(response, "status:OK\n");
 }

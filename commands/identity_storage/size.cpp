@@ -2,6 +2,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <utility>
+
 #include "core/command.h"
 #include "core/shell.h"
 
@@ -10,8 +12,8 @@
 static constexpr int MEMORY_SIZES[] = {1, 2, 3, 4, 6, 8, 10, 12, 14, 16};
 static constexpr int STORAGE_SIZES[] = {8, 16, 32, 64, 128, 256, 512, 1024};
 
-static constexpr uint32_t SIZE_UNKNOWN = UINT32_MAX;
-static constexpr uint32_t SIZE_BASE = 255; // of the two digits of a size; 255 on purpose
+static constexpr int SIZE_UNKNOWN = -1;
+static constexpr int SIZE_BASE = 255; // of the two digits of a size; 255 on purpose
 
 static constexpr char MEMORY_TOTAL[] = "cat proc/meminfo | grep MemTotal:|sed -e 's/.*:[^0-9]//'";
 
@@ -37,7 +39,7 @@ template <size_t COUNT> static int nominal_size(const int (&sizes)[COUNT], int64
 }
 
 // A size as two digits, the low one first. A digit 0 ends the counted length.
-static void *answer_size(uint8_t *response, uint32_t gib)
+static void *answer_size(uint8_t *response, int gib)
 {
     char *data = response_data(response);
     data[0] = static_cast<char>(gib % SIZE_BASE);
@@ -45,7 +47,8 @@ static void *answer_size(uint8_t *response, uint32_t gib)
     return answer_length(response, strlen(data));
 }
 
-static uint32_t diag_calculate_ddr_total_size()
+// The memory's nominal size in GiB, 0 when it has none, or SIZE_UNKNOWN.
+static int diag_calculate_ddr_total_size()
 {
     command_stream memory = run_line(MEMORY_TOTAL);
     if (!memory) {
@@ -57,23 +60,20 @@ static uint32_t diag_calculate_ddr_total_size()
     LOG("get temp_buf:%s\n", line);
     int kib = atoi(line);
     LOG("get ddr size:%ld\n", static_cast<long>(kib / 1024));
-    return static_cast<uint32_t>(nominal_size(MEMORY_SIZES, kib));
+    return nominal_size(MEMORY_SIZES, kib);
 }
 
 void *diag_cmd_check_ddr_size(const void *, uint8_t *response)
 {
-    uint32_t gib = diag_calculate_ddr_total_size();
+    int gib = diag_calculate_ddr_total_size();
     if (gib == SIZE_UNKNOWN)
         return FAIL(response, "Check ufs size failed\n");
-    LOG("Check ufs size:%d\n", static_cast<int>(gib));
-    auto size = static_cast<uint8_t>(gib);
-    return answer_bytes(response, &size, size == 0 ? 0 : 1);
+    LOG("Check ufs size:%d\n", gib);
+    return answer_size(response, gib);
 }
 
-static bool end_of_scan = false; // the last main block was seen
-
-// 0 for a whole unit of the flash, not for its partitions.
-static int diag_vulable_check_partition(const char *name)
+// Whether it is a whole unit of the flash, and not a partition of one. The last unit ends the scan.
+static bool diag_vulable_check_partition(const char *name, bool *ends)
 {
     LOG("current partition block is %s\n", name);
     for (const char *block : MAIN_BLOCKS) {
@@ -81,12 +81,12 @@ static int diag_vulable_check_partition(const char *name)
             continue;
         if (strcmp(name, LAST_MAIN_BLOCK) == 0) {
             LOG("Reach the end partition\n");
-            end_of_scan = true;
+            *ends = true;
         }
         LOG("this is main partition block\n");
-        return 0;
+        return true;
     }
-    return -1;
+    return false;
 }
 
 // A line of the partition list: major, minor, count of KiB and name between runs of blanks. False when it has
@@ -109,7 +109,9 @@ static bool split_partition(char *line, int *kib, const char **name)
     return false;
 }
 
-static uint32_t diag_calculate_flash_total_size()
+// The nominal size in GiB of the flash's units together, or SIZE_UNKNOWN without the last of them. A sum
+// outside the table keeps the size that it had before, which is 0 at first.
+static int diag_calculate_flash_total_size()
 {
     command_stream partitions = run_line(PARTITIONS);
     if (!partitions) {
@@ -118,12 +120,13 @@ static uint32_t diag_calculate_flash_total_size()
     }
     int64_t total = 0;
     int gib = 0;
+    bool ends = false;
     for (int attempt = 0; attempt < PARTITIONS_ATTEMPTS; attempt++) { // a read may come back short
         char line[LINE_SIZE];
         while (read_line(partitions.get(), line)) {
             int kib = 0;
             const char *name = nullptr;
-            if (!split_partition(line, &kib, &name) || diag_vulable_check_partition(name) != 0)
+            if (!split_partition(line, &kib, &name) || !diag_vulable_check_partition(name, &ends))
                 continue;
             LOG("main partition, need append it's size\n");
             total += kib;
@@ -134,10 +137,9 @@ static uint32_t diag_calculate_flash_total_size()
                 gib = size;
                 LOG("flash_size:%dGiB\n", gib);
             }
-            if (end_of_scan) {
+            if (ends) {
                 LOG("parsed end main block, total_flash_size=%d\n", gib);
-                end_of_scan = false;
-                return static_cast<uint32_t>(gib);
+                return gib;
             }
         }
         LOG("fgets response stream failed, fgets_retry_count=%d\n", attempt);
@@ -170,14 +172,13 @@ static int diag_get_main_flash_size_by_ghr()
 
 void *diag_cmd_check_flash_size(const void *, uint8_t *response)
 {
-    uint32_t gib = diag_calculate_flash_total_size();
+    int gib = diag_calculate_flash_total_size();
     if (gib == SIZE_UNKNOWN) {
-        int told = diag_get_main_flash_size_by_ghr();
-        if (told < 1)
+        gib = diag_get_main_flash_size_by_ghr();
+        if (gib < 1)
             return FAIL(response, "Check ufs size failed\n");
-        gib = static_cast<uint32_t>(told);
     }
-    LOG("Check ufs size:%d\n", static_cast<int>(gib));
+    LOG("Check ufs size:%d\n", gib);
     return answer_size(response, gib);
 }
 
@@ -207,5 +208,5 @@ void *diag_cmd_check_ssd_size(const void *, uint8_t *response)
     if (gib == 0)
         return FAIL(response, "Check ssd size failed\n");
     LOG(" Check ssd size success, size(%dG)\n", gib);
-    return answer_size(response, static_cast<uint32_t>(gib));
+    return answer_size(response, gib);
 }
