@@ -804,8 +804,6 @@ int canned_pthread_detach(pthread_t) // what nobody waits for is done at once
     return 0;
 }
 
-int canned_pthread_detach(pthread_t) { return 0; }
-
 __attribute__((noreturn)) void canned_pthread_exit(void *value) { pthread_exit(value); }
 
 void *canned_malloc(size_t size) { return fails(FAIL_MALLOC, ENOMEM) ? nullptr : malloc(size); }
