@@ -1,11 +1,11 @@
 // Times requests beside their limits: bench SERVICE EMPTY [--port PORT] [BENCHMARK OPTION]...
 //
 // Runs inside a phone, where the service's nodes, properties and shell are. The limit of a request is the
-// same work done barely: a process that reads as many bytes from a socket, makes the system calls or runs the
-// shell lines that the request asks for, and writes as many bytes back; a second one also appends what the
-// service logs. Requests and limits take turns in a random order, and a median is taken of each. Without a
-// port the requests go to a service of the program's own. Prints figures, one a line: name, limit, figure and
-// unit, parted by tabs; "-" where there is no limit.
+// same work without the service: a process that reads as many bytes from a socket, makes the system calls or
+// runs the shell lines that the request asks for, and writes as many bytes back; a second one also appends
+// what the service logs. Requests and limits take turns in a random order, and a median is taken of each.
+// Without a port the requests go to a service of the program's own. Prints figures, one a line: name, limit,
+// figure and unit, parted by tabs; "-" where there is no limit.
 #include "exchange.h"
 
 #include <benchmark/benchmark.h>
@@ -45,7 +45,7 @@ constexpr char OUTPUT_LINE[] = "cat /proc/tp_name";
 constexpr char MEMORY_LINE[] = "cat proc/meminfo | grep MemTotal:|sed -e 's/.*:[^0-9]//'";
 constexpr useconds_t DETECTION_SETTLES = 20000; // microseconds that a detection waits, whatever it finds
 
-// ---- The work of a request, done barely
+// ---- The work of a request, without the service
 
 struct Work {
     const char *file = nullptr; // opened, read, closed
