@@ -4,7 +4,7 @@
 #include "station/client/encode.h"
 #include "station/client/errors.h"
 #include "station/program/output.h"
-#include "tests/fake_platform.h"
+#include "tests/canned/phone.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -246,7 +246,8 @@ TEST(Answer, BytesThatAreNoTextAreStillJson)
 TEST(Catalogue, IsTheRegisteredTable)
 {
     // Without a buffer for the response a handler does no more than to log its name.
-    the_phone().allocation_fails = true;
+    boot({});
+    the_phone().faults = {{FAIL_RESPONSE, 0}};
     std::vector<uint8_t> request(65535 + 1024);
     ASSERT_EQ(catalogue().size(), 109U);
     ASSERT_EQ(diag_command_table.count, 109);
@@ -255,7 +256,7 @@ TEST(Catalogue, IsTheRegisteredTable)
         EXPECT_EQ(catalogue()[i].low, entry.low) << i;
         EXPECT_EQ(catalogue()[i].high, entry.high) << i;
         EXPECT_EQ(entry.handler(request.data(), 7), nullptr);
-        const std::string &line = the_phone().log.back();
+        const std::string &line = the_record().log.back();
         EXPECT_EQ(line.substr(1, line.find(']') - 1), catalogue()[i].handler) << i;
     }
 }
