@@ -42,6 +42,8 @@ static constexpr std::string_view PATH_PREFIX =
     "export PATH=/sbin:/system/sbin:/system/bin:/system/xbin:/vendor/bin:/vendor/xbin; ";
 static constexpr size_t LONG_RUN = 20; // of one byte, written as its number
 
+static strings shown; // what log and tools' lines must hold one of to be written; none: all are
+
 [[noreturn]] static void give_up(const std::string &why)
 {
     fprintf(stderr, "%s: %s\n", what_is_tried.c_str(), why.c_str());
@@ -173,6 +175,8 @@ static void set_up(canned_phone &phone, const std::string &line)
         diag_quiet_flag = hw_dec_log_suppressed = 1;
         return;
     }
+    if (what == "show")
+        return shown.push_back(line.substr(line.find("show") + 5));
     if (!read_text(in, &name)) // a path with a blank
         in >> name;
     if (what == "node" && read_text(in, &text))
@@ -233,10 +237,13 @@ static void prepare(const scenario &of, size_t number)
     while (of.requests[first].goes_on)
         first--;
     diag_quiet_flag = hw_dec_log_suppressed = 0;
+    shown.clear();
     boot({});
     for (const std::string &line : of.setup)
         set_up(the_phone(), line);
+    const size_t always_shown = shown.size();
     for (size_t i = first; i <= number; i++) {
+        shown.resize(always_shown);
         what_is_tried.replace(what_is_tried.find(": ") + 2, std::string::npos, of.requests[i].line);
         for (const std::string &line : of.requests[i].with)
             set_up(the_phone(), line);
@@ -304,6 +311,13 @@ static void show_changes(const canned_phone &before, strings &out)
     }
 }
 
+static void show_line(const char *kind, const std::string &line, strings &out)
+{
+    auto held = [&](const std::string &text) { return line.find(text) != std::string::npos; };
+    if (shown.empty() || std::any_of(shown.begin(), shown.end(), held))
+        out.push_back(kind + shown_line(line));
+}
+
 // What is seen of a request from outside.
 static strings play(const scenario &of, size_t number)
 {
@@ -315,9 +329,9 @@ static strings play(const scenario &of, size_t number)
     const canned_record &record = the_record();
     out.push_back(shown_answer(answer, code_of(asked)));
     for (size_t i = 0; i < record.log.size(); i++)
-        out.push_back((i < answer.logged ? ". " : ": ") + shown_line(record.log[i]));
+        show_line(i < answer.logged ? ". " : ": ", record.log[i], out);
     for (const std::string &line : record.lines)
-        out.push_back("$ " + shown_line(line + '\n'));
+        show_line("$ ", line + '\n', out);
     for (const std::string &deed : record.deeds)
         out.push_back("! " + deed);
     if (record.microseconds > 0)

@@ -152,9 +152,10 @@ void *diag_cmd_set_lcd_frequency(const void *request, uint8_t *response)
 {
     char command[256];
     snprintf(command, sizeof command, "%s %d", FREQUENCY_APP, packet_data(request)[0]);
-    if (!run_command_and_wait(command))
+    command_stream app = run_command(command);
+    if (!app)
         return FAIL(response, "Can send set lcd freq cmd!!\n");
-    return DONE(response, "Set lcd frq success!\n");
+    return DONE(response, "Set lcd frq success!\n"); // once it is started; the answer waits for its end
 }
 
 void *diag_cmd_get_lcd_frequency(const void *, uint8_t *response)
