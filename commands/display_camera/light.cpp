@@ -153,6 +153,7 @@ void *diag_cmd_set_rgb_data_new(const void *request, uint8_t *response)
     if (color > BLUE)
         return FAIL(response, "command is not exit\n");
     int32_t chip = judge_rgb_type();
+    // The string is sent even when the reset before it has failed.
     if (chip == CHIP_OLD) {
         control string = old_brightness(static_cast<uint8_t>(color * 0x10), brightness);
         bool reset = switch_off(OLD_NODE);

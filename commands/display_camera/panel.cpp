@@ -55,8 +55,8 @@ void *diag_cmd_set_lcd_picture(const void *request, uint8_t *response)
     if (packet_length(request) != COLOR_WITH_MARGIN) {
         snprintf(command, sizeof command, "%s color %02X%02X%02X", PICTURE_APP, color[0], color[1], color[2]);
     } else if (margin >= 1 && margin <= MAX_MARGIN) {
-        snprintf(command, sizeof command, "%s color %02X%02X%02X%s%d", PICTURE_APP, color[0], color[1],
-                 color[2], " --ei marginPercent ", margin);
+        snprintf(command, sizeof command, "%s color %02X%02X%02X --ei marginPercent %d", PICTURE_APP,
+                 color[0], color[1], color[2], margin);
     } else
         return FAIL(response, "picture area is too large!!\n");
     if (!run_command_and_wait(command))
@@ -84,7 +84,7 @@ void *diag_cmd_check_lcd_calibration(const void *, uint8_t *response)
 void *diag_cmd_quit_picture_apk(const void *, uint8_t *response)
 {
     char command[128];
-    snprintf(command, sizeof command, "%s%s", PICTURE_APP, " action finish");
+    snprintf(command, sizeof command, "%s action finish", PICTURE_APP);
     if (!run_command_and_wait(command))
         return FAIL(response, "quit change picture apk fail!!\n");
     return DONE(response, "quit change picture apk sucess!!\n");
@@ -127,9 +127,8 @@ void *diag_cmd_get_display_status(const void *, uint8_t *response)
     while (read_line(node.get(), line)) {
         line[strcspn(line, " ")] = '\0';
         if (strtol(line, nullptr, 10) < 1) {
-            result[0] = 'O';
-            result[1] = 'K';
             length = 2;
+            memcpy(result, "OK", length);
             continue;
         }
         size_t taken = strnlen(line, sizeof result - length);

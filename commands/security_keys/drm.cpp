@@ -66,6 +66,24 @@ static bool key_file_is_there(const char *handler, const char *path)
     return false;
 }
 
+static void *answer_device_id(const char *handler, uint8_t *response)
+{
+    command_stream test = run_line(READ_DEVICE_ID);
+    if (!test) {
+        diag_log(handler, "Open oemcrypro failed!\n");
+        return answer_text(response, "open_oemcrypro_fail");
+    }
+    secret<LINE_SIZE> line;
+    while (read_line(test.get(), line.bytes)) {
+        diag_log(handler, "system oemcrypto_test len:%d,data:%s\n", static_cast<int>(strlen(line.bytes)),
+                 line.bytes);
+        if (answer_identity(response, line.bytes, DEVICE_ID))
+            return response;
+    }
+    diag_log(handler, "Match device id failed!\n");
+    return answer_text(response, "match_device_id_fail");
+}
+
 void *diag_cmd_set_query_widevine(const void *request, uint8_t *response)
 {
     if (!write_secret(KEYBOX_FILE, packet_data(request), packet_length(request), SECRET_FILE_LIMIT)) {
@@ -85,20 +103,7 @@ void *diag_cmd_set_query_widevine(const void *request, uint8_t *response)
         LOG("Delete keybox.bin failed!\n");
         return answer_text(response, "delete_file_fail");
     }
-
-    command_stream test = run_line(READ_DEVICE_ID);
-    if (!test) {
-        LOG("Open oemcrypro failed!\n");
-        return answer_text(response, "open_oemcrypro_fail");
-    }
-    secret<LINE_SIZE> line;
-    while (read_line(test.get(), line.bytes)) {
-        LOG("system oemcrypto_test len:%d,data:%s\n", static_cast<int>(strlen(line.bytes)), line.bytes);
-        if (answer_identity(response, line.bytes, DEVICE_ID))
-            return response;
-    }
-    LOG("Match device id failed!\n");
-    return answer_text(response, "match_device_id_fail");
+    return answer_device_id(__func__, response);
 }
 
 void *diag_cmd_set_widevine_key(const void *request, uint8_t *response)
@@ -132,6 +137,13 @@ static bool diag_exec_hdcpprov(const char *command)
 // Data of the HDCP request, whose common length is that of the CEK: u16 PM length, CEK, PM.
 static constexpr size_t CEK_OFFSET = 2;
 
+// Leaves with a step's own text for the station, which the log tells too.
+static void *hdcp_failed(const char *handler, uint8_t *response, const char *step, const char *text)
+{
+    diag_log(handler, "%s fail,len=%d,data=%s\n", step, static_cast<int>(strlen(text)), text);
+    return answer_text(response, text);
+}
+
 void *diag_cmd_set_hdcp_key(const void *request, uint8_t *response)
 {
     const uint8_t *data = packet_data(request);
@@ -140,24 +152,17 @@ void *diag_cmd_set_hdcp_key(const void *request, uint8_t *response)
     if (!write_secret(CEK_FILE, cek, cek_length, SECRET_FILE_LIMIT)) {
         if (!diag_cmd_handle_system(REMOVE_CEK))
             return FAIL(response, "remove /mnt/vendor/persist/CEK.txt fail\n");
-        answer_text(response, "store_CEK_fail");
-        LOG("Store CEK.txt fail,len=%d,data=%s\n", packet_length(response), response_data(response));
-        return response;
+        return hdcp_failed(__func__, response, "Store CEK.txt", "store_CEK_fail");
     }
     // Only behind a CEK that was written, and so is short, may the PM be looked for.
     auto pm_length = static_cast<uint16_t>(data[0] | data[1] << 8);
     if (!write_secret(PM_FILE, cek + cek_length, pm_length, SECRET_FILE_LIMIT)) {
         if (!diag_cmd_handle_system(REMOVE_UNPAIRED))
             return FAIL(response, "remove /mnt/vendor/persist/CEK.txt /persist/PM.out\n");
-        answer_text(response, "store_PM_fail");
-        LOG("Store PM.out fail,len=%d,data=%s\n", packet_length(response), response_data(response));
-        return response;
+        return hdcp_failed(__func__, response, "Store PM.out", "store_PM_fail");
     }
-    if (!diag_exec_hdcpprov(HDCPPROV)) { // both files stay: the query tries them again
-        answer_text(response, "exec_hdcpprov_fail");
-        LOG("Exec hdcpprov fail,len=%d,data=%s\n", packet_length(response), response_data(response));
-        return response;
-    }
+    if (!diag_exec_hdcpprov(HDCPPROV)) // both files stay: the query tries them again
+        return hdcp_failed(__func__, response, "Exec hdcpprov", "exec_hdcpprov_fail");
     return DONE(response, "Store and exec hdcp succ\n");
 }
 
