@@ -474,7 +474,7 @@ static int fail_all(char **paths)
             }
         }
     }
-    return 0; // TODO without > 0, when all families have their transcripts
+    return without > 0;
 }
 
 int main(int count, char **arguments)
