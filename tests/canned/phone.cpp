@@ -61,18 +61,25 @@ static constexpr std::string_view PATH_PREFIX =
 namespace
 {
 
+// A node or the output of a tool, opened.
 struct handle {
     std::string path;
+    std::optional<std::string> output;
     size_t position = 0;
     bool open = true;
+
+    const std::string &content() const
+    {
+        static const std::string NOTHING;
+        const canned_node *node = node_at(path);
+        return output ? *output : node ? node->content : NOTHING;
+    }
 };
 
 struct stream {
-    FILE *file;
     handle of;
-    std::optional<std::string> line; // of a tool, whose output is then what is read
-    std::string output;
-    int status = 0;
+    int status = 0; // of a tool
+    FILE *file = nullptr;
 };
 
 struct folder {
@@ -215,86 +222,77 @@ static bool open_path(const char *given, bool make, bool truncate, bool follow, 
     return true;
 }
 
-static ssize_t read_content(const std::string &content, size_t &position, void *buffer, size_t size)
+// A read or a write by a call that may fail: how much of `size` it takes, or -1.
+static ssize_t taken_of(canned_call call, size_t size)
 {
-    require_memory(buffer, size, "a read has room for all that it asks for");
-    if (fails(FAIL_READ))
+    if (fails(call))
         return -1;
-    if (fails(FAIL_READ_NONE))
+    if (fails(static_cast<canned_call>(call + 1)))
         return 0;
-    if (fails(FAIL_READ_PART))
-        size = std::min<size_t>(size, 1);
-    size_t count = std::min(size, position < content.size() ? content.size() - position : 0);
-    std::copy_n(content.begin() + static_cast<ptrdiff_t>(std::min(position, content.size())), count,
-                static_cast<char *>(buffer));
-    position += count;
-    return static_cast<ssize_t>(count);
+    return static_cast<ssize_t>(fails(static_cast<canned_call>(call + 2)) ? std::min<size_t>(size, 1) : size);
 }
 
 static ssize_t read_node(handle &from, void *buffer, size_t size)
 {
-    static const std::string EMPTY;
-    const canned_node *node = node_at(from.path);
-    return read_content(node ? node->content : EMPTY, from.position, buffer, size);
+    require_memory(buffer, size, "a read has room for all that it asks for");
+    const std::string &content = from.content();
+    const size_t left = content.size() - std::min(content.size(), from.position);
+    const ssize_t count = taken_of(FAIL_READ, std::min(size, left));
+    if (count > 0)
+        memcpy(buffer, content.data() + from.position, static_cast<size_t>(count));
+    from.position += static_cast<size_t>(std::max<ssize_t>(count, 0));
+    return count;
 }
 
 static ssize_t write_node(handle &to, const void *data, size_t size)
 {
     require_memory(data, size, "a write stays within its data");
-    if (fails(FAIL_WRITE))
-        return -1;
-    if (fails(FAIL_WRITE_NONE))
-        return 0;
-    if (fails(FAIL_WRITE_PART))
-        size = std::min<size_t>(size, 1);
-    size = std::min(size, phone.write_limit);
-    if (size > 0 && node_at(to.path) && node_at(to.path)->kind == canned_node::REGULAR) {
+    const ssize_t count = taken_of(FAIL_WRITE, std::min(size, phone.write_limit));
+    if (count <= 0)
+        return count;
+    size = static_cast<size_t>(count);
+    if (node_at(to.path) && node_at(to.path)->kind == canned_node::REGULAR) {
         std::string &content = change(to.path).content;
         content.resize(std::max(content.size(), to.position + size));
         content.replace(to.position, size, static_cast<const char *>(data), size);
     }
     to.position += size;
-    return static_cast<ssize_t>(size);
+    return count;
 }
 
-static off_t seek(size_t size, size_t &position, off_t offset, int whence)
+static off_t seek(handle &in, off_t offset, int whence)
 {
-    off_t base = static_cast<off_t>(whence == SEEK_CUR ? position : whence == SEEK_END ? size : 0);
-    if (base + offset < 0 || fails(FAIL_LSEEK)) {
+    const size_t base = whence == SEEK_CUR ? in.position : whence == SEEK_END ? in.content().size() : 0;
+    offset += static_cast<off_t>(base);
+    if (offset < 0 || fails(FAIL_LSEEK)) {
         errno = EINVAL;
         return -1;
     }
-    position = static_cast<size_t>(base + offset);
-    return base + offset;
+    in.position = static_cast<size_t>(offset);
+    return offset;
 }
 
-static handle *handle_of(int descriptor)
+// What a descriptor stands for. Only what is open is used.
+static handle &handle_of(int descriptor)
 {
-    size_t index = static_cast<size_t>(descriptor) - FIRST_DESCRIPTOR;
-    return descriptor >= FIRST_DESCRIPTOR && index < handles.size() && handles[index].open ? &handles[index]
-                                                                                           : nullptr;
+    const auto index = static_cast<size_t>(descriptor - FIRST_DESCRIPTOR);
+    require(descriptor >= FIRST_DESCRIPTOR && index < handles.size() && handles[index].open,
+            "only what is open is read, written or closed");
+    return handles[index];
 }
 
-static size_t size_of(const handle &of)
+static FILE *open_stream(handle of, const char *mode, int status = 0)
 {
-    const canned_node *node = node_at(of.path);
-    return node ? node->content.size() : 0;
-}
-
-static FILE *open_stream(stream *opened, const char *mode)
-{
+    auto *opened = new stream{std::move(of), status};
     cookie_io_functions_t io = {};
     io.read = [](void *cookie, char *buffer, size_t size) {
-        auto *from = static_cast<stream *>(cookie);
-        return from->line ? read_content(from->output, from->of.position, buffer, size)
-                          : read_node(from->of, buffer, size);
+        return read_node(static_cast<stream *>(cookie)->of, buffer, size);
     };
     io.write = [](void *cookie, const char *data, size_t size) {
         return std::max<ssize_t>(write_node(static_cast<stream *>(cookie)->of, data, size), 0);
     };
     io.seek = [](void *cookie, off64_t *offset, int whence) {
-        auto *in = static_cast<stream *>(cookie);
-        *offset = seek(in->line ? in->output.size() : size_of(in->of), in->of.position, *offset, whence);
+        *offset = seek(static_cast<stream *>(cookie)->of, *offset, whence);
         return *offset < 0 ? -1 : 0;
     };
     io.close = [](void *cookie) {
@@ -307,14 +305,6 @@ static FILE *open_stream(stream *opened, const char *mode)
     require(opened->file, "there is memory for a stream");
     streams.push_back(opened);
     return opened->file;
-}
-
-static int tell_of(size_t size, struct stat *told)
-{
-    *told = {};
-    told->st_mode = S_IFREG;
-    told->st_size = static_cast<off_t>(size);
-    return 0;
 }
 
 // ---- tools
@@ -441,9 +431,8 @@ std::vector<std::string> close_left_open()
             left.push_back(each.path);
     handles.clear();
     while (!streams.empty()) {
-        const stream &last = *streams.back();
-        left.push_back(last.line ? "the output of " + *last.line : last.of.path);
-        fclose(last.file);
+        left.push_back(streams.back()->of.path);
+        fclose(streams.back()->file);
     }
     for (folder *each : folders) {
         left.push_back(each->path);
@@ -574,17 +563,13 @@ int canned_open(const char *path, int flags, ...)
 
 int canned_close(int descriptor)
 {
-    handle *closed = handle_of(descriptor);
-    require(closed, "only an open descriptor is closed");
-    closed->open = false;
+    handle_of(descriptor).open = false;
     return 0;
 }
 
 ssize_t canned_read(int descriptor, void *buffer, size_t size)
 {
-    handle *from = handle_of(descriptor);
-    require(from, "only an open descriptor is read");
-    return read_node(*from, buffer, size);
+    return read_node(handle_of(descriptor), buffer, size);
 }
 
 ssize_t canned_write(int descriptor, const void *data, size_t size)
@@ -598,46 +583,38 @@ ssize_t canned_write(int descriptor, const void *data, size_t size)
         record.out.append(static_cast<const char *>(data), size);
         return static_cast<ssize_t>(size);
     }
-    handle *to = handle_of(descriptor);
-    require(to, "only an open descriptor is written");
-    return write_node(*to, data, size);
+    return write_node(handle_of(descriptor), data, size);
 }
 
 ssize_t canned_pread(int descriptor, void *buffer, size_t size, off_t offset)
 {
-    handle *from = handle_of(descriptor);
-    require(from, "only an open descriptor is read");
-    handle elsewhere = *from;
+    handle elsewhere = handle_of(descriptor);
     elsewhere.position = static_cast<size_t>(offset);
     return read_node(elsewhere, buffer, size);
 }
 
 ssize_t canned_pwrite(int descriptor, const void *data, size_t size, off_t offset)
 {
-    handle *to = handle_of(descriptor);
-    require(to, "only an open descriptor is written");
-    handle elsewhere = *to;
+    handle elsewhere = handle_of(descriptor);
     elsewhere.position = static_cast<size_t>(offset);
     return write_node(elsewhere, data, size);
 }
 
 off_t canned_lseek(int descriptor, off_t offset, int whence)
 {
-    handle *in = handle_of(descriptor);
-    require(in, "only an open descriptor is positioned");
-    return seek(size_of(*in), in->position, offset, whence);
+    return seek(handle_of(descriptor), offset, whence);
 }
 
-int canned_fsync(int descriptor) { return !fails(FAIL_FSYNC) && handle_of(descriptor) ? 0 : -1; }
-
-int canned_fstat(int descriptor, struct stat *told)
+int canned_fsync(int descriptor) // a stream of fopencookie has no descriptor
 {
-    const handle *of = handle_of(descriptor);
-    if (descriptor == STDOUT_FILENO && phone.null_output) {
-        told->st_mode = S_IFCHR;
-        return 0;
-    }
-    return of ? tell_of(size_of(*of), told) : -1;
+    return !fails(FAIL_FSYNC) && descriptor >= 0 && handle_of(descriptor).open ? 0 : -1;
+}
+
+int canned_fstat(int, struct stat *told) // of standard output alone
+{
+    *told = {};
+    told->st_mode = phone.null_output ? S_IFCHR : S_IFREG;
+    return 0;
 }
 
 int canned_ioctl(int descriptor, unsigned long request, ...)
@@ -646,12 +623,11 @@ int canned_ioctl(int descriptor, unsigned long request, ...)
     va_start(arguments, request);
     void *state = va_arg(arguments, void *);
     va_end(arguments);
-    handle *device = handle_of(descriptor);
-    require(device, "only an open device is asked");
-    if (phone.fuzzed)
-        return read_node(*device, state, sizeof(int32_t)) < 0 ? -1 : 0;
+    handle &device = handle_of(descriptor);
     if (fails(FAIL_IOCTL, ENOTTY))
         return -1;
+    if (phone.fuzzed)
+        return read_node(device, state, sizeof phone.power_state) < 0 ? -1 : 0;
     memcpy(state, &phone.power_state, sizeof phone.power_state);
     return 0;
 }
@@ -659,14 +635,11 @@ int canned_ioctl(int descriptor, unsigned long request, ...)
 FILE *canned_fopen(const char *path, const char *mode)
 {
     const bool writes = strchr(mode, 'w') || strchr(mode, 'a');
-    auto *opened = new stream{};
-    if (fails(FAIL_FOPEN, EACCES) ||
-        !open_path(path, writes, strchr(mode, 'w'), true, 0666, &opened->of.path)) {
-        delete opened;
+    handle opened;
+    if (fails(FAIL_FOPEN, EACCES) || !open_path(path, writes, strchr(mode, 'w'), true, 0666, &opened.path))
         return nullptr;
-    }
     require(strchr(mode, 'e'), "a stream is not inherited by tools");
-    opened->of.position = strchr(mode, 'a') ? size_of(opened->of) : 0;
+    opened.position = strchr(mode, 'a') ? opened.content().size() : 0;
     return open_stream(opened, writes ? "w+" : "r");
 }
 
@@ -682,15 +655,12 @@ int canned_access(const char *path, int)
 int canned_stat(const char *path, struct stat *told)
 {
     std::string absolute;
-    if (resolve(path, &absolute) == outcome::ANSWERS) {
-        const canned_node &node = *node_at(absolute);
-        tell_of(node.content.size(), told);
-        if (node.kind == canned_node::NULL_DEVICE)
-            told->st_mode = S_IFCHR;
-        return 0;
-    }
-    errno = ENOENT;
-    return -1;
+    *told = {};
+    told->st_mode =
+        resolve(path, &absolute) == outcome::ANSWERS && node_at(absolute)->kind == canned_node::NULL_DEVICE
+            ? S_IFCHR
+            : S_IFREG;
+    return 0;
 }
 
 DIR *canned_opendir(const char *path)
@@ -740,21 +710,17 @@ FILE *canned_popen(const char *line, const char *mode)
     std::string_view output;
     if (fails(FAIL_POPEN, EAGAIN) || (phone.fuzzed && ask_input(&output) == outcome::FAILURE))
         return nullptr;
-    auto *opened = new stream{};
-    opened->line = line;
     canned_tool::run run{std::string(output), 0};
     if (!phone.fuzzed)
         run = run_tool(line);
-    opened->output = std::move(run.output);
-    opened->status = run.status;
-    return open_stream(opened, "r");
+    return open_stream({std::string("the output of ") + line, run.output}, "r", run.status);
 }
 
 int canned_pclose(FILE *output)
 {
     auto of =
         std::find_if(streams.begin(), streams.end(), [=](stream *each) { return each->file == output; });
-    require(of != streams.end() && (*of)->line, "only the output of a tool is closed so");
+    require(of != streams.end() && (*of)->of.output, "only the output of a tool is closed so");
     const int status = (*of)->status;
     return fclose(output) == 0 ? status : -1;
 }
