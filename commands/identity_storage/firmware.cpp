@@ -4,6 +4,8 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "core/command.h"
 #include "core/files.h"
 #include "core/shell.h"
@@ -63,8 +65,7 @@ static int counted_length(const char *data)
 static size_t append(char *data, const char *bytes, size_t count, size_t limit)
 {
     const size_t length = payload_length(data);
-    const size_t room = length < limit ? limit - length : 0;
-    const size_t taken = count < room ? count : room;
+    const size_t taken = std::min(count, limit - std::min(length, limit));
     memcpy(data + length, bytes, taken);
     return taken;
 }
