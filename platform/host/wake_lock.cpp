@@ -10,17 +10,14 @@
 #include <cerrno>
 #include <cstring>
 
-namespace
-{
-
-constexpr char NODE[] = "/sys/power/wake_lock";
-constexpr size_t NODE_SIZE_MAX = 4096;
+static constexpr char NODE[] = "/sys/power/wake_lock";
+static constexpr size_t NODE_SIZE_MAX = 4096;
 
 // Rewrites the node without `name`, then with it at the end if it is to be held. A name is in it once at the
 // most.
-int update(const char *name, bool hold)
+static int update(const char *name, bool hold)
 {
-    size_t name_length = name != nullptr ? strcspn(name, " \t\n") : 0;
+    size_t name_length = name ? strcspn(name, " \t\n") : 0;
     if (name_length == 0 || name[name_length] != '\0')
         return -EINVAL;
     int fd = open(NODE, O_RDWR | O_CLOEXEC);
@@ -69,8 +66,6 @@ int update(const char *name, bool hold)
     close(fd);
     return status;
 }
-
-} // namespace
 
 extern "C" EXPORT int acquire_wake_lock(int level, const char *name)
 {

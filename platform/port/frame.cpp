@@ -5,21 +5,23 @@
 namespace port
 {
 
-namespace
-{
-
-constexpr uint16_t FCS_POLYNOMIAL = 0x8408; // x^16 + x^12 + x^5 + 1, bits reversed
-constexpr uint16_t FCS_INITIAL = 0xFFFF;
-constexpr uint16_t FCS_GOOD = 0xF0B8; // what remains after a packet and its own FCS
+static constexpr uint16_t FCS_POLYNOMIAL = 0x8408; // x^16 + x^12 + x^5 + 1, bits reversed
+static constexpr uint16_t FCS_INITIAL = 0xFFFF;
+static constexpr uint16_t FCS_GOOD = 0xF0B8; // what remains after a packet and its own FCS
 
 // of[k][byte]: what a byte does to the FCS when k more bytes follow it. So eight bytes are taken at once.
-constexpr size_t STEP = 8;
+static constexpr size_t STEP = 8;
+
+namespace
+{
 
 struct fcs_table {
     uint16_t of[STEP][256];
 };
 
-constexpr fcs_table make_fcs_table()
+} // namespace
+
+static constexpr fcs_table make_fcs_table()
 {
     fcs_table table{};
     for (unsigned byte = 0; byte < 256; byte++) {
@@ -36,9 +38,9 @@ constexpr fcs_table make_fcs_table()
     return table;
 }
 
-constexpr fcs_table TABLE = make_fcs_table();
+static constexpr fcs_table TABLE = make_fcs_table();
 
-uint16_t fcs_over(const uint8_t *bytes, size_t length)
+static uint16_t fcs_over(const uint8_t *bytes, size_t length)
 {
     unsigned fcs = FCS_INITIAL;
     for (; length >= STEP; bytes += STEP, length -= STEP)
@@ -51,15 +53,15 @@ uint16_t fcs_over(const uint8_t *bytes, size_t length)
 }
 
 // Whether one of the eight bytes of `word` is `byte`.
-bool holds(uint64_t word, uint8_t byte)
+static bool holds(uint64_t word, uint8_t byte)
 {
-    constexpr uint64_t EACH = 0x0101010101010101;
+    static constexpr uint64_t EACH = 0x0101010101010101;
     uint64_t zero_where_equal = word ^ (EACH * byte);
     return ((zero_where_equal - EACH) & ~zero_where_equal & (EACH << 7)) != 0;
 }
 
 // How many bytes from the first on are sent as they are.
-size_t plain_run(const uint8_t *bytes, size_t length)
+static size_t plain_run(const uint8_t *bytes, size_t length)
 {
     size_t run = 0;
     for (uint64_t word; run + sizeof word <= length; run += sizeof word) {
@@ -72,7 +74,7 @@ size_t plain_run(const uint8_t *bytes, size_t length)
     return run;
 }
 
-uint8_t *stuff(uint8_t *out, const uint8_t *bytes, size_t length)
+static uint8_t *stuff(uint8_t *out, const uint8_t *bytes, size_t length)
 {
     for (size_t taken = 0; taken < length; taken++) {
         size_t run = plain_run(bytes + taken, length - taken);
@@ -88,7 +90,7 @@ uint8_t *stuff(uint8_t *out, const uint8_t *bytes, size_t length)
 }
 
 // Adds to the frame; of one that is too long the rest is skipped.
-void collect(decoder *state, const uint8_t *bytes, size_t count)
+static void collect(decoder *state, const uint8_t *bytes, size_t count)
 {
     size_t room = sizeof state->packet - state->length;
     if (count > room) {
@@ -100,7 +102,7 @@ void collect(decoder *state, const uint8_t *bytes, size_t count)
 }
 
 // Judges the frame that a flag has just closed and takes its FCS off.
-event judge(decoder *state)
+static event judge(decoder *state)
 {
     if (state->oversized)
         return event::too_long;
@@ -113,8 +115,6 @@ event judge(decoder *state)
     state->length -= 2;
     return event::packet;
 }
-
-} // namespace
 
 uint16_t fcs16(const uint8_t *bytes, size_t length)
 {
