@@ -13,9 +13,12 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
+#include <map>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -82,6 +85,22 @@ TEST(Properties, PersistentOnesAreKeptForTheNextBoot)
     EXPECT_EQ(content("/data/property/persist.test"), "kept");
     EXPECT_EQ(property_set("test.other", "lost"), 0);
     EXPECT_NE(access("/data/property/test.other", F_OK), 0);
+
+    // What cannot be kept is not set either; what is kept already needs nothing.
+    ASSERT_EQ(rename("/data/property/persist.test", "/data/kept"), 0);
+    ASSERT_EQ(rmdir("/data/property"), 0);
+    write_file("/data/property", "");
+    EXPECT_LT(property_set("persist.test", "new"), 0);
+    EXPECT_EQ(get("persist.test"), "kept");
+    ASSERT_EQ(unlink("/data/property"), 0);
+    EXPECT_EQ(property_set("persist.test", "new"), 0); // after a wipe
+    EXPECT_EQ(content("/data/property/persist.test"), "new");
+    ASSERT_EQ(mkdir("/data/property/persist.folder", 0700), 0);
+    EXPECT_LT(property_set("persist.folder", "1"), 0);
+    EXPECT_EQ(get("persist.folder"), "-");
+    for (const char *folder : {"/data/property", "/dev/__properties__"})
+        for (const auto &entry : std::filesystem::directory_iterator(folder))
+            EXPECT_NE(entry.path().filename().string()[0], '.') << entry;
 }
 
 TEST(Properties, AReaderSeesTheOldValueOrTheNew)
@@ -165,7 +184,22 @@ TEST(WakeLocks, ShowInTheNodeWhileHeld)
 }
 
 constexpr char LOG[] = "/dev/log/main";
-constexpr char OLD_LOG[] = "/dev/log/main.1";
+
+// Before all else that logs: a process opens its log once.
+TEST(Log, WhereThereIsNoneLinesAreDropped)
+{
+    const auto log = [] { return __android_log_print(4, "tag", "line"); };
+    ASSERT_EQ(mkdir(LOG, 0755), 0);
+    EXPECT_LT(log(), 0);
+    ASSERT_EQ(rmdir(LOG), 0);
+    ASSERT_EQ(mkfifo(LOG, 0644), 0);
+    EXPECT_LT(log(), 0);
+    const int reader = open(LOG, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    EXPECT_LT(log(), 0);
+    close(reader);
+    ASSERT_EQ(unlink(LOG), 0);
+    EXPECT_GT(log(), 0);
+}
 
 TEST(Log, ThreadtimeLayoutLineByLine)
 {
@@ -203,41 +237,100 @@ TEST(Log, ThreadtimeLayoutLineByLine)
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + 4068);
 }
 
-// Writers of two processes fill more than one log: no line is torn, and both logs stay within their bound.
-TEST(Log, TurnsOverWhenFull)
+// What is kept, as a reader finds it: behind the hole in front, from the first whole line on.
+std::istringstream kept_log()
 {
-    unlink(OLD_LOG);
-    ASSERT_TRUE(truncate(LOG, 0) == 0 || errno == ENOENT);
-    const std::string body(1000, 'b');
-    auto fill = [&body](int lines) {
-        for (int i = 0; i < lines; i++)
-            __android_log_print(5, "fill", "%s", body.c_str());
-    };
-    fill(1);
-    pid_t child = fork();
-    if (child == 0) {
-        fill(3000);
-        _exit(0);
+    const int fd = open(LOG, O_RDONLY | O_CLOEXEC);
+    const off_t begin = lseek(fd, 0, SEEK_DATA);
+    close(fd);
+    std::ifstream file(LOG);
+    file.seekg(begin);
+    std::string piece;
+    if (begin > 0)
+        std::getline(file, piece);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return std::istringstream(text.str());
+}
+
+// Whether each writer's lines are whole and follow one upon another up to its last, and how many there are.
+int check_lines(const std::string &body, std::map<std::string, int> last)
+{
+    std::map<std::string, int> numbers;
+    int count = 0;
+    std::istringstream log = kept_log();
+    for (std::string line; std::getline(log, line) && !::testing::Test::HasFailure(); count++) {
+        std::istringstream words(line.substr(line.find(": ") + 2));
+        std::string writer, rest;
+        int number = -1;
+        words >> writer >> number >> rest;
+        EXPECT_TRUE(last.count(writer) && rest == body) << line.substr(0, 100);
+        const auto [before, first] = numbers.emplace(writer, number);
+        EXPECT_TRUE(first || number == ++before->second) << writer << ' ' << number;
     }
-    std::thread other(fill, 1500);
-    fill(1500);
+    for (const auto &[writer, number] : numbers)
+        EXPECT_EQ(number, last[writer]) << writer;
+    return count;
+}
+
+// Writers in three processes, one of which is killed, fill the log many times over.
+TEST(Log, KeepsItsLastLinesWithinItsBound)
+{
+    ASSERT_TRUE(truncate(LOG, 0) == 0 || errno == ENOENT);
+    constexpr int LINES = 12000;
+    const std::string body(900, 'b');
+    const auto fill = [&body](const char *writer, int lines) {
+        for (int i = 0; i <= lines; i++)
+            __android_log_print(5, "fill", "%s %d %s", writer, i, body.c_str());
+    };
+    const auto in_child = [&fill](const char *writer) {
+        const pid_t child = fork();
+        if (child == 0) {
+            fill(writer, LINES);
+            _exit(0);
+        }
+        return child;
+    };
+    const auto room = [] {
+        struct stat log = {};
+        stat(LOG, &log);
+        return log.st_blocks * 512;
+    };
+    constexpr off_t MAX = (4 << 20) + 5 * (64 << 10); // what four writers add between two looks, and rounding
+
+    const pid_t child = in_child("child"), victim = in_child("victim");
+    std::thread killer([victim] {
+        usleep(50000);
+        kill(victim, SIGKILL);
+        waitpid(victim, nullptr, 0);
+    });
+    std::thread other(fill, "other", LINES);
+    off_t most = 0;
+    for (int i = 0; i <= LINES; i++) {
+        __android_log_print(5, "fill", "main %d %s", i, body.c_str());
+        most = std::max<off_t>(most, i % 16 == 0 ? room() : 0);
+    }
     other.join();
+    killer.join();
     int status = 1;
     waitpid(child, &status, 0);
     EXPECT_EQ(status, 0);
-    for (const char *path : {LOG, OLD_LOG}) {
-        std::istringstream log(content(path));
-        EXPECT_GT(log.str().size(), 0u) << path;
-        EXPECT_LT(log.str().size(), size_t{6} << 20) << path; // 4 MiB, and what came while one turned it over
-        for (std::string line; std::getline(log, line) && !HasFailure();)
-            EXPECT_EQ(line.substr(line.find(": ") + 2), body) << path;
-    }
-    struct stat before, after;
-    stat(LOG, &before);
-    fill(150); // a log that the child has turned over is noticed within 64 KiB
-    stat(LOG, &after);
-    EXPECT_EQ(before.st_ino, after.st_ino);
-    EXPECT_GT(after.st_size, before.st_size); // the descriptor has moved to the new log
+    EXPECT_LE(most, MAX);
+    EXPECT_GT(room(), 3 << 20);
+    EXPECT_GT(check_lines(body, {{"main", LINES}, {"other", LINES}, {"child", LINES}}), 3 << 10);
+
+    // Emptied, it begins anew and keeps all lines from then on.
+    EXPECT_EQ(truncate(LOG, 0), 0);
+    fill("after", 1000);
+    EXPECT_EQ(check_lines(body, {{"after", 1000}}), 1001);
+    fill("again", 8000);
+    EXPECT_GT(check_lines(body, {{"after", 1000}, {"again", 8000}}), 3 << 10);
+    EXPECT_LE(room(), MAX);
+
+    EXPECT_EQ(truncate(LOG, off_t{1} << 42), 0); // somebody's prank
+    sleep(1);
+    fill("end", 10);
+    EXPECT_EQ(check_lines(body, {{"end", 10}}), 11);
 }
 
 } // namespace

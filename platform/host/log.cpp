@@ -1,13 +1,18 @@
 // liblog of a workstation: entries go to one file, in logcat's threadtime layout.
 //
 // No lock is taken and nothing is allocated, so that a signal handler may log too. The clock is UTC, as the
-// virtual phone's is. Several processes write to the file; whoever wants it empty truncates it in place.
+// virtual phone's is. Several processes append to the file; whoever wants it empty truncates it in place.
+//
+// The file stays one and the same: nobody renames it, for it may be bound into the phone by itself. When it
+// holds more than its bound, whoever notices frees its oldest part (a hole in front; the offsets, and with
+// them the file's size, go on growing). A hole can be made by several processes at once and by one that dies
+// right behind it, and it touches no line that is being appended. Readers begin behind the hole, after the
+// first line feed.
 #include "log.h"
 #include "export.h"
 
 #include <fcntl.h>
 #include <pthread.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,36 +23,46 @@
 #include <cstring>
 #include <ctime>
 
-namespace
-{
+static constexpr char LOG_PATH[] = "/dev/log/main";
+static constexpr off_t LOG_SIZE_MAX = off_t{4} << 20;  // of data: beyond it the oldest is freed...
+static constexpr off_t LOG_SIZE_KEPT = off_t{3} << 20; // ...but for this much at least
+static constexpr off_t OFFSET_MAX = off_t{1} << 40;    // what nobody logs, but anybody can make a file's size
+static constexpr off_t HOLE_UNIT = 64 << 10;           // a multiple of any page and block
+static constexpr size_t MESSAGE_MAX = 4068;            // a longer one is cut
+static constexpr size_t TAG_MAX = 128;
+static constexpr size_t TAG_COLUMN = 8;
+static constexpr size_t HEAD_MAX = TAG_MAX + 64;
+static constexpr size_t LOOK_BYTES = 64 << 10; // that a process writes between two looks at the log's size
+static constexpr char PRIORITIES[] = "??VDIWEF";
 
-constexpr char LOG_PATH[] = "/dev/log/main";
-constexpr char OLD_LOG_PATH[] = "/dev/log/main.1";
-constexpr off_t LOG_SIZE_MAX = off_t{4} << 20; // then the log is renamed to the old one, and a new one begun
-constexpr size_t MESSAGE_MAX = 4068;           // a longer one is cut
-constexpr size_t TAG_MAX = 128;
-constexpr size_t TAG_COLUMN = 8;
-constexpr size_t HEAD_MAX = TAG_MAX + 64;
-constexpr size_t LOOK_BYTES = 64 << 10; // that a process writes between two looks at the log's size
-constexpr char PRIORITIES[] = "??VDIWEF";
-
-std::atomic<int> log_fd{-1}; // opened once; a new log takes its number over
-std::atomic<size_t> unseen_bytes{0};
-std::atomic<time_t> seen_second{0};
+static std::atomic<int> log_fd{-1}; // opened once
+static std::atomic<size_t> unseen_bytes{0};
+static std::atomic<time_t> seen_second{0};
 
 // Asking for them takes two system calls an entry. A forked child asks anew.
-thread_local struct {
+static thread_local struct {
     pid_t process, thread;
 } thread_ids;
 
-__attribute__((constructor)) void watch_forks()
+__attribute__((constructor)) static void watch_forks()
 {
     pthread_atfork(nullptr, nullptr, [] { thread_ids = {}; });
 }
 
-int open_log() { return open(LOG_PATH, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644); }
+// What is no regular file (a folder, a FIFO that nobody reads) is no log: its lines are dropped, for a writer
+// must not hang.
+static int open_log()
+{
+    int fd = open(LOG_PATH, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0644);
+    struct stat opened;
+    if (fd < 0 || (fstat(fd, &opened) == 0 && S_ISREG(opened.st_mode)))
+        return fd;
+    close(fd);
+    errno = ENXIO;
+    return -1;
+}
 
-int cached_log()
+static int cached_log()
 {
     int fd = log_fd.load(std::memory_order_acquire);
     if (fd >= 0)
@@ -59,32 +74,29 @@ int cached_log()
     return fd;
 }
 
-// Begins a new log unless another process or thread has done so, and moves the cached descriptor to it. Who
-// finds the lock taken leaves it be: its next entry tries again.
-void rotate(int cached)
+// Frees the oldest part of a log that holds too much. No lock says whose task that is, since whoever holds
+// it could keep the log growing: two that do it at once make the same hole. Once there is one, it is made
+// longer, not begun anew at 0, where the lines of a log that was truncated meanwhile are.
+static void bound(int fd)
 {
-    int fd = open_log();
-    if (fd < 0)
+    const off_t end = lseek(fd, 0, SEEK_END);
+    if (end <= LOG_SIZE_MAX)
         return;
-    struct stat opened, named;
-    if (flock(fd, LOCK_EX | LOCK_NB) == 0 && fstat(fd, &opened) == 0) {
-        bool full = opened.st_size > LOG_SIZE_MAX;
-        // The name is asked again under the lock: a log that has been renamed is not renamed a second time.
-        if (full && stat(LOG_PATH, &named) == 0 && named.st_ino == opened.st_ino &&
-            rename(LOG_PATH, OLD_LOG_PATH) == 0) {
-            close(fd);
-            fd = open_log();
-            full = false;
-        }
-        if (fd >= 0 && !full)
-            dup3(fd, cached, O_CLOEXEC);
+    const off_t begin = lseek(fd, 0, SEEK_DATA);
+    const off_t hole_end = (end - LOG_SIZE_KEPT) / HOLE_UNIT * HOLE_UNIT;
+    if (end <= OFFSET_MAX && (begin < 0 || end - begin <= LOG_SIZE_MAX))
+        return;
+    // A file system without holes loses all of its log at once, and what was appended since the look above.
+    if (end > OFFSET_MAX ||
+        (fallocate(fd, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, begin, hole_end - begin) != 0 &&
+         (errno == EOPNOTSUPP || errno == ENOSYS))) {
+        const int failed = ftruncate(fd, 0);
+        (void)failed; // then nobody else may empty it either
     }
-    if (fd >= 0)
-        close(fd);
 }
 
 // Right-aligned in at least `width` characters. snprintf would take longer than all else but the write.
-char *put_number(char *out, long number, int width, char fill)
+static char *put_number(char *out, long number, int width, char fill)
 {
     char digits[24];
     int count = 0;
@@ -98,7 +110,7 @@ char *put_number(char *out, long number, int width, char fill)
     return out;
 }
 
-char *put_time(char *out, long number, int width, char behind)
+static char *put_time(char *out, long number, int width, char behind)
 {
     out = put_number(out, number, width, '0');
     *out++ = behind;
@@ -106,7 +118,7 @@ char *put_time(char *out, long number, int width, char behind)
 }
 
 // "MM-DD HH:MM:SS.mmm  PID  TID P TAG     : ". No call takes a lock (localtime does). Returns the length.
-size_t prefix(char (&head)[HEAD_MAX], const timespec &now, int priority, const char *tag)
+static size_t prefix(char (&head)[HEAD_MAX], const timespec &now, int priority, const char *tag)
 {
     long seconds = static_cast<long>(now.tv_sec % 86400);
     // Days since 0000-03-01, and from them the date in years that begin in March.
@@ -130,8 +142,8 @@ size_t prefix(char (&head)[HEAD_MAX], const timespec &now, int priority, const c
     *out++ = ' ';
     *out++ = priority >= 0 && priority < static_cast<int>(sizeof PRIORITIES) - 1 ? PRIORITIES[priority] : '?';
     *out++ = ' ';
-    size_t length = tag != nullptr ? strnlen(tag, TAG_MAX) : 0;
-    memcpy(out, tag != nullptr ? tag : "", length);
+    size_t length = tag ? strnlen(tag, TAG_MAX) : 0;
+    memcpy(out, tag ? tag : "", length);
     out += length;
     for (; length < TAG_COLUMN; length++)
         *out++ = ' ';
@@ -140,21 +152,19 @@ size_t prefix(char (&head)[HEAD_MAX], const timespec &now, int priority, const c
     return static_cast<size_t>(out - head);
 }
 
-// Turns a full log over, of which every so many bytes and every second are enough to know: the second keeps
-// a process that logs little from going on in the old log.
-void look_at_size(int fd, time_t second, size_t writing)
+// Of the log's size every so many bytes and every second are enough to know: the second is for the many
+// processes that log little.
+static void look_at_size(int fd, time_t second, size_t writing)
 {
     if (unseen_bytes.fetch_add(writing, std::memory_order_relaxed) < LOOK_BYTES &&
         seen_second.load(std::memory_order_relaxed) == second)
         return;
     unseen_bytes.store(0, std::memory_order_relaxed);
     seen_second.store(second, std::memory_order_relaxed);
-    // Also true of the old log that another process has renamed: its size tells without a look at the name.
-    if (lseek(fd, 0, SEEK_END) > LOG_SIZE_MAX)
-        rotate(fd);
+    bound(fd);
 }
 
-bool write_all(int fd, const char *bytes, size_t length)
+static bool write_all(int fd, const char *bytes, size_t length)
 {
     ssize_t written;
     do
@@ -162,8 +172,6 @@ bool write_all(int fd, const char *bytes, size_t length)
     while (written < 0 && errno == EINTR);
     return written == static_cast<ssize_t>(length);
 }
-
-} // namespace
 
 // NOLINTNEXTLINE(bugprone-reserved-identifier): the name is the phone's
 extern "C" EXPORT int __android_log_print(int priority, const char *tag, const char *format, ...)
