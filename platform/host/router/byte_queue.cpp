@@ -1,0 +1,40 @@
+#include "byte_queue.h"
+
+#include <cstring>
+#include <new>
+
+namespace router
+{
+
+bool byte_queue::append(const uint8_t *bytes, size_t length)
+{
+    if (end_ + length > room_) {
+        const size_t used = size();
+        if (used + length > room_) {
+            const size_t room = 2 * (used + length);
+            std::unique_ptr<uint8_t[]> grown(new (std::nothrow) uint8_t[room]);
+            if (!grown)
+                return false;
+            if (used > 0)
+                memcpy(grown.get(), data(), used);
+            bytes_ = std::move(grown);
+            room_ = room;
+        } else {
+            memmove(bytes_.get(), data(), used);
+        }
+        begin_ = 0;
+        end_ = used;
+    }
+    memcpy(bytes_.get() + end_, bytes, length);
+    end_ += length;
+    return true;
+}
+
+void byte_queue::drop(size_t length)
+{
+    begin_ += length;
+    if (empty())
+        *this = {};
+}
+
+} // namespace router

@@ -1,0 +1,87 @@
+#include "dispatch.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+
+namespace router
+{
+
+static constexpr size_t TABLES_MAX = 32;
+static constexpr uint8_t UNSET = 0xA5; // what a new response holds
+
+// Neither has a destructor that would run under a thread which a hanging handler has left behind.
+static std::mutex tables_lock;
+static diagpkt_table tables[TABLES_MAX];
+static size_t table_count;
+
+bool add_table(const diagpkt_table &table)
+{
+    const std::lock_guard<std::mutex> guard(tables_lock);
+    if (table_count == TABLES_MAX)
+        return false;
+    tables[table_count++] = table;
+    return true;
+}
+
+void forget_tables()
+{
+    const std::lock_guard<std::mutex> guard(tables_lock);
+    table_count = 0;
+}
+
+bool has_table()
+{
+    const std::lock_guard<std::mutex> guard(tables_lock);
+    return table_count > 0;
+}
+
+diagpkt_handler find_handler(unsigned subsystem, unsigned code)
+{
+    const std::lock_guard<std::mutex> guard(tables_lock);
+    for (size_t i = 0; i < table_count; i++) {
+        const diagpkt_table &table = tables[i];
+        if (table.subsystem != subsystem)
+            continue;
+        for (size_t k = 0; k < table.count; k++)
+            if (table.entries[k].low <= code && code <= table.entries[k].high)
+                return table.entries[k].handler;
+    }
+    return nullptr;
+}
+
+void *allocate_response(size_t length)
+{
+    if (length > port::PACKET_MAX)
+        return nullptr;
+    auto *head = static_cast<response *>(malloc(sizeof(response) + length));
+    if (!head)
+        return nullptr;
+    head->length = length;
+    // Not zeroed on the phone, and here never zero by chance: who forgets to fill it shall see it.
+    memset(head + 1, UNSET, length);
+    return head + 1;
+}
+
+owned_response request_buffer::serve(diagpkt_handler handler, const uint8_t *packet, size_t length)
+{
+    memcpy(bytes_, packet, length);
+    void *bytes = handler(bytes_, static_cast<uint16_t>(length));
+    return owned_response(bytes ? static_cast<response *>(bytes) - 1 : nullptr);
+}
+
+void request_buffer::clear()
+{
+    memset(bytes_, 0, sizeof bytes_); // all of it: the handler may have written anywhere
+}
+
+size_t refuse(const uint8_t *packet, size_t length, uint8_t (&refusal)[REFUSAL_MAX])
+{
+    const size_t echoed = std::min(length, port::ERROR_ECHO_MAX);
+    refusal[0] = port::ERROR_PACKET;
+    memcpy(refusal + 1, packet, echoed);
+    return 1 + echoed;
+}
+
+} // namespace router

@@ -1,0 +1,96 @@
+#include "listener.h"
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace router
+{
+
+static constexpr char PORT_VARIABLE[] = "DIAG_PORT"; // environment: the socket's path
+static constexpr char DEFAULT_PORT[] = "/dev/socket/diag/port";
+
+static descriptor make_socket()
+{
+    return descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+}
+
+bool listener::fail(const char *what) const
+{
+    fprintf(stderr, "libdiag: %s %s: %s\n", what, path_, strerror(errno));
+    return false;
+}
+
+bool listener::choose_path()
+{
+    const char *path = getenv(PORT_VARIABLE);
+    if (!path || *path == '\0')
+        path = DEFAULT_PORT;
+    if (strlen(path) >= sizeof path_) {
+        fprintf(stderr, "libdiag: the path of the port is longer than %zu bytes: %s\n", sizeof path_ - 1,
+                path);
+        return false;
+    }
+    snprintf(path_, sizeof path_, "%s", path);
+    return true;
+}
+
+// A socket that nobody listens at may be replaced; anything else may not.
+bool listener::path_is_free() const
+{
+    struct stat there;
+    if (lstat(path_, &there) != 0)
+        return errno == ENOENT || fail("cannot look at");
+    if (!S_ISSOCK(there.st_mode)) {
+        errno = ENOTSOCK;
+        return fail("will not replace");
+    }
+    const descriptor probe = make_socket();
+    if (!probe)
+        return fail("cannot make a socket for");
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    snprintf(address.sun_path, sizeof address.sun_path, "%s", path_);
+    const bool answered =
+        connect(probe.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) == 0 || errno == EAGAIN;
+    errno = EADDRINUSE;
+    return !answered || fail("cannot listen at");
+}
+
+// The socket gets its name when it listens, so that whoever sees it can connect.
+bool listener::listen_at_path()
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const int length = snprintf(address.sun_path, sizeof address.sun_path, "%s.%d", path_, getpid());
+    if (length >= static_cast<int>(sizeof address.sun_path)) {
+        errno = ENAMETOOLONG;
+        return fail("cannot listen at");
+    }
+    descriptor fresh = make_socket();
+    unlink(address.sun_path); // of a process of the same id, long gone
+    if (!fresh || bind(fresh.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
+        return fail("cannot make a socket for");
+    if (listen(fresh.get(), SOMAXCONN) != 0 || rename(address.sun_path, path_) != 0) {
+        fail("cannot listen at");
+        unlink(address.sun_path);
+        return false;
+    }
+    socket_ = std::move(fresh);
+    return true;
+}
+
+bool listener::open() { return choose_path() && path_is_free() && listen_at_path(); }
+
+descriptor listener::accept() const
+{
+    return descriptor(accept4(socket(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+}
+
+void listener::give_up_name() const { unlink(path_); }
+
+} // namespace router

@@ -1,0 +1,77 @@
+#include "station.h"
+
+#include <sys/epoll.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <utility>
+
+namespace router
+{
+
+static constexpr size_t OUTPUT_MAX = size_t{1} << 20; // and the answer that goes beyond it
+
+station::station(descriptor socket) : socket_(std::move(socket))
+{
+    decoder_.length = 0;
+    decoder_.escaped = decoder_.closed = decoder_.oversized = false;
+}
+
+station::input station::receive()
+{
+    const ssize_t received = recv(socket(), input_, sizeof input_, 0);
+    if (received < 0)
+        return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR ? input::nothing : input::broken;
+    if (received == 0) { // it may have shut down its own direction alone
+        ended_ = true;
+        return pending() > 0 ? input::ended : input::broken;
+    }
+    input_begin_ = 0;
+    input_end_ = static_cast<size_t>(received);
+    return input::some;
+}
+
+port::event station::next_frame()
+{
+    const uint8_t *next = input_ + input_begin_;
+    size_t left = input_end_ - input_begin_;
+    const port::event event = port::decode(&decoder_, &next, &left);
+    input_begin_ = input_end_ - left;
+    return event;
+}
+
+ssize_t station::send_some(const uint8_t *bytes, size_t length) const
+{
+    ssize_t sent;
+    do
+        sent = ::send(socket(), bytes, length, MSG_NOSIGNAL);
+    while (sent < 0 && errno == EINTR);
+    return sent >= 0 ? sent : errno == EAGAIN || errno == EWOULDBLOCK ? 0 : -1;
+}
+
+bool station::send(const uint8_t *bytes, size_t length)
+{
+    const ssize_t sent = output_.empty() ? send_some(bytes, length) : 0;
+    if (sent < 0)
+        return false;
+    const auto taken = static_cast<size_t>(sent);
+    // Half an answer would spoil the next one: without memory for the rest the station is lost.
+    return taken == length || output_.append(bytes + taken, length - taken);
+}
+
+bool station::flush()
+{
+    const ssize_t sent = send_some(output_.data(), output_.size());
+    if (sent > 0)
+        output_.drop(static_cast<size_t>(sent));
+    return sent >= 0;
+}
+
+bool station::full() const { return pending() >= OUTPUT_MAX; }
+
+uint32_t station::wanted_events() const
+{
+    return (ended_ || full() ? 0u : uint32_t{EPOLLIN}) | (pending() > 0 ? uint32_t{EPOLLOUT} : 0u);
+}
+
+} // namespace router
