@@ -23,10 +23,22 @@ using std::chrono::steady_clock;
 
 constexpr uint8_t SUBSYSTEM = 250;
 constexpr size_t REQUEST_ROOM = 65535 + 1024;
-enum code : uint16_t { ECHO = 0x0100, SILENT, SLOW, LARGEST, DIRTY, LAST = 0x01FF };
+enum code : uint16_t { ECHO = 0x0100, SILENT, SLOW, LARGEST, DIRTY, HANGING, OPENING, LAST = 0x01FF };
 
 std::atomic<int> in_handler{0};
+std::atomic<bool> released{false};
 std::atomic<bool> overlapped{false};
+
+bytes packet_of(unsigned code, const bytes &body = {}, uint8_t subsystem = SUBSYSTEM, uint8_t command = 0x4B)
+{
+    bytes packet(4 + body.size());
+    packet[0] = command;
+    packet[1] = subsystem;
+    packet[2] = static_cast<uint8_t>(code & 0xFF);
+    packet[3] = static_cast<uint8_t>(code >> 8);
+    std::copy(body.begin(), body.end(), packet.begin() + 4);
+    return packet;
+}
 
 void *respond(const void *packet, unsigned length)
 {
@@ -53,6 +65,28 @@ void *slow(void *request, uint16_t length)
     return respond(request, length);
 }
 
+void *hanging(void *request, uint16_t length)
+{
+    in_handler = 1;
+    while (!released)
+        std::this_thread::sleep_for(milliseconds(1));
+    in_handler = 0;
+    return respond(request, length);
+}
+
+// Tells in its fifth byte whether there are the descriptors that a handler may need.
+void *opening(void *request, uint16_t)
+{
+    std::vector<int> opened(16);
+    std::generate(opened.begin(), opened.end(), [] { return open("/dev/null", O_RDONLY | O_CLOEXEC); });
+    bytes answer = packet_of(OPENING, {1});
+    memcpy(answer.data(), request, 4);
+    for (int fd : opened)
+        if (close(fd) != 0)
+            answer[4] = 0;
+    return respond(answer.data(), static_cast<unsigned>(answer.size()));
+}
+
 void *largest(void *request, uint16_t)
 {
     void *response = diagpkt_subsys_alloc(SUBSYSTEM, 0, 65535);
@@ -75,20 +109,10 @@ void *dirty(void *request, uint16_t length)
 
 const diagpkt_entry ENTRIES[] = {
     {ECHO, ECHO, echo},          {SILENT, SILENT, silent}, {SLOW, SLOW, slow},
-    {LARGEST, LARGEST, largest}, {DIRTY, DIRTY, dirty},    {0x0180, LAST, echo},
+    {LARGEST, LARGEST, largest}, {DIRTY, DIRTY, dirty},    {HANGING, HANGING, hanging},
+    {OPENING, OPENING, opening}, {0x0180, LAST, echo},
 };
 const diagpkt_table TABLE = {0, 0xFF, SUBSYSTEM, std::size(ENTRIES), 0, ENTRIES};
-
-bytes packet_of(unsigned code, const bytes &body = {}, uint8_t subsystem = SUBSYSTEM, uint8_t command = 0x4B)
-{
-    bytes packet(4 + body.size());
-    packet[0] = command;
-    packet[1] = subsystem;
-    packet[2] = static_cast<uint8_t>(code & 0xFF);
-    packet[3] = static_cast<uint8_t>(code >> 8);
-    std::copy(body.begin(), body.end(), packet.begin() + 4);
-    return packet;
-}
 
 class Station
 {
@@ -335,6 +359,27 @@ TEST_F(Router, EndsAfterTheRunningHandlerAndBeginsAnew)
     EXPECT_LE(open_descriptors(), descriptors);
 }
 
+TEST_F(Router, EndsWithoutAHandlerThatHangs)
+{
+    released = false;
+    Station station(path_);
+    station.send(frame_of(packet_of(HANGING, {1})));
+    while (in_handler == 0)
+        std::this_thread::yield();
+    EXPECT_FALSE(Diag_LSM_DeInit());
+    EXPECT_EQ(in_handler, 1);
+    EXPECT_NE(access(path_.c_str(), F_OK), 0);
+    EXPECT_FALSE(Diag_LSM_Init(nullptr)); // handlers run one at a time
+    diagpkt_tbl_reg(&TABLE);
+
+    released = true; // what it touches is still there
+    EXPECT_EQ(station.receive(), packet_of(HANGING, {1}));
+    EXPECT_EQ(station.receive(), std::nullopt);
+    for (int i = 0; i < 100 && !Diag_LSM_Init(nullptr); i++)
+        std::this_thread::sleep_for(milliseconds(10));
+    EXPECT_EQ(Station(path_).ask(packet_of(ECHO)), packet_of(ECHO));
+}
+
 TEST_F(Router, ReplacesAStaleSocketAndNothingElse)
 {
     Diag_LSM_DeInit();
@@ -354,24 +399,56 @@ TEST_F(Router, ReplacesAStaleSocketAndNothingElse)
     }
 }
 
-TEST_F(Router, WithoutDescriptorsANewStationWaits)
+TEST_F(Router, StationsLeaveDescriptorsToTheHandlers)
 {
     Station old(path_);
     ASSERT_TRUE(old.ask(packet_of(ECHO)));
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int fd = dup(0);
     close(fd);
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
-    const rlim_t all = limit.rlim_cur;
-    limit.rlim_cur = static_cast<rlim_t>(fd) + 1; // the late station's own
-    setrlimit(RLIMIT_NOFILE, &limit);
-    Station late(path_);
-    late.send(frame_of(packet_of(ECHO)));
-    EXPECT_EQ(late.receive(30), std::nullopt);
-    EXPECT_TRUE(old.ask(packet_of(ECHO)));
-    limit.rlim_cur = all;
-    setrlimit(RLIMIT_NOFILE, &limit);
-    EXPECT_EQ(late.receive(), packet_of(ECHO));
+    const auto restrict_to = [&limit](rlim_t descriptors) {
+        const rlimit fewer = {descriptors, limit.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &fewer), 0);
+    };
+
+    // Nothing is left but the station's own: it waits.
+    restrict_to(static_cast<rlim_t>(fd) + 1);
+    {
+        Station late(path_);
+        late.send(frame_of(packet_of(ECHO)));
+        EXPECT_EQ(late.receive(30), std::nullopt);
+        EXPECT_TRUE(old.ask(packet_of(ECHO)));
+        restrict_to(limit.rlim_cur);
+        EXPECT_EQ(late.receive(), packet_of(ECHO));
+    }
+
+    // Both ends of a station are in this process.
+    restrict_to(200);
+    std::vector<std::unique_ptr<Station>> idle;
+    do {
+        idle.push_back(std::make_unique<Station>(path_));
+        idle.back()->push(frame_of(packet_of(ECHO)));
+    } while (idle.back()->receive() && idle.size() < 100);
+    EXPECT_GT(idle.size(), 50u);
+    EXPECT_LT(idle.size(), 70u);
+    EXPECT_EQ(old.ask(packet_of(OPENING)), packet_of(OPENING, {1}));
+    EXPECT_EQ(idle.front()->ask(packet_of(ECHO)), packet_of(ECHO));
+
+    // All have been silent but one: a new station takes the place of another.
+    for (int i = 0; i < 12; i++) {
+        std::this_thread::sleep_for(milliseconds(100));
+        ASSERT_TRUE(old.ask(packet_of(ECHO)));
+    }
+    for (int i = 0; i < 20; i++) {
+        Station late(path_);
+        EXPECT_EQ(late.ask(packet_of(OPENING)), packet_of(OPENING, {1}));
+        EXPECT_TRUE(old.ask(packet_of(ECHO)));
+        idle.push_back(std::make_unique<Station>(path_));
+        EXPECT_TRUE(idle.back()->ask(packet_of(ECHO)));
+        idle.erase(idle.begin());
+    }
+    restrict_to(limit.rlim_cur);
 }
 
 } // namespace

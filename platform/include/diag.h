@@ -33,7 +33,8 @@ struct diagpkt_table {
 // Connects to the router; `unused` may be NULL. False: the router cannot be reached.
 bool Diag_LSM_Init(uint8_t *unused);
 
-// Disconnects. No handler runs once this has returned.
+// Disconnects, after a running handler has returned. False: there was no connection, or the handler has not
+// returned within a few seconds; it may then still run, and nothing that it touches may go away.
 bool Diag_LSM_DeInit(void);
 
 // Registers one table. Handlers are called one at a time, on the router's own thread.

@@ -26,10 +26,6 @@ static constexpr int EVENTS_MAX = 64;       // taken from epoll at once
 // to be missing.
 static constexpr rlim_t HANDLERS_SHARE = 64;
 
-// A station that has been silent for so long may have to make room for a new one. Not at once: the new ones
-// would drive each other out before their first request has come.
-static constexpr int64_t SILENT_MS = 1000;
-
 bool server::watch(int fd, uint32_t events, void *tag, int operation) const
 {
     epoll_event event{};
@@ -101,9 +97,8 @@ static bool in_handlers_share(int fd)
     return static_cast<rlim_t>(fd) >= limit.rlim_cur - share;
 }
 
-// Accepts the next station. Where stations have all the descriptors that they may, it takes the place of the
-// one that has been silent for longest, so that nobody is kept out by connections that do nothing; when none
-// has been silent for long, it is closed again.
+// Accepts the next station. Where stations have all the descriptors that they may, it takes the place of one
+// that does nothing, so that such cannot keep everybody out; where there is none, it is closed again.
 void server::admit()
 {
     newcomer_ = false;
@@ -118,13 +113,13 @@ void server::admit()
     }
     if (in_handlers_share(socket.get())) {
         clock_runs_ = true; // for the report
-        station *silent = stations_.longest_silent(now_ms() - SILENT_MS);
-        if (!silent) {
+        station *other = stations_.dispensable();
+        if (!other) {
             counted_.refused++;
             return;
         }
         counted_.parted++;
-        let_go(silent);
+        let_go(other);
         socket = descriptor(fcntl(socket.get(), F_DUPFD_CLOEXEC, 0)); // to the number that is free now
         if (!socket)
             return;
@@ -175,6 +170,7 @@ bool server::serve(station *s)
 {
     const uint8_t *packet = s->packet();
     const size_t length = s->packet_length();
+    s->asked = true;
     const unsigned code = packet[2] | unsigned{packet[3]} << 8;
     const diagpkt_handler handler = find_handler(packet[1], code);
     if (!handler) {
@@ -248,7 +244,7 @@ void server::report()
                             counted_.bad_fcs, counted_.too_short, counted_.too_long);
     if (counted_.refused != reported_.refused || counted_.parted != reported_.parted)
         __android_log_print(ANDROID_LOG_WARN, TAG,
-                            "no descriptors for more stations: %lu refused so far, %lu silent ones closed\n",
+                            "no descriptors for more stations: %lu refused so far, %lu idle ones closed\n",
                             counted_.refused, counted_.parted);
     reported_ = counted_;
 }

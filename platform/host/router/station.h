@@ -65,6 +65,7 @@ class station
 
     // For who keeps it.
     station_list::iterator place;
+    bool asked = false;      // has sent a packet
     bool queued = false;     // waits for its turn
     uint32_t watched = 0;    // events that epoll reports
     int64_t progress_ms = 0; // when its socket gave or took something last, or it had to begin to read

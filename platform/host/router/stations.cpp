@@ -11,6 +11,11 @@
 namespace router
 {
 
+// How long one must have been silent to be dispensable: who asks now and then keeps its place, and who has
+// just come has the time for its first request.
+static constexpr int64_t SILENT_MS = 1000;
+static constexpr int64_t NEWCOMER_MS = 100; // when it has not asked anything yet
+
 // A station itself is large and asked for from outside: without memory it is refused. What list and queue
 // need for it is a few dozen bytes, and a process that has not got these may end.
 station *stations::add(descriptor socket)
@@ -55,17 +60,30 @@ station *stations::take_turn()
     return s;
 }
 
-station *stations::longest_silent(int64_t since_ms) const
+// Nothing is under way for it. After a long request many sockets hold what nobody has had the time to take.
+static bool is_idle(const station &s)
 {
+    pollfd unread = {s.socket(), POLLIN, 0};
+    return !s.queued && !s.has_input() && s.pending() == 0 && poll(&unread, 1, 0) == 0;
+}
+
+station *stations::dispensable() const
+{
+    const int64_t now = now_ms();
+    station *other = nullptr;
     for (const auto &s : all_) {
-        if (s->progress_ms > since_ms)
-            return nullptr;
-        // After a long request the sockets of many hold what nobody has had the time to look at.
-        pollfd unread = {s->socket(), POLLIN, 0};
-        if (!s->queued && !s->has_input() && s->pending() == 0 && poll(&unread, 1, 0) == 0)
-            return s.get();
+        const int64_t silent_ms = now - s->progress_ms;
+        if (silent_ms < NEWCOMER_MS)
+            break;
+        if (s->asked && (other || silent_ms < SILENT_MS))
+            continue;
+        if (!is_idle(*s))
+            continue;
+        other = s.get();
+        if (!s->asked)
+            break;
     }
-    return nullptr;
+    return other;
 }
 
 } // namespace router

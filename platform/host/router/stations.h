@@ -25,9 +25,9 @@ class stations
     [[nodiscard]] station *take_turn(); // null when nobody waits
     [[nodiscard]] bool turn_waits() const { return !turns_.empty(); }
 
-    // The one that has been silent for longest, with nothing under way and since `since_ms` at least, or
-    // null.
-    [[nodiscard]] station *longest_silent(int64_t since_ms) const;
+    // Whom to close for a new one: of those that have never asked anything the one that has been silent for
+    // longest, and else of all. Null: they are all in the middle of something, or were a short while ago.
+    [[nodiscard]] station *dispensable() const;
 
     // Calls visit(station *) for each. The visitor may remove the one that it is called for.
     template <typename Visitor> void for_each(Visitor visit)
