@@ -246,21 +246,6 @@ TEST_F(Router, TheLargestPacketsPassAndLargerFramesAreDropped)
     EXPECT_EQ(diagpkt_subsys_alloc(SUBSYSTEM, ECHO, 65536), nullptr);
 }
 
-TEST_F(Router, InterleavedFramesOfTwoStationsStayApart)
-{
-    Station first(path_), second(path_);
-    const bytes packets[] = {packet_of(ECHO, bytes(40, 0x7D)), packet_of(LAST, bytes(50, 2))};
-    const bytes frames[] = {frame_of(packets[0]), frame_of(packets[1])};
-    for (size_t i = 0; i < std::max(frames[0].size(), frames[1].size()); i++) {
-        if (i < frames[0].size())
-            first.send({frames[0][i]});
-        if (i < frames[1].size())
-            second.send({frames[1][i]});
-    }
-    EXPECT_EQ(second.receive(), packets[1]);
-    EXPECT_EQ(first.receive(), packets[0]);
-}
-
 TEST_F(Router, GarbageAndHalfFramesHarmNobody)
 {
     Station patient(path_);

@@ -7,11 +7,12 @@ extern "C" {
 
 #define PROPERTY_VALUE_MAX 92 // bytes, the terminating zero included
 
-// Copies the property `key`, or `default_value` when it is not set (NULL: the empty text), zero-terminated into
-// `value`, which holds at least PROPERTY_VALUE_MAX bytes. Returns the length of the value.
+// Copies the property `key`, or `default_value` when it is not set (NULL: the empty text), zero-terminated
+// into `value`, which holds at least PROPERTY_VALUE_MAX bytes. Returns the length of the value.
 int property_get(const char *key, char *value, const char *default_value);
 
-// Sets a property. Returns 0, or a negative value when the name or the value is refused.
+// Sets a property. Returns 0, or a negative value when the name or the value is refused, or when that of a
+// "persist." property cannot be kept: it has its old value then.
 int property_set(const char *key, const char *value);
 
 #define ANDROID_RB_RESTART  0xDEAD0001u
