@@ -133,7 +133,7 @@ int soak(long count, const std::string &pid, const char *port, const char *file)
     std::map<std::string, long> surprises; // by line
     const bool flat = watch(pid, count, static_cast<long>(requests.size()), [&](long i) {
         const Asked &asked = requests[static_cast<size_t>(i) % requests.size()];
-        if (station::judge(asked.request, client.ask(asked.request.packet, false)).verdict != asked.verdict)
+        if (station::judge(asked.request, client.ask(asked.request)).verdict != asked.verdict)
             surprises[asked.line]++;
     });
     for (const auto &[line, times] : surprises)

@@ -2,7 +2,7 @@
 #include "station/client/client.h"
 #include "station/client/encode.h"
 #include "station/client/errors.h"
-#include "station/program/output.h"
+#include "station/plan/run.h"
 
 #include <arpa/inet.h>
 #include <atomic>
@@ -79,8 +79,10 @@ class FakePort
                  (event = port::decode(decoder.get(), &input, &left)) != port::event::more;) {
                 if (event != port::event::packet)
                     continue;
-                const Reply reply =
-                    behaviour({decoder->packet, decoder->packet + decoder->length}, requests++);
+                const Bytes packet(decoder->packet, decoder->packet + decoder->length);
+                const bool is_check = packet[2] == 0x3C && packet[3] == 0x01; // not counted
+                const Reply reply = is_check ? Reply{frame_of({packet.begin(), packet.begin() + 5})}
+                                             : behaviour(packet, requests++);
                 if (write(fd, reply.wire.data(), reply.wire.size()) !=
                     static_cast<ssize_t>(reply.wire.size()))
                     return; // the station has gone
@@ -150,7 +152,7 @@ TEST(Port, EveryTransport)
         const std::string directory = deep.path + "/" + std::string(120, 'd');
         std::filesystem::create_directory(directory);
         FakePort port(listen_unix(directory + "/port"), echo);
-        EXPECT_EQ(text_of_answer(Client({directory + "/port", SOON, 0}).ask(request(), true)), "~}a");
+        EXPECT_EQ(text_of_answer(Client({directory + "/port", SOON, 0}).ask({request(), true})), "~}a");
     }
     {
         const int listener = socket(AF_INET, SOCK_STREAM, 0);
@@ -163,7 +165,7 @@ TEST(Port, EveryTransport)
         getsockname(listener, reinterpret_cast<sockaddr *>(&address), &size);
         FakePort port(listener, echo);
         Client client({"tcp:127.0.0.1:" + std::to_string(ntohs(address.sin_port)), SOON, 0});
-        EXPECT_EQ(text_of_answer(client.ask(request(), true)), "~}a");
+        EXPECT_EQ(text_of_answer(client.ask({request(), true})), "~}a");
     }
     {
         const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
@@ -175,8 +177,8 @@ TEST(Port, EveryTransport)
         std::thread thread([&] { FakePort::serve(terminal, stop[0], requests, echo); });
         {
             Client client({ptsname(terminal), SOON, 0});
-            EXPECT_EQ(text_of_answer(client.ask(request(), true)), "~}a");
-            EXPECT_EQ(text_of_answer(client.ask(request(0x0A0D), true)),
+            EXPECT_EQ(text_of_answer(client.ask({request(), true})), "~}a");
+            EXPECT_EQ(text_of_answer(client.ask({request(0x0A0D), true})),
                       "~}a"); // bytes a cooked line would change
         }
         close(stop[1]);
@@ -195,7 +197,7 @@ TEST(Port, SkipsWhatIsNotTheAnswer)
         return Reply{garbage + broken + frame_of(response_to(empty_request(0x0100), "late")) +
                      frame_of(response_to(packet, "right"))};
     });
-    const Exchange exchange = fixture.client().ask(request(), true);
+    const Exchange exchange = fixture.client().ask({request(), true});
     EXPECT_EQ(text_of_answer(exchange), "right");
     EXPECT_GE(exchange.skipped, 3);
 }
@@ -212,8 +214,8 @@ TEST(Port, AnAnswerThatComesAfterItsTimeIsNotTheNextOnes)
         return Reply{frame_of(response_to(first, "first")) + frame_of(response_to(packet, "second"))};
     });
     Client client = fixture.client();
-    EXPECT_EQ(client.ask(request(0x0100), false).outcome, Outcome::silence);
-    EXPECT_EQ(text_of_answer(client.ask(request(0x0101), false)), "second");
+    EXPECT_EQ(client.ask({request(0x0100), false}).outcome, Outcome::silence);
+    EXPECT_EQ(text_of_answer(client.ask({request(0x0101), false})), "second");
 }
 
 TEST(Port, HalfAFrameEndsWithTheTimeout)
@@ -224,10 +226,30 @@ TEST(Port, HalfAFrameEndsWithTheTimeout)
         return Reply{half};
     });
     const auto begin = Clock::now();
-    const Exchange exchange = fixture.client().ask(request(), true);
+    const Exchange exchange = fixture.client().ask({request(), true});
     EXPECT_EQ(exchange.outcome, Outcome::silence);
     EXPECT_LT(Clock::now() - begin, std::chrono::seconds(5));
     EXPECT_EQ(exchange.problem, "no answer within 0.3 s");
+}
+
+TEST(Port, AnAnswerOfAnotherShapeIsNoAnswer)
+{
+    // of another size, with a length beyond its data, with another selector
+    for (const int kind : {0, 1, 2}) {
+        Fixture fixture([kind](const Bytes &packet, int) {
+            Bytes response = response_to(packet, "text");
+            if (kind == 0)
+                response.resize(64);
+            response[kind == 1 ? 6 : 4] += kind == 0 ? 0 : 1;
+            return Reply{frame_of(response)};
+        });
+        Question question{request(), true};
+        question.response_size = 263;
+        const Exchange exchange = fixture.client().ask(question);
+        EXPECT_EQ(exchange.outcome, Outcome::silence);
+        EXPECT_EQ(exchange.problem.find("broken answer") == 0, kind != 2) << exchange.problem;
+        EXPECT_FALSE(exchange.port_died);
+    }
 }
 
 TEST(Port, RefusalIsTheRoutersErrorPacket)
@@ -235,7 +257,7 @@ TEST(Port, RefusalIsTheRoutersErrorPacket)
     Fixture fixture([](const Bytes &packet, int) {
         return Reply{frame_of(Bytes{port::ERROR_PACKET} + Bytes(packet.begin(), packet.begin() + 8))};
     });
-    EXPECT_EQ(fixture.client(3).ask(request(0x7777), true).outcome, Outcome::refused);
+    EXPECT_EQ(fixture.client(3).ask({request(0x7777), true}).outcome, Outcome::refused);
     EXPECT_EQ(fixture.port.requests, 1);
 }
 
@@ -247,13 +269,13 @@ TEST(Port, RepeatsWhatIsSafeToRepeatAndNothingElse)
         return Reply{{}, count % 3 == 0}; // hangs up, is silent
     };
     Fixture safe(answers_the_third);
-    const Exchange exchange = safe.client(2).ask(request(), true);
+    const Exchange exchange = safe.client(2).ask({request(), true});
     EXPECT_EQ(exchange.outcome, Outcome::answer);
     EXPECT_EQ(exchange.attempts, 3);
     EXPECT_EQ(safe.port.connections, 3);
 
     Fixture once(answers_the_third);
-    EXPECT_EQ(once.client(2).ask(request(), false).outcome, Outcome::silence);
+    EXPECT_EQ(once.client(2).ask({request(), false}).outcome, Outcome::silence);
     EXPECT_EQ(once.port.requests, 1);
 }
 
@@ -267,7 +289,7 @@ TEST(Port, ARequestNotYetSentIsRetriedWhateverItIs)
         port = std::make_unique<FakePort>(listen_unix(path),
                                           [](const Bytes &packet, int) { return answer(packet, "OK"); });
     });
-    EXPECT_EQ(Client({path, 5, 1}).ask(request(), false).outcome, Outcome::answer);
+    EXPECT_EQ(Client({path, 5, 1}).ask({request(), false}).outcome, Outcome::answer);
     late.join();
 }
 
@@ -280,7 +302,7 @@ TEST(Port, AServiceThatCameBackIsFoundAgain)
     });
     Client client = fixture.client();
     for (int i = 0; i < 3; i++) {
-        EXPECT_EQ(client.ask(request(), false).outcome, Outcome::answer);
+        EXPECT_EQ(client.ask({request(), false}).outcome, Outcome::answer);
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     EXPECT_EQ(fixture.port.connections, 3);
@@ -300,121 +322,13 @@ TEST(Port, AFloodOfGarbageDoesNotHoldTheStation)
         close(fd);
     });
     const auto begin = Clock::now();
-    EXPECT_EQ(Client({path, SOON, 0}).ask(request(), true).outcome, Outcome::silence);
+    EXPECT_EQ(Client({path, SOON, 0}).ask({request(), true}).outcome, Outcome::silence);
     EXPECT_LT(Clock::now() - begin, std::chrono::seconds(5));
     flood.join();
     close(listener);
 }
 
-// The program itself, for its exit status and output.
-struct Finished {
-    int status;
-    std::string output;
-};
-
-Finished station_run(const std::string &arguments)
-{
-    FILE *stream = popen((std::string(STATION_PROGRAM) + " " + arguments + " 2>&1").c_str(), "r");
-    Finished run{};
-    char buffer[512];
-    while (fgets(buffer, sizeof buffer, stream))
-        run.output += buffer;
-    run.status = WEXITSTATUS(pclose(stream));
-    return run;
-}
-
-Reply phone(const Bytes &packet, int)
-{
-    const unsigned code = packet[2] + 256U * packet[3];
-    switch (code) {
-    case 0x013C:
-        return {frame_of({packet.begin(), packet.begin() + 5})};
-    case 0xE602:
-        return answer(packet, packet[DATA_OFFSET] == 'r' ? "a value" : "ERROR");
-    case 0x0B00:
-        return answer(packet, "\x01\x01");
-    case 0xE604:
-        return {};
-    default:
-        return {frame_of(Bytes{port::ERROR_PACKET} + packet)};
-    }
-}
-
-TEST(Program, ExitStatuses)
-{
-    Fixture fixture(phone);
-    const std::string port = "--port " + fixture.path + " --timeout 0.3 ";
-    const struct {
-        std::string arguments;
-        int status;
-        const char *output;
-    } cases[] = {
-        {port + "get-prop ro.a", 0, "0xE602 get-prop: a value  ("},
-        {port + "get-prop a", 1, "ERROR - the property is not set"},
-        {port + "shell true", 2, "no answer within 0.3 s"},
-        {port + "send 0x7777", 3, "refused by the router"},
-        {port + "no-such-name", 64, "is no command"},
-        {port, 64, "no command"},
-        {"--port /no/such/port port-check", 2, "No such file"},
-        {"--port /dev/null/x port-check", 2, "Not a directory"},
-        {"--port tcp:nonsense port-check", 64, "tcp:HOST:PORT"},
-        {"--timeout nine port-check", 64, "--timeout"},
-        // options behind the command, other forms of the answer
-        {"get-prop ro.a --plain " + port, 0, "a value\n"},
-        {"--raw-hex port-check --port " + fixture.path, 0, "fa3c0100\n"},
-        {port + "--json flash-size", 0, "\"gib\": 256"},
-        {"get-prop --help", 0, "the property's name"},
-        {"list", 0, "109 commands"},
-    };
-    for (const auto &one : cases) {
-        const Finished run = station_run(one.arguments);
-        EXPECT_EQ(run.status, one.status) << one.arguments << "\n" << run.output;
-        EXPECT_NE(run.output.find(one.output), std::string::npos) << one.arguments << "\n" << run.output;
-    }
-}
-
-TEST(Program, Scripts)
-{
-    Fixture fixture(phone);
-    auto outcome_of = [&](const std::string &script) {
-        std::ofstream(fixture.directory.path + "/script") << script;
-        return station_run("--port " + fixture.path + " --timeout 0.3 run " + fixture.directory.path +
-                           "/script");
-    };
-    const Finished good = outcome_of("# all of it\n"
-                                     "port-check\n"
-                                     "get-prop ro.a => a value\n"
-                                     "  ! get-prop a => ERROR\n"
-                                     "flash-size => 256 GiB\n"
-                                     "get-prop ro.a =~ ^a.*e$\r\n"
-                                     "send 0x7777 => refused by the router\n"
-                                     "? shell true\n"
-                                     "skip set-hdcp-key no such partition here\n"
-                                     "sleep 0.01\n"
-                                     "wait 2\n");
-    EXPECT_EQ(good.status, 0) << good.output;
-    EXPECT_NE(good.output.find("7 requests, 0 not as expected, 1 left out"), std::string::npos)
-        << good.output;
-    EXPECT_NE(good.output.find("0xE602  get-prop"), std::string::npos) << good.output;
-
-    for (const char *line :
-         {"get-prop a", "! get-prop ro.a", "get-prop ro.a => another", "shell true", "send 0x7777"}) {
-        const Finished run = outcome_of("port-check\n"s + line + "\nport-check\n");
-        EXPECT_EQ(run.status, 1) << line << "\n" << run.output;
-        EXPECT_NE(run.output.find("3 requests, 1 not as expected"), std::string::npos) << run.output;
-        EXPECT_NE(run.output.find("line 2 wants"), std::string::npos) << run.output;
-    }
-    // A script with a mistake anywhere sends nothing.
-    const int before = fixture.port.requests;
-    for (const char *line : {"no-such-name", "wait", "wait soon", "get-prop 'a", "get-prop ro.a =~ ("}) {
-        const Finished run = outcome_of("port-check\n"s + line + "\n");
-        EXPECT_EQ(run.status, 64) << line;
-        EXPECT_NE(run.output.find("script:2: "), std::string::npos) << run.output;
-    }
-    EXPECT_EQ(fixture.port.requests, before);
-}
-
-TEST(Program, AScriptWaitsForTheRestartedPhone)
+TEST(Run, WaitsForTheRestartedPhone)
 {
     // Told to restart, the phone answers for a while, goes away and comes back: slowly, and faster than one
     // can see.
@@ -426,7 +340,7 @@ TEST(Program, AScriptWaitsForTheRestartedPhone)
         const Behaviour behaviour = [&](const Bytes &packet, int) {
             if (packet[2] == 0x32)
                 restarted = true;
-            return packet[2] == 0x3C ? phone(packet, 0) : answer(packet, was_away ? "back" : "OK");
+            return answer(packet, was_away ? "back" : "OK");
         };
         auto port = std::make_unique<FakePort>(listen_unix(path), behaviour);
         std::thread init([&] {
@@ -439,9 +353,14 @@ TEST(Program, AScriptWaitsForTheRestartedPhone)
             was_away = true;
             port = std::make_unique<FakePort>(listen_unix(path), behaviour);
         });
-        std::ofstream(directory.path + "/script") << "restart\nwait 10\nget-prop a => back\n";
-        const Finished run = station_run("--port " + path + " run " + directory.path + "/script");
-        EXPECT_EQ(run.status, 0) << run.output;
+        std::ofstream(directory.path + "/script") << "restart\nwait 10\nset-cpu-frequency => back\n";
+        Settings settings;
+        settings.client.port = path;
+        station::Run run(settings);
+        for (const Step &step : parse_script(directory.path + "/script", settings)) {
+            const Row row = run.take(step);
+            EXPECT_TRUE(row.as_expected) << row.answer;
+        }
         init.join();
     }
 }

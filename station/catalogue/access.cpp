@@ -3,22 +3,19 @@
 
 namespace station
 {
-namespace
-{
 
-const char pair_length[] = "length of the pair, 1 to 256: so many bytes are taken";
-const char pair_text[] = "text, each half at most 255 bytes; what stands behind a second '+' is dropped and "
-                         "the answer is the same; without a '+' the second half is empty";
-const char text_length[] = "the text's length; only its range is checked, 1 to 512";
+static constexpr char PAIR_LENGTH[] = "length of the pair, 1 to 256: so many bytes are taken";
+static constexpr char PAIR_TEXT[] =
+    "text, each half at most 255 bytes; what stands behind a second '+' is dropped and "
+    "the answer is the same; without a '+' the second half is empty";
+static constexpr char TEXT_LENGTH[] = "the text's length; only its range is checked, 1 to 512";
 
-Command command(uint16_t code, const char *name, const char *handler)
+static Command command(uint16_t code, const char *name, const char *handler)
 {
     Command made(code, name, handler);
     made.response(775);
     return made;
 }
-
-} // namespace
 
 std::vector<Command> access_commands()
 {
@@ -50,8 +47,8 @@ std::vector<Command> access_commands()
             .takes({"PATH", "the node's absolute path"})
             .takes({"VALUE", "the text; may be empty"})
             .encoded(joined("PATH", "VALUE"))
-            .field("5-6", "u16", pair_length)
-            .field("7..", "path '+' value", pair_text)
+            .field("5-6", "u16", PAIR_LENGTH)
+            .field("7..", "path '+' value", PAIR_TEXT)
             .ok("written")
             .error("the node cannot be opened or refuses the value, a half is too long, or the length is 0 "
                    "or above 256")
@@ -60,7 +57,7 @@ std::vector<Command> access_commands()
             .does("Reads a system property.")
             .takes({"KEY", "the property's name"})
             .encoded(text_of("KEY"))
-            .field("5-6", "u16", text_length)
+            .field("5-6", "u16", TEXT_LENGTH)
             .field("7..", "text", "the name and its terminating zero byte")
             .error("the property is not set or empty, or the length is 0 or above 512")
             .value("the value", "the property's value")
@@ -71,8 +68,8 @@ std::vector<Command> access_commands()
             .takes({"KEY", "the property's name"})
             .takes({"VALUE", "the value; may be empty"})
             .encoded(joined("KEY", "VALUE"))
-            .field("5-6", "u16", pair_length)
-            .field("7..", "name '+' value", pair_text)
+            .field("5-6", "u16", PAIR_LENGTH)
+            .field("7..", "name '+' value", PAIR_TEXT)
             .ok("set")
             .error("the phone refuses the name or the value (a value has at most 91 characters unless the "
                    "name begins "
@@ -86,7 +83,7 @@ std::vector<Command> access_commands()
                   "at.")
             .takes({"LINE", "the command line, one argument"})
             .encoded(text_of("LINE"))
-            .field("5-6", "u16", text_length)
+            .field("5-6", "u16", TEXT_LENGTH)
             .field("7..", "text",
                    "the line and its terminating zero byte; at most 685 characters are run, with the "
                    "service's rights and a PATH of the system's and the vendor's tool directories")
@@ -99,8 +96,8 @@ std::vector<Command> access_commands()
             .takes({"LINE", "the command line, one argument"})
             .takes({"TEXT", "what one of its output lines must begin with"})
             .encoded(joined("LINE", "TEXT"))
-            .field("5-6", "u16", pair_length)
-            .field("7..", "line '+' text", pair_text)
+            .field("5-6", "u16", PAIR_LENGTH)
+            .field("7..", "line '+' text", PAIR_TEXT)
             .ok("an output line begins with the text")
             .error(
                 "none does, no shell could be started, a half is too long, or the length is 0 or above 256")
@@ -112,7 +109,7 @@ std::vector<Command> access_commands()
                   "as it is.")
             .takes({"LINE", "the command line, one argument"})
             .encoded(text_of("LINE"))
-            .field("5-6", "u16", text_length)
+            .field("5-6", "u16", TEXT_LENGTH)
             .field("7..", "text", "the line and its terminating zero byte")
             .error("no shell could be started, or the length is 0 or above 512")
             .empty(true, "the line printed nothing")
@@ -130,7 +127,7 @@ std::vector<Command> access_commands()
                   "is what stands in every line, such as the user.")
             .takes({"NAME", "the process's name or a part of it"})
             .encoded(text_of("NAME"))
-            .field("5-6", "u16", text_length)
+            .field("5-6", "u16", TEXT_LENGTH)
             .field("7..", "text", "the name and its terminating zero byte")
             .good("EXSIT", "a process line holds the name")
             .good("NOT_EXSIT", "none does")

@@ -42,19 +42,55 @@ Result judge(const Request &request, const Exchange &exchange)
     return result;
 }
 
+// The bytes of the UTF-8 character at `at` and what it is; 0 bytes when there is none.
+static size_t utf8_character(const std::string &text, size_t at, uint32_t &character)
+{
+    const auto byte = [&](size_t i) { return static_cast<unsigned char>(i < text.size() ? text[i] : 0); };
+    const unsigned first = byte(at);
+    const size_t length = first < 0x80    ? 1
+                          : first >= 0xF5 ? 0
+                          : first >= 0xF0 ? 4
+                          : first >= 0xE0 ? 3
+                          : first >= 0xC2 ? 2
+                                          : 0;
+    static constexpr unsigned HEAD_BITS[] = {0, 0x7F, 0x1F, 0x0F, 0x07};
+    static constexpr uint32_t LEAST[] = {0, 0, 0x80, 0x800, 0x10000}; // a longer form of less is no UTF-8
+    character = first & HEAD_BITS[length];
+    for (size_t i = 1; i < length; i++) {
+        if ((byte(at + i) & 0xC0) != 0x80)
+            return 0;
+        character = character << 6 | (byte(at + i) & 0x3F);
+    }
+    const bool is_surrogate = character >= 0xD800 && character < 0xE000;
+    return character < LEAST[length] || character > 0x10FFFF || is_surrogate ? 0 : length;
+}
+
+// Characters that a terminal obeys instead of showing them, or that turn around what stands beside them.
+static bool is_obeyed(uint32_t character)
+{
+    return character < ' ' || (character >= 0x7F && character < 0xA0) ||
+           (character >= 0x200B && character <= 0x200F) || (character >= 0x2028 && character <= 0x202E) ||
+           (character >= 0x2060 && character <= 0x206F) || character == 0xFEFF;
+}
+
 std::string escaped(const std::string &text, bool keep_lines)
 {
     std::string line;
-    for (char character : text) {
-        const auto byte = static_cast<unsigned char>(character);
-        if (character == '\n' && !keep_lines)
+    for (size_t at = 0; at < text.size();) {
+        uint32_t character = 0;
+        const size_t length = utf8_character(text, at, character);
+        const bool is_kept = character == '\t' || (character == '\n' && keep_lines);
+        if (length > 0 && (is_kept || !is_obeyed(character)))
+            line += text.substr(at, length);
+        else if (character == '\n' && length > 0)
             line += "\\n";
-        else if ((byte < ' ' && character != '\n' && character != '\t') || byte == 0x7F) {
-            char code[8];
-            std::snprintf(code, sizeof code, "\\x%02x", byte);
-            line += code;
-        } else
-            line += character;
+        else
+            for (size_t i = 0; i < std::max<size_t>(length, 1); i++) {
+                char code[8];
+                std::snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned char>(text[at + i]));
+                line += code;
+            }
+        at += std::max<size_t>(length, 1);
     }
     return line;
 }
@@ -73,7 +109,7 @@ std::string answer_line(const Exchange &exchange, const Result &result)
     if (result.verdict == NO_ANSWER)
         return exchange.problem;
     if (!result.meaning.text.empty())
-        return result.meaning.text;
+        return escaped(result.meaning.text, false);
     if (exchange.packet.size() < 7)
         return "(echo)";
     return result.data.empty() ? "(empty)" : escaped(without_last_line_feed(to_text(result.data)), false);

@@ -8,8 +8,8 @@
 namespace station
 {
 
-// What an exchange came to, as an exit status.
-enum Verdict { SUCCESS = 0, FAILURE = 1, NO_ANSWER = 2, REFUSED = 3, USAGE = 64 };
+// What an exchange came to, as an exit status; the last two are the program's.
+enum Verdict { SUCCESS = 0, FAILURE = 1, NO_ANSWER = 2, REFUSED = 3, USAGE = 64, NO_OUTPUT = 74 };
 
 struct Result {
     Verdict verdict = NO_ANSWER;
@@ -24,7 +24,8 @@ Result judge(const Request &request, const Exchange &exchange);
 // The answer on one line: its meaning or its text, bytes that are no characters escaped.
 std::string answer_line(const Exchange &exchange, const Result &result);
 
-// Control bytes as \x1b, and line feeds as \n unless they are kept.
+// What came from a phone, made fit for a terminal: UTF-8 as it is, but control characters and bytes that are
+// no characters as \x1b, and line feeds as \n unless they are kept.
 std::string escaped(const std::string &text, bool keep_lines);
 
 std::string without_last_line_feed(std::string text);

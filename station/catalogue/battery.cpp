@@ -3,12 +3,8 @@
 
 namespace station
 {
-namespace
-{
 
-const char stays[] = "It stays so until a command takes it back or the phone restarts.";
-
-} // namespace
+static constexpr char STAYS[] = "It stays so until a command takes it back or the phone restarts.";
 
 std::vector<Command> battery_commands()
 {
@@ -32,7 +28,7 @@ std::vector<Command> battery_commands()
             .field("7..", "text", "the capacity and a terminating zero byte")
             .ok("written")
             .error("the node cannot be opened or refuses the value")
-            .leaves(stays)
+            .leaves(STAYS)
             .repeatable(),
         Command("diag_cmd_get_battery_info",
                 {{0x0C01, "battery-capacity", "the state of charge in percent"},
@@ -51,7 +47,7 @@ std::vector<Command> battery_commands()
             .does("Suspends or resumes charging from USB; the code tells which.")
             .ok("done")
             .error("the node cannot be written")
-            .leaves(stays)
+            .leaves(STAYS)
             .repeatable(),
         Command(0x0C0A, "select-cell", "diag_cmd_set_charge_type")
             .does("Selects a cell of the two-cell battery and reads the selection back.")
@@ -60,7 +56,8 @@ std::vector<Command> battery_commands()
             .ok("selected and read back")
             .error("another value than 0 and 1 (nothing is touched), or the node cannot be written or reads "
                    "otherwise")
-            .leaves(stays)
+            .leaves("It stays so until a command takes it back or the phone restarts. A read-back that fails "
+                    "leaves a descriptor of the node open in the service.")
             .repeatable(),
         Command(0x0C0B, "cell-state", "diag_cmd_get_charge_type")
             .does("Reads the state of the two-cell battery's controller.")

@@ -3,14 +3,10 @@
 
 namespace station
 {
-namespace
-{
 
-const char restart_leaves[] =
+static constexpr char RESTART_LEAVES[] =
     "Two seconds after the answer the phone goes down under a wake lock. That it does not is "
     "only told in the log.";
-
-} // namespace
 
 std::vector<Command> boot_power_commands()
 {
@@ -51,20 +47,20 @@ std::vector<Command> boot_power_commands()
             .does("Restarts the phone into its boot loader.")
             .ok("the restart is on its way")
             .error("it could not be set on its way")
-            .leaves(restart_leaves)
+            .leaves(RESTART_LEAVES)
             .takes_phone_down(),
         Command(0x012D, "restart-recovery", "diag_cmd_restart_recovery")
             .does("Restarts the phone into recovery.")
             .ok("the restart is on its way")
             .error("it could not be set on its way")
-            .leaves(restart_leaves)
+            .leaves(RESTART_LEAVES)
             .takes_phone_down(),
         Command(0x0132, "restart", "diag_cmd_device_restart")
             .does("Restarts the phone, into the mode that boot-mode chose. docs/port.md tells how a station "
                   "waits for the new run.")
             .ok("the restart is on its way")
             .error("it could not be set on its way")
-            .leaves(restart_leaves)
+            .leaves(RESTART_LEAVES)
             .takes_phone_down(),
         Command(0x0133, "shutdown", "diag_cmd_device_shutdown")
             .does("Powers the phone off, after its test tool has woken it.")
@@ -96,7 +92,7 @@ std::vector<Command> boot_power_commands()
                                                 "default 5 more than set, at most "
                                                 "59")
                        .optional())
-            .encoded(clock_time())
+            .encoded(clock_time(), "DATE", "now")
             .field("5-6", "u16", "data length, 10 (1 to 256 pass)")
             .field("7", "u8", "month")
             .field("8", "u8", "day")

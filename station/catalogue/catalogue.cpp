@@ -1,27 +1,12 @@
 #include "station/catalogue/catalogue.h"
 
-#include <algorithm>
 #include <cstring>
-#include <iterator>
 #include <stdexcept>
 
 namespace station
 {
 namespace
 {
-
-// The order in which the service registers its entries, by their low codes.
-const uint16_t table_order[] = {
-    0x001E, 0x0028, 0x0029, 0x0100, 0x0101, 0x010B, 0x0116, 0x0117, 0x0128, 0x0129, 0x012A, 0x012C, 0x012D,
-    0x0132, 0x0133, 0x013C, 0x013D, 0x013E, 0x013F, 0x0141, 0x0142, 0x0143, 0x0A00, 0x0B00, 0x0B01, 0x0B0A,
-    0x0B15, 0x0B1E, 0x0140, 0x1300, 0x1301, 0x1302, 0x0C00, 0x0C01, 0x0C1E, 0x0C0A, 0x0C0B, 0x0C0C, 0x0F00,
-    0x0F01, 0x0F02, 0x0B14, 0x1400, 0x1500, 0x1501, 0x1502, 0x1E00, 0x1E01, 0x2000, 0x2001, 0x2003, 0x2004,
-    0x2100, 0x2101, 0x2102, 0x2103, 0x2400, 0x2401, 0x2402, 0x2403, 0x2600, 0x3600, 0x3601, 0x3602, 0x3800,
-    0x3801, 0x3802, 0x3803, 0x3807, 0x3808, 0x3809, 0x3201, 0x3202, 0x3203, 0x3204, 0x3205, 0x3206, 0x3207,
-    0x3208, 0x3209, 0x320A, 0x320B, 0x320C, 0x320D, 0x320E, 0x320F, 0x5000, 0xC800, 0xC801, 0xC802, 0xCA00,
-    0xD200, 0xD201, 0xD20A, 0xD20B, 0xD214, 0xD215, 0xD21E, 0xD228, 0xD232, 0xD23C, 0xE600, 0xE601, 0xE602,
-    0xE603, 0xE604, 0xE605, 0xE606, 0xE607,
-};
 
 struct FamilyTable {
     Family family;
@@ -30,7 +15,9 @@ struct FamilyTable {
     std::vector<Command> (*commands)();
 };
 
-const FamilyTable families[] = {
+} // namespace
+
+static constexpr FamilyTable FAMILIES[] = {
     {Family::access, "access", "Nodes, properties and shell lines", access_commands},
     {Family::boot_power, "boot-power", "Boot mode, power, clock and screen", boot_power_commands},
     {Family::identity_storage, "identity-storage", "Identity, versions, memory and storage",
@@ -44,26 +31,19 @@ const FamilyTable families[] = {
     {Family::security_keys, "security-keys", "Security state and keys", security_key_commands},
 };
 
-std::vector<Command> collect()
+static std::vector<Command> collect()
 {
     std::vector<Command> all;
-    for (const FamilyTable &table : families)
+    for (const FamilyTable &table : FAMILIES)
         for (Command &command : table.commands()) {
             command.family = table.family;
             all.push_back(std::move(command));
         }
-    auto place = [](const Command &command) {
-        return std::find(std::begin(table_order), std::end(table_order), command.low);
-    };
-    std::sort(all.begin(), all.end(),
-              [&](const Command &a, const Command &b) { return place(a) < place(b); });
     return all;
 }
 
-} // namespace
-
-const char *family_name(Family family) { return families[static_cast<size_t>(family)].name; }
-const char *family_title(Family family) { return families[static_cast<size_t>(family)].title; }
+const char *family_name(Family family) { return FAMILIES[static_cast<size_t>(family)].name; }
+const char *family_title(Family family) { return FAMILIES[static_cast<size_t>(family)].title; }
 
 const std::vector<Command> &catalogue()
 {
@@ -128,9 +108,11 @@ Command &Command::takes(Parameter parameter)
     return *this;
 }
 
-Command &Command::encoded(Encoder how)
+Command &Command::encoded(Encoder how, const char *parameter, const char *is)
 {
     encoder = std::move(how);
+    when_sent_if = parameter;
+    when_sent_word = is;
     return *this;
 }
 

@@ -54,9 +54,9 @@ struct Parameter {
         return *this;
     }
 
-    std::string key() const; // "PATH", "--expect", "NUMBER"
-    bool is_option() const { return form[0] == '-'; }
-    bool takes_all() const;
+    [[nodiscard]] std::string key() const; // "PATH", "--expect", "NUMBER"
+    [[nodiscard]] bool is_option() const { return form[0] == '-'; }
+    [[nodiscard]] bool takes_all() const;
 
     const char *form;
     const char *meaning;
@@ -77,7 +77,7 @@ struct Field {
 struct Answer {
     enum class Fit { word, empty, anything };
 
-    bool fits(const std::string &data) const;
+    [[nodiscard]] bool fits(const std::string &data) const;
 
     Fit fit;
     const char *text; // the word; for a value, what it is
@@ -105,7 +105,8 @@ struct Command {
     // Writing of the tables.
     Command &does(const char *text);
     Command &takes(Parameter parameter);
-    Command &encoded(Encoder encoder);
+    // The encoder runs once more when the request is sent, if that parameter is this word.
+    Command &encoded(Encoder encoder, const char *when_sent_if = nullptr, const char *is = nullptr);
     Command &field(const char *bytes, const char *type, const char *meaning);
     Command &ok(const char *meaning);
     Command &error(const char *meaning);
@@ -120,8 +121,8 @@ struct Command {
     Command &lasts(const char *text);
     Command &takes_phone_down(bool only_with_zero_selector = false);
 
-    const Name &name_of(uint16_t code) const;
-    bool is_range() const { return low != high; }
+    [[nodiscard]] const Name &name_of(uint16_t code) const;
+    [[nodiscard]] bool is_range() const { return low != high; }
 
     uint16_t low, high;
     const char *handler;
@@ -130,6 +131,8 @@ struct Command {
     const char *summary = "";
     std::vector<Parameter> parameters;
     Encoder encoder;
+    const char *when_sent_if = nullptr;
+    const char *when_sent_word = nullptr;
     std::vector<Field> fields;
     std::vector<Answer> answers;
     const char *aftermath = "";
@@ -140,14 +143,14 @@ struct Command {
     bool down_only_with_zero_selector = false;
 };
 
-// All commands in the order of the service's table.
+// All commands: by family, and in a family as its file has them.
 const std::vector<Command> &catalogue();
 
 // Null when there is none.
 const Command *find_command(uint16_t code);
 const Command *find_command(const std::string &name, uint16_t &code);
 
-// The families' tables, in any order.
+// The families' tables.
 std::vector<Command> access_commands();
 std::vector<Command> boot_power_commands();
 std::vector<Command> identity_storage_commands();

@@ -3,10 +3,8 @@
 
 namespace station
 {
-namespace
-{
 
-Command open_daemon(uint16_t code, const char *name, const char *handler, const char *does)
+static Command open_daemon(uint16_t code, const char *name, const char *handler, const char *does)
 {
     return Command(code, name, handler)
         .does(does)
@@ -18,7 +16,7 @@ Command open_daemon(uint16_t code, const char *name, const char *handler, const 
         .lasts("some 10 ms");
 }
 
-Command close_daemon(uint16_t code, const char *name, const char *handler, const char *does)
+static Command close_daemon(uint16_t code, const char *name, const char *handler, const char *does)
 {
     return Command(code, name, handler)
         .does(does)
@@ -28,8 +26,6 @@ Command close_daemon(uint16_t code, const char *name, const char *handler, const
         .repeatable()
         .lasts("some 10 ms");
 }
-
-} // namespace
 
 std::vector<Command> connectivity_commands()
 {

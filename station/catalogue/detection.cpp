@@ -3,31 +3,27 @@
 
 namespace station
 {
-namespace
-{
 
-const char result_meaning[] =
+static constexpr char RESULT_MEANING[] =
     "for each missing component its name, \":F\" and a zero byte, the last zero byte counted too";
-const char detection_leaves[] =
+static constexpr char DETECTION_LEAVES[] =
     "A component once found counts as found until the service is started again, at either "
     "level; a check that has passed is not run again. Missing ones are probed anew by every "
     "request.";
 
-Command detection(uint16_t code, const char *name, const char *handler, const char *does)
+static Command detection(uint16_t code, const char *name, const char *handler, const char *does)
 {
     return Command(code, name, handler)
         .does(does)
         .good("P", "all components answer")
         .error("the service's own component table is unsound; does not happen")
-        .bad_value("missing components", result_meaning, missing_components)
-        .leaves(detection_leaves)
+        .bad_value("missing components", RESULT_MEANING, missing_components)
+        .leaves(DETECTION_LEAVES)
         .repeatable()
         .lasts("as long as some fifteen tools take one after another; up to seconds on a phone, milliseconds "
                "once all "
                "were found");
 }
-
-} // namespace
 
 std::vector<Command> detection_commands()
 {

@@ -3,25 +3,26 @@
 
 namespace station
 {
-namespace
-{
 
-const char curve_fields[] =
+static constexpr char CURVE_FIELDS[] =
     "curve records of 16 bytes, each four signed 32-bit numbers, low byte first: A (quadratic), B "
     "(linear) and K (offset), scaled by 10000, and D (the input at full scale). Step x of 0 to 255 "
     "shows the brightness (A t t + B t + K) / 10000 with t = D x / 255, rounded and kept within 0 "
     "to 255; step 0 is dark";
-const char lamp_leaves[] = "The lamp stays as it was set.";
+static constexpr char LAMP_LEAVES[] = "The lamp stays as it was set.";
 
-std::vector<Choice> lamp_colours() { return {{"red", 1, "red"}, {"green", 2, "green"}, {"blue", 3, "blue"}}; }
+static std::vector<Choice> lamp_colours()
+{
+    return {{"red", 1, "red"}, {"green", 2, "green"}, {"blue", 3, "blue"}};
+}
 
-std::vector<Choice> lamp_colours_and_off()
+static std::vector<Choice> lamp_colours_and_off()
 {
     return {{"off", 0, "dark"}, {"red", 1, "red"}, {"green", 2, "green"}, {"blue", 3, "blue"}};
 }
 
-Command table_writer(uint16_t code, const char *name, const char *handler, const char *does, unsigned records,
-                     const char *range)
+static Command table_writer(uint16_t code, const char *name, const char *handler, const char *does,
+                            unsigned records, const char *range)
 {
     return Command(code, name, handler)
         .does(does)
@@ -30,7 +31,7 @@ Command table_writer(uint16_t code, const char *name, const char *handler, const
         .takes(Parameter("--file PATH", "a text file of the numbers; '#' begins a comment").optional())
         .encoded(curve_records(records))
         .field("5-6", "u16", "not looked at; this client sends the records' size")
-        .field(range, "records", curve_fields)
+        .field(range, "records", CURVE_FIELDS)
         .ok("all tables are written")
         .error("the old file could not be removed, or the new one not be opened or written")
         .leaves("\"/mnt/vendor/persist/rgb_data.bin\" is a text of one line a table, in the order of the "
@@ -41,7 +42,7 @@ Command table_writer(uint16_t code, const char *name, const char *handler, const
         .lasts("tens of milliseconds; each table is synced to storage");
 }
 
-Command show(uint16_t code, const char *name, const char *handler, const char *does)
+static Command show(uint16_t code, const char *name, const char *handler, const char *does)
 {
     return Command(code, name, handler)
         .does(does)
@@ -50,8 +51,6 @@ Command show(uint16_t code, const char *name, const char *handler, const char *d
         .repeatable()
         .lasts("tens of milliseconds; on a phone up to seconds");
 }
-
-} // namespace
 
 std::vector<Command> display_camera_commands()
 {
@@ -99,7 +98,7 @@ std::vector<Command> display_camera_commands()
             .ok("the lamp driver was written to")
             .error(
                 "another group (nothing is opened), or the driver's node cannot be opened or takes nothing")
-            .leaves(lamp_leaves)
+            .leaves(LAMP_LEAVES)
             .repeatable(),
         Command(0x3801, "test-rgb", "diag_cmd_test_rgb_calibration")
             .does("Lights a colour at a step of the stored tables; older lamp driver, file of 15 tables.")
@@ -125,7 +124,7 @@ std::vector<Command> display_camera_commands()
             .field("7..", "text", "what is written")
             .ok("written")
             .error("more than 256 bytes, or the lamp's node cannot be opened or refuses the text")
-            .leaves(lamp_leaves)
+            .leaves(LAMP_LEAVES)
             .repeatable(),
         Command(0x3807, "set-rgb-new", "diag_cmd_set_rgb_data_new")
             .does("Lights the lamp on a phone with either lamp driver.")
@@ -135,7 +134,7 @@ std::vector<Command> display_camera_commands()
             .field("8", "u8", "brightness")
             .ok("the lamp is lit")
             .error("another colour, an unknown lamp driver, or its node refuses")
-            .leaves(lamp_leaves)
+            .leaves(LAMP_LEAVES)
             .repeatable(),
         Command(0x3808, "test-rgb-new", "diag_cmd_test_rgb_calibration_new")
             .does("Lights a colour at a step of the stored tables; either lamp driver, file of 3 tables.")
@@ -146,7 +145,7 @@ std::vector<Command> display_camera_commands()
             .ok("the colour is lit")
             .error("another colour, the tables' file cannot be opened, an unknown lamp driver, or its node "
                    "refuses")
-            .leaves(lamp_leaves)
+            .leaves(LAMP_LEAVES)
             .repeatable(),
         table_writer(
             0x3809, "set-rgb-table-new", "diag_cmd_set_rgb_table_new",

@@ -3,14 +3,13 @@
 
 namespace station
 {
-namespace
-{
 
-const char base255[] =
+static constexpr char BASE255[] =
     "two bytes, the size in GiB modulo 255 and divided by 255 (not 256). The length ends at the first "
     "zero byte: 128 GiB is 80 with length 1, 256 GiB is 01 01 with length 2";
 
-Command property(uint16_t code, const char *name, const char *handler, const char *does, const char *value)
+static Command property(uint16_t code, const char *name, const char *handler, const char *does,
+                        const char *value)
 {
     return Command(code, name, handler)
         .does(does)
@@ -20,8 +19,6 @@ Command property(uint16_t code, const char *name, const char *handler, const cha
         .leaves("Nothing.")
         .repeatable();
 }
-
-} // namespace
 
 std::vector<Command> identity_storage_commands()
 {
@@ -122,13 +119,15 @@ std::vector<Command> identity_storage_commands()
             .lasts("some 10 ms"),
         Command(0x0B00, "flash-size", "diag_cmd_check_flash_size")
             .does(
-                "Tells the nominal size of the main storage, the sum of its units rounded up to the next of "
-                "16, 32, 64, "
-                "128, 256, 512 and 1024 GiB; a storage that does not have six units is asked through a tool.")
+                "Tells the nominal size of the main storage. Its units sda to sdf are summed up in the order "
+                "of the list, and the sum is rounded up to the next of 16, 32, 64, 128, 256, 512 and 1024 "
+                "GiB. The list ends with sdf: only a phone that has no sdf is asked through a tool; one that "
+                "lacks another unit is told too small. A sum that grows beyond the classes keeps the last "
+                "one it had.")
             .error("neither way tells a size")
-            .empty(false, "the sum lies in no class")
-            .value("the size", base255, gib_base255)
-            .leaves("Nothing. The second way leaves the tool's stream open in the service.")
+            .empty(false, "the sum was in no class at any unit")
+            .value("the size", BASE255, gib_base255)
+            .leaves("Nothing.")
             .repeatable()
             .lasts("some 10 ms"),
         Command(0x0B01, "flash-firmware", "diag_cmd_get_flash_fw_ver")
@@ -151,7 +150,7 @@ std::vector<Command> identity_storage_commands()
                   "128, 256, 512 and "
                   "1024 GiB.")
             .error("there is no disk, or its size lies in no class")
-            .value("the size", base255, gib_base255)
+            .value("the size", BASE255, gib_base255)
             .leaves("Nothing.")
             .repeatable()
             .lasts("some 10 ms"),
@@ -166,8 +165,10 @@ std::vector<Command> identity_storage_commands()
         Command(0x2102, "ssd-firmware", "diag_cmd_get_ssd_fw_ver")
             .does("Reads the solid-state disk's firmware revision.")
             .error("it cannot be read")
-            .empty(true, "the node holds an empty line")
-            .value("the revision", "the node's line without its line feed")
+            .empty(true, "the node's line has one character alone, such as its line feed")
+            .value("the revision",
+                   "the node's line without its last character: of a node without a line feed "
+                   "the revision's own last character is missing")
             .leaves("Nothing.")
             .repeatable()
             .lasts("some 10 ms"),

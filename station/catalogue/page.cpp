@@ -5,6 +5,13 @@
 namespace station
 {
 
+std::string one_line(const Command &command, const Name &name)
+{
+    const std::string text = name.summary ? name.summary : command.summary;
+    const size_t end = std::min({text.find(". "), text.find(": "), text.find("; ")});
+    return text.substr(0, end == std::string::npos ? text.find_last_not_of('.') + 1 : end);
+}
+
 std::string usage_line(const Command &command, const Name &name)
 {
     std::string text = name.name;

@@ -9,6 +9,8 @@ namespace station
 {
 
 std::string command_page(const Command &command, uint16_t code);
+// What it does, for lists.
+std::string one_line(const Command &command, const Name &name);
 std::string usage_line(const Command &command, const Name &name);
 
 } // namespace station

@@ -2,6 +2,7 @@
 
 #include "station/catalogue/options.h"
 #include "station/catalogue/page.h"
+#include "station/catalogue/suggest.h"
 #include "station/client/encode.h"
 #include "station/client/errors.h"
 
@@ -10,33 +11,58 @@
 
 namespace station
 {
-namespace
-{
 
-// A request's arguments as CLI11 hands them over; the words come in reverse order.
-void parse(CLI::App &app, std::vector<std::string> words)
+// Over a connection that is made and a table that is begun these change nothing any more.
+static void refuse_idle_options(const CLI::App &app)
 {
-    std::reverse(words.begin(), words.end());
-    try {
-        app.parse(words);
-    } catch (const CLI::CallForHelp &) {
-        throw HelpAsked{app.help()};
-    } catch (const CLI::ParseError &error) {
-        throw UsageError(app.get_name() + ": " + error.what());
-    }
+    for (const char *name : {"--port", "--trace", "--json", "--plain", "--raw-hex"})
+        if (app.get_option(name)->count() > 0)
+            throw UsageError(app.get_name() + ": " + name +
+                             " takes no effect in a script's line; give it to `station run`");
 }
 
-std::string shown(const std::vector<std::string> &words)
+static std::string quoted(const std::string &word)
 {
-    std::string text;
-    for (size_t i = 1; i < words.size(); i++) {
-        const bool quoted = words[i].empty() || words[i].find_first_of(" \t\n'\"") != std::string::npos;
-        text += (i > 1 ? " " : "") + (quoted ? "\"" + words[i] + "\"" : words[i]);
+    if (!word.empty() && word.find_first_of(" \t\n'\"\\") == std::string::npos)
+        return word;
+    std::string text = "\"";
+    for (const char character : word) {
+        if (character == '"' || character == '\\')
+            text += '\\';
+        text += character;
     }
+    return text + '"';
+}
+
+// The arguments as one would type them: options, if a positional one begins with '-', before "--".
+static std::string shown(const std::vector<std::string> &options, const std::vector<std::string> &positional)
+{
+    const bool parted = std::any_of(positional.begin(), positional.end(),
+                                    [](const std::string &word) { return !word.empty() && word[0] == '-'; });
+    std::vector<std::string> words = parted ? options : positional;
+    if (parted)
+        words.emplace_back("--");
+    const std::vector<std::string> &others = parted ? positional : options;
+    words.insert(words.end(), others.begin(), others.end());
+    std::string text;
+    for (const std::string &word : words)
+        text += (text.empty() ? "" : " ") + (word == "--" ? word : quoted(word));
     return text;
 }
 
-void put_byte(const Parameter &parameter, const std::string &word, Bytes &packet)
+static std::string shown(const Command &command, const Arguments &arguments)
+{
+    std::vector<std::string> options, positional;
+    for (const Parameter &parameter : command.parameters)
+        for (const std::string &word : arguments.at(parameter.key()))
+            if (parameter.is_option())
+                options.insert(options.end(), {parameter.key(), word});
+            else
+                positional.push_back(word);
+    return shown(options, positional);
+}
+
+static void put_byte(const Parameter &parameter, const std::string &word, Bytes &packet)
 {
     unsigned value = 0;
     const auto choice = std::find_if(parameter.choices.begin(), parameter.choices.end(),
@@ -58,8 +84,23 @@ void put_byte(const Parameter &parameter, const std::string &word, Bytes &packet
     put_u16(packet, LENGTH_OFFSET, static_cast<unsigned>(packet.size() - DATA_OFFSET));
 }
 
-Request named_request(const Command &command, uint16_t code, const std::vector<std::string> &words,
-                      Settings &settings)
+static Bytes packet_of(const Command &command, uint16_t code, const Arguments &arguments)
+{
+    Bytes packet = empty_request(code);
+    for (const Parameter &parameter : command.parameters) {
+        const std::vector<std::string> &given = arguments.at(parameter.key());
+        if (parameter.offset >= 0 && !given.empty())
+            put_byte(parameter, given.front(), packet);
+        else if (parameter.offset >= 0 && parameter.standard)
+            put_byte(parameter, parameter.standard, packet);
+    }
+    if (command.encoder)
+        command.encoder(arguments, packet);
+    return packet;
+}
+
+static Request named_request(const Command &command, uint16_t code, const std::vector<std::string> &words,
+                             Settings &settings, Place place)
 {
     CLI::App app(command_page(command, code), words.front());
     Arguments arguments;
@@ -78,27 +119,25 @@ Request named_request(const Command &command, uint16_t code, const std::vector<s
             option->expected(1)->allow_extra_args(false);
     }
     add_request_options(app, settings);
-    parse(app, {words.begin() + 1, words.end()});
+    parse_words(app, {words.begin() + 1, words.end()});
+    if (place == Place::script)
+        refuse_idle_options(app);
 
     Request request;
     request.code = code;
     request.command = &command;
     request.name = words.front();
-    request.words = shown(words);
-    request.packet = empty_request(code);
-    for (const Parameter &parameter : command.parameters) {
-        std::vector<std::string> &given = arguments[parameter.key()];
-        if (given.empty() && parameter.standard)
-            given.emplace_back(parameter.standard);
-        if (parameter.offset >= 0 && !given.empty())
-            put_byte(parameter, given.front(), request.packet);
+    request.words = shown(command, arguments);
+    request.packet = packet_of(command, code, arguments);
+    if (command.when_sent_if) {
+        const std::vector<std::string> &given = arguments.at(command.when_sent_if);
+        if (!given.empty() && given.front() == command.when_sent_word)
+            request.fresh = [&command, code, arguments] { return packet_of(command, code, arguments); };
     }
-    if (command.encoder)
-        command.encoder(arguments, request.packet);
     return request;
 }
 
-uint16_t parse_code(const std::string &text)
+static uint16_t parse_code(const std::string &text)
 {
     uint16_t code = 0;
     if (find_command(text, code))
@@ -106,7 +145,7 @@ uint16_t parse_code(const std::string &text)
     return static_cast<uint16_t>(parse_number(text, 0, 0xFFFF, "CODE is a command's name, or"));
 }
 
-Request sent_request(const std::vector<std::string> &words, Settings &settings)
+static Request sent_request(const std::vector<std::string> &words, Settings &settings, Place place)
 {
     CLI::App app("Sends a request of any code and content.", "send");
     std::string code, text, hex, file, body, packet;
@@ -126,13 +165,22 @@ Request sent_request(const std::vector<std::string> &words, Settings &settings)
         ->type_name("NUMBER")
         ->check(CLI::Range(0, 65535));
     add_request_options(app, settings);
-    parse(app, {words.begin() + 1, words.end()});
+    parse_words(app, {words.begin() + 1, words.end()});
+    if (place == Place::script)
+        refuse_idle_options(app);
 
     Request request;
     request.code = parse_code(code);
     request.command = find_command(request.code);
     request.name = request.command ? request.command->name_of(request.code).name : code_text(request.code);
-    request.words = shown(words);
+    std::vector<std::string> options;
+    for (const CLI::Option *option : data->get_options())
+        if (option->count() > 0)
+            options.insert(options.end(), {option->get_name(), option->results().front()});
+    for (const char *name : {"--byte4", "--length"})
+        if (app.get_option(name)->count() > 0)
+            options.insert(options.end(), {name, app.get_option(name)->results().front()});
+    request.words = shown(options, {code});
     request.packet = empty_request(request.code);
     if (data->get_option("--text")->count())
         put_text(request.packet, text);
@@ -154,24 +202,24 @@ Request sent_request(const std::vector<std::string> &words, Settings &settings)
     return request;
 }
 
-} // namespace
-
-Request parse_request(const std::vector<std::string> &words, Settings &settings)
+Request parse_request(const std::vector<std::string> &words, Settings &settings, Place place)
 {
     if (words.empty())
         throw UsageError("no request");
     Request request;
     if (words.front() == "send")
-        request = sent_request(words, settings);
+        request = sent_request(words, settings, place);
     else {
         uint16_t code = 0;
         const Command *command = find_command(words.front(), code);
         if (!command)
-            throw UsageError("'" + words.front() + "' is no command; `station list` shows them all");
-        request = named_request(*command, code, words, settings);
+            throw UsageError("'" + words.front() + "' is no command; `station list` shows them all" +
+                             suggestion(words.front(), command_names()));
+        request = named_request(*command, code, words, settings, place);
     }
     if (request.command) {
         request.repeatable = request.command->safe_to_repeat;
+        request.response_size = request.command->response_size;
         request.takes_phone_down =
             request.command->phone_goes_down &&
             (!request.command->down_only_with_zero_selector || request.packet[SELECTOR_OFFSET] == 0);

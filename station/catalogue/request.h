@@ -10,17 +10,15 @@
 namespace station
 {
 
-struct Request {
+struct Request : Question {
     uint16_t code = 0;
     const Command *command = nullptr; // null for a code that the catalogue does not hold
     std::string name;                 // as the command line has it; the code for an unknown one
-    std::string words;                // what was typed, for tables
-    Bytes packet;
-    bool repeatable = false;
+    std::string words;                // its arguments as one would type them, the station's options left out
     bool takes_phone_down = false;
 };
 
-// How requests are sent and answers shown; every request may override it.
+// How requests are sent and answers shown.
 struct Settings {
     Client::Settings client;
     bool json = false;
@@ -28,8 +26,12 @@ struct Settings {
     bool plain = false;
 };
 
+// In a script's line only the options that can still take effect are allowed: --timeout and --retries.
+enum class Place { command_line, script };
+
 // "send CODE ..." or "NAME ...". Throws UsageError; HelpAsked when the words ask for help.
-Request parse_request(const std::vector<std::string> &words, Settings &settings);
+Request parse_request(const std::vector<std::string> &words, Settings &settings,
+                      Place place = Place::command_line);
 
 struct HelpAsked {
     std::string text;

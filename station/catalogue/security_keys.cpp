@@ -82,7 +82,9 @@ std::vector<Command> security_key_commands()
                     "may be there.")
             .lasts("as long as two tools run, seconds"),
         Command(0xD20B, "install-widevine", "diag_cmd_set_widevine_key")
-            .does("Installs the Widevine keybox that lies on the phone as \"/data/widevine.xml\".")
+            .does("Installs the Widevine keybox that lies on the phone as \"/data/widevine.xml\"; `station "
+                  "push "
+                  "KEYBOX.xml /data/widevine.xml` puts it there.")
             .takes({"ARGUMENT", "what the Widevine client gets behind the file, at most 256 bytes"})
             .encoded(text_of("ARGUMENT"))
             .field("5-6", "u16", "the argument's length: so many bytes are taken, at most 256")
@@ -155,7 +157,9 @@ std::vector<Command> security_key_commands()
             .leaves("Nothing.")
             .repeatable(),
         Command(0xD23C, "install-keymaster", "diag_cmd_set_keymaster_provison")
-            .does("Installs the attestation keybox that lies on the phone as \"/data/keybox.xml\".")
+            .does("Installs the attestation keybox that lies on the phone as \"/data/keybox.xml\"; `station "
+                  "push "
+                  "KEYBOX.xml /data/keybox.xml` puts it there.")
             .takes({"ARGUMENT",
                     "what the installer gets behind the file, such as the device's id; at most 256 bytes"})
             .encoded(text_of("ARGUMENT"))

@@ -6,20 +6,18 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <iostream>
-#include <iterator>
+#include <cstring>
 
 namespace station
 {
 
 std::string to_hex(const Bytes &bytes)
 {
-    static const char digits[] = "0123456789abcdef";
+    static constexpr char DIGITS[] = "0123456789abcdef";
     std::string text;
     for (uint8_t byte : bytes) {
-        text += digits[byte >> 4];
-        text += digits[byte & 15];
+        text += DIGITS[byte >> 4];
+        text += DIGITS[byte & 15];
     }
     return text;
 }
@@ -48,12 +46,20 @@ std::string to_text(const Bytes &bytes) { return {bytes.begin(), bytes.end()}; }
 
 Bytes read_whole_file(const std::string &path)
 {
-    if (path == "-")
-        return {std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>()};
-    std::ifstream file(path, std::ios::binary);
-    if (!file)
-        throw UsageError("cannot read " + path);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    const bool is_standard = path == "-";
+    FILE *const file = is_standard ? stdin : std::fopen(path.c_str(), "rbe");
+    Bytes bytes;
+    uint8_t piece[65536];
+    size_t count = 0;
+    while (file && (count = std::fread(piece, 1, sizeof piece, file)) > 0)
+        bytes.insert(bytes.end(), piece, piece + count);
+    // A folder can be opened, but not read.
+    const int error = !file || std::ferror(file) ? errno : 0;
+    if (file && !is_standard)
+        std::fclose(file);
+    if (error)
+        throw UsageError("cannot read " + path + ": " + std::strerror(error));
+    return bytes;
 }
 
 long parse_number(const std::string &text, long low, long high, const std::string &what)

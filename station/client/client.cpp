@@ -1,22 +1,26 @@
 #include "station/client/client.h"
 
 #include "frame.h"
+#include "station/client/encode.h"
 #include "station/client/errors.h"
+#include "station/client/trace.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
+#include <random>
 #include <thread>
 #include <utility>
 
 namespace station
 {
-namespace
-{
 
-constexpr auto RECONNECT_PAUSE = std::chrono::milliseconds(100);
-constexpr size_t HEAD_SIZE = 4;
+static constexpr auto RECONNECT_PAUSE = std::chrono::milliseconds(100);
+static constexpr uint16_t PORT_CHECK = 0x013C;
+static constexpr size_t ECHO_SIZE = SELECTOR_OFFSET + 1;
+static constexpr size_t TRACE_MAX = 140000; // bytes shown of a frame: more than the longest good one has
 
-Bytes frame_of(const Bytes &packet)
+static Bytes frame_of(const Bytes &packet)
 {
     // The flag in front closes whatever a station before left half sent.
     Bytes frame(1 + port::encoded_max(packet.size()));
@@ -25,120 +29,243 @@ Bytes frame_of(const Bytes &packet)
     return frame;
 }
 
-bool answers(const Bytes &packet, const Bytes &request)
+// A response begins with what its request began with, selector included; a request that ends before its
+// selector has 0 there.
+static bool answers(const Bytes &packet, Bytes request)
 {
-    return packet.size() >= HEAD_SIZE &&
-           std::equal(packet.begin(), packet.begin() + HEAD_SIZE, request.begin());
+    request.resize(ECHO_SIZE);
+    return packet.size() >= ECHO_SIZE && std::equal(request.begin(), request.end(), packet.begin());
 }
 
-bool refuses(const Bytes &packet, const Bytes &request)
+static bool refuses(const Bytes &packet, const Bytes &request)
 {
-    return packet.size() > HEAD_SIZE && packet[0] == port::ERROR_PACKET &&
+    return packet.size() > std::min(ECHO_SIZE, request.size()) && packet[0] == port::ERROR_PACKET &&
            packet.size() - 1 <= request.size() &&
            std::equal(packet.begin() + 1, packet.end(), request.begin());
 }
 
-Deadline after(double seconds)
+static std::string fault_of(const Bytes &response, size_t expected_size)
+{
+    if (expected_size != 0 && response.size() != expected_size)
+        return "broken answer: " + std::to_string(response.size()) + " bytes came, the command answers " +
+               std::to_string(expected_size);
+    if (response.size() < DATA_OFFSET)
+        return {};
+    const size_t length = response[LENGTH_OFFSET] + 256U * response[LENGTH_OFFSET + 1];
+    if (length <= response.size() - DATA_OFFSET)
+        return {};
+    return "broken answer: its length says " + std::to_string(length) + ", its data field holds " +
+           std::to_string(response.size() - DATA_OFFSET);
+}
+
+static Deadline after(double seconds)
 {
     return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 }
 
-} // namespace
+static std::string seconds_text(double seconds)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%g s", seconds);
+    return text;
+}
+
+Question port_check()
+{
+    static std::mt19937 chance{std::random_device{}()};
+    Bytes packet = empty_request(PORT_CHECK);
+    packet.resize(ECHO_SIZE);
+    packet[SELECTOR_OFFSET] = static_cast<uint8_t>(chance());
+    return {packet, true, ECHO_SIZE};
+}
 
 Client::Client(Settings settings) : settings_(std::move(settings)) {}
 
 Client::~Client() = default;
 
-// A patient connect waits for a service that is being started again.
-void Client::connect(bool patient, Deadline deadline)
+// A patient one waits for a service that is being started again.
+void Client::open(bool patient, Deadline deadline)
 {
-    if (port_) {
-        // What lies there came too late for its own request. A closed connection shows here too, before the
-        // request is on its way.
-        try {
-            while (!port_->read(Clock::now()).empty() && Clock::now() < deadline) {
-            }
-            return;
-        } catch (const PortError &) {
-            port_.reset();
-        }
-    }
     for (;;) {
         try {
             port_ = std::make_unique<Port>(settings_.port, deadline);
-            decoder_ = std::make_unique<port::decoder>();
-            connections_++;
-            return;
+            break;
         } catch (const PortError &) {
             if (!patient || Clock::now() + RECONNECT_PAUSE >= deadline)
                 throw;
         }
         std::this_thread::sleep_for(RECONNECT_PAUSE);
     }
+    decoder_ = std::make_unique<port::decoder>();
+    input_.clear();
+    taken_ = 0;
+    wire_.clear();
+    connections_++;
+    in_step_ = !port_->outlives_stations() && !answer_lost_;
+    if (settings_.trace)
+        trace_event("connected to " + settings_.port);
+}
+
+void Client::connect(bool patient, Deadline deadline)
+{
+    if (port_) {
+        // Nothing is under way here, so what lies there is nobody's. A closed connection shows here too,
+        // before the request is on its way.
+        try {
+            Bytes nobodys;
+            while (Clock::now() < deadline && receive(nobodys, Clock::now()) != Received::nothing) {
+            }
+        } catch (const PortError &) {
+            port_.reset();
+        }
+    }
+    if (!port_)
+        open(patient, deadline);
+    if (!in_step_)
+        bring_into_step(deadline);
+}
+
+// What was asked on this line before, by this station or another, is answered before what is asked now. So
+// the line is in step behind the echoes of port-checks that nobody else has sent: three, one behind the
+// other, with selectors of chance, because one alone would be found among the late echoes of others too
+// often.
+void Client::bring_into_step(Deadline deadline)
+{
+    std::array<Bytes, 3> checks;
+    for (Bytes &check : checks) {
+        check = port_check().packet;
+        send(check, deadline);
+    }
+    Bytes packet;
+    for (size_t seen = 0; seen < checks.size();) {
+        const Received received = receive(packet, deadline);
+        // A port at which nobody serves the port-check yet refuses it, and that tells as much.
+        const auto echoes = [&](const Bytes &check) {
+            return (packet.size() == ECHO_SIZE && answers(packet, check)) || refuses(packet, check);
+        };
+        if (received == Received::nothing)
+            throw PortError("the port does not answer: no echo of a port-check within " +
+                            seconds_text(settings_.timeout));
+        if (received == Received::packet)
+            seen = echoes(checks[seen]) ? seen + 1 : echoes(checks[0]) ? 1 : 0;
+    }
+    in_step_ = true;
+    answer_lost_ = false;
+}
+
+void Client::send(const Bytes &packet, Deadline deadline)
+{
+    const Bytes frame = frame_of(packet);
+    if (settings_.trace)
+        trace_frame('>', frame, "");
+    port_->write(frame, deadline);
+}
+
+// The next frame that comes, broken ones too; nothing at the deadline.
+Client::Received Client::receive(Bytes &packet, Deadline deadline)
+{
+    for (;;) {
+        if (taken_ == input_.size()) {
+            input_ = port_->read(deadline);
+            taken_ = 0;
+            if (input_.empty())
+                return Received::nothing;
+        }
+        const uint8_t *input = input_.data() + taken_;
+        size_t left = input_.size() - taken_;
+        const port::event event = port::decode(decoder_.get(), &input, &left);
+        if (settings_.trace)
+            trace_input(event, input_.size() - left);
+        taken_ = input_.size() - left;
+        if (event == port::event::packet) {
+            packet.assign(decoder_->packet, decoder_->packet + decoder_->length);
+            return Received::packet;
+        }
+        if (event != port::event::more)
+            return Received::broken;
+    }
+}
+
+void Client::trace_input(port::event event, size_t end)
+{
+    const char *const made_of[] = {"", "", "broken: wrong FCS", "broken: too short", "broken: too long"};
+    const auto begin = input_.begin();
+    wire_.insert(wire_.end(), begin + static_cast<long>(taken_), begin + static_cast<long>(end));
+    wire_.resize(std::min(wire_.size(), TRACE_MAX));
+    if (event == port::event::more)
+        return;
+    trace_frame('<', wire_, made_of[static_cast<size_t>(event)]);
+    wire_.clear();
+}
+
+// Throws PortError when there is none to believe before the deadline.
+void Client::await_answer(const Bytes &request, size_t response_size, Deadline deadline, Exchange &exchange)
+{
+    for (;;) {
+        Bytes packet;
+        const Received received = receive(packet, deadline);
+        if (received == Received::nothing || Clock::now() >= deadline) {
+            if (settings_.trace && !wire_.empty())
+                trace_frame('<', wire_, "not a whole frame");
+            throw NoAnswer("no answer within " + seconds_text(settings_.timeout));
+        }
+        if (received == Received::packet && answers(packet, request)) {
+            const std::string fault = fault_of(packet, response_size);
+            if (!fault.empty())
+                throw NoAnswer(fault);
+            exchange.outcome = Outcome::answer;
+            exchange.packet = std::move(packet);
+            return;
+        }
+        if (received == Received::packet && refuses(packet, request)) {
+            exchange.outcome = Outcome::refused;
+            exchange.problem = "refused by the router: nobody serves this code";
+            return;
+        }
+        exchange.skipped++;
+    }
 }
 
 // Returns whether any byte of the request may have reached the service.
-bool Client::attempt(const Bytes &request, bool patient, Exchange &exchange)
+bool Client::attempt(const Question &question, bool patient, Exchange &exchange)
 {
-    const Deadline deadline = after(settings_.timeout);
     bool sent = false;
     auto begin = Clock::now();
-    auto stop_watch = [&] {
-        exchange.milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+    exchange.port_died = false;
+    const auto lose = [&](const PortError &error, bool port_died) {
+        exchange.problem = error.what();
+        exchange.port_died = port_died;
+        answer_lost_ = answer_lost_ || sent;
+        port_.reset();
+        if (settings_.trace)
+            trace_event(exchange.problem);
     };
     try {
-        connect(patient, deadline);
+        connect(patient, after(settings_.timeout));
+        const Bytes request = question.fresh ? question.fresh() : question.packet;
+        const Deadline deadline = after(settings_.timeout);
         begin = Clock::now();
         sent = true;
-        port_->write(frame_of(request), deadline);
-        for (;;) {
-            const Bytes bytes = port_->read(deadline);
-            if (bytes.empty() || Clock::now() >= deadline) {
-                char text[64];
-                std::snprintf(text, sizeof text, "no answer within %g s", settings_.timeout);
-                throw PortError(text);
-            }
-            const uint8_t *input = bytes.data();
-            size_t left = bytes.size();
-            for (;;) {
-                const port::event event = port::decode(decoder_.get(), &input, &left);
-                if (event == port::event::more)
-                    break;
-                const Bytes packet = event == port::event::packet
-                                         ? Bytes(decoder_->packet, decoder_->packet + decoder_->length)
-                                         : Bytes();
-                if (answers(packet, request)) {
-                    exchange.outcome = Outcome::answer;
-                    exchange.packet = packet;
-                    stop_watch();
-                    return sent;
-                }
-                if (refuses(packet, request)) {
-                    exchange.outcome = Outcome::refused;
-                    exchange.problem = "refused by the router: nobody serves this code";
-                    stop_watch();
-                    return sent;
-                }
-                exchange.skipped++;
-            }
-        }
+        send(request, deadline);
+        await_answer(request, question.response_size, deadline, exchange);
+    } catch (const NoAnswer &error) {
+        lose(error, false);
     } catch (const PortError &error) {
-        stop_watch();
-        exchange.problem = error.what();
-        port_.reset();
+        lose(error, true);
     }
+    exchange.milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
     return sent;
 }
 
-Exchange Client::ask(const Bytes &request, bool repeatable)
+Exchange Client::ask(const Question &question)
 {
     Exchange exchange{};
     for (;;) {
-        const bool sent = attempt(request, settings_.retries > 0, exchange);
+        const bool sent = attempt(question, settings_.retries > 0, exchange);
         exchange.attempts++;
         if (exchange.outcome != Outcome::silence || exchange.attempts > settings_.retries)
             return exchange;
-        if (sent && !repeatable) {
+        if (sent && !question.repeatable) {
             exchange.problem += " (sent once: this request is not safe to repeat)";
             return exchange;
         }

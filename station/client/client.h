@@ -4,30 +4,44 @@
 #include "station/client/bytes.h"
 #include "station/client/transport.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 
 namespace port
 {
 struct decoder;
-}
+enum class event;
+} // namespace port
 
 namespace station
 {
 
+// A request, and what has to be known to believe its answer.
+struct Question {
+    Bytes packet;
+    bool repeatable = false;                // otherwise it is sent at most once, whatever `retries` says
+    size_t response_size = 0;               // in bytes; 0 for a code whose size nobody has told
+    std::function<Bytes()> fresh = nullptr; // makes the packet when it is sent, if it tells the time
+};
+
+// A port-check with a selector of chance: the service echoes its five bytes.
+Question port_check();
+
 enum class Outcome {
     answer,  // a response of the service
     refused, // the router's error packet: nobody serves the code
-    silence, // no answer in time, or the connection was lost or never made
+    silence, // no answer in time, or none to believe, or the connection was lost or never made
 };
 
 struct Exchange {
     Outcome outcome = Outcome::silence;
-    Bytes packet;        // the response, empty unless it is an answer
-    double milliseconds; // of the last attempt, from the request to its answer
+    Bytes packet;            // the response, empty unless it is an answer
+    double milliseconds = 0; // of the last attempt, from the request to its answer
     int attempts = 0;
-    int skipped = 0;     // broken frames and answers to other requests that came before this one
-    std::string problem; // why there is no answer
+    int skipped = 0;        // broken frames and answers to other requests that came before this one
+    bool port_died = false; // the connection was lost or not made, or the port answers no port-check
+    std::string problem;    // why there is no answer
 };
 
 class Client
@@ -37,26 +51,39 @@ class Client
         std::string port;
         double timeout = 30; // seconds, for each attempt
         int retries = 0;
+        bool trace = false; // to standard error
     };
 
     explicit Client(Settings settings);
     ~Client();
 
-    // A request that is not repeatable is sent at most once, whatever `retries` says.
-    Exchange ask(const Bytes &request, bool repeatable);
+    Exchange ask(const Question &question);
 
     Settings &settings() { return settings_; }
     // Grows when a lost connection was made anew.
-    int connections() const { return connections_; }
+    [[nodiscard]] int connections() const { return connections_; }
 
   private:
+    enum class Received { packet, broken, nothing };
+
     void connect(bool patient, Deadline deadline);
-    bool attempt(const Bytes &request, bool patient, Exchange &exchange);
+    void open(bool patient, Deadline deadline);
+    void bring_into_step(Deadline deadline);
+    void send(const Bytes &packet, Deadline deadline);
+    Received receive(Bytes &packet, Deadline deadline);
+    void trace_input(port::event event, size_t end);
+    void await_answer(const Bytes &request, size_t response_size, Deadline deadline, Exchange &exchange);
+    bool attempt(const Question &question, bool patient, Exchange &exchange);
 
     Settings settings_;
     int connections_ = 0;
+    bool in_step_ = false;     // the next answer that comes is the next request's
+    bool answer_lost_ = false; // and may still come, if the port is alive at all
     std::unique_ptr<Port> port_;
     std::unique_ptr<port::decoder> decoder_;
+    Bytes input_; // read and not yet looked at, from `taken_` on
+    size_t taken_ = 0;
+    Bytes wire_; // of the frame that is being read, for the trace
 };
 
 } // namespace station

@@ -4,19 +4,18 @@
 
 namespace station
 {
-namespace
-{
 
 using Json = nlohmann::ordered_json;
 
-constexpr size_t DATA_OFFSET = 7;
+static constexpr size_t DATA_OFFSET = 7;
 
 // Bytes that are no UTF-8 are replaced.
-std::string json_text(const Json &json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
+static std::string json_text(const Json &json)
+{
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
 
-Meaning gib(unsigned size) { return {std::to_string(size) + " GiB", json_text({{"gib", size}})}; }
-
-} // namespace
+static Meaning gib(unsigned size) { return {std::to_string(size) + " GiB", json_text({{"gib", size}})}; }
 
 Meaning gib_byte(const Bytes &data, const Bytes &) { return gib(data.empty() ? 0 : data[0]); }
 

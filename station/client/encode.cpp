@@ -9,25 +9,24 @@
 
 namespace station
 {
-namespace
-{
 
-constexpr uint8_t SUBSYSTEM_PACKET = 0x4B; // the command code byte; the service gives it back as it came
-constexpr uint8_t SUBSYSTEM = 250;
+static constexpr uint8_t SUBSYSTEM_PACKET =
+    0x4B; // the command code byte; the service gives it back as it came
+static constexpr uint8_t SUBSYSTEM = 250;
 
-bool has(const Arguments &arguments, const char *key)
+static bool has(const Arguments &arguments, const char *key)
 {
     const auto found = arguments.find(key);
     return found != arguments.end() && !found->second.empty();
 }
 
-std::string word(const Arguments &arguments, const char *key)
+static std::string word(const Arguments &arguments, const char *key)
 {
     return has(arguments, key) ? arguments.at(key).front() : std::string();
 }
 
 // Twelve hexadecimal digits, with or without separators.
-std::string address_digits(const std::string &text)
+static std::string address_digits(const std::string &text)
 {
     std::string digits;
     for (char character : text)
@@ -41,21 +40,21 @@ std::string address_digits(const std::string &text)
     return digits;
 }
 
-void refuse_plus(const std::string &text)
+static void refuse_plus(const std::string &text)
 {
     if (text.find('+') != std::string::npos)
         throw UsageError("'" + text +
                          "' holds a '+', which joins the two texts of this request and cannot be sent");
 }
 
-void put_joined(Bytes &packet, const std::string &first, const std::string &second)
+static void put_joined(Bytes &packet, const std::string &first, const std::string &second)
 {
     refuse_plus(first);
     refuse_plus(second);
     put_text(packet, first + "+" + second);
 }
 
-Bytes bytes_from(const Arguments &arguments)
+static Bytes bytes_from(const Arguments &arguments)
 {
     const int sources = has(arguments, "--file") + has(arguments, "--hex") + has(arguments, "--text");
     if (sources != 1)
@@ -68,7 +67,7 @@ Bytes bytes_from(const Arguments &arguments)
     return {text.begin(), text.end()};
 }
 
-std::tm moment(std::string text)
+static std::tm moment(std::string text)
 {
     std::tm time{};
     if (text == "now") {
@@ -86,7 +85,7 @@ std::tm moment(std::string text)
 }
 
 // The service reads a, b and c as a * 65536 + (a mod 16) * 256 + (b div 16) * 4096 + c, with a at most 16.
-bool pack_seconds(long seconds, uint8_t packed[3])
+static bool pack_seconds(long seconds, uint8_t packed[3])
 {
     for (long a = 0; a <= 16; a++)
         for (long b = 0; b < 16; b++) {
@@ -101,19 +100,25 @@ bool pack_seconds(long seconds, uint8_t packed[3])
     return false;
 }
 
+namespace
+{
+
 struct NamedColour {
     const char *name;
     uint8_t red, green, blue;
 };
-const NamedColour colours[] = {
+
+} // namespace
+
+static constexpr NamedColour COLOURS[] = {
     {"black", 0, 0, 0},       {"white", 255, 255, 255}, {"red", 255, 0, 0},
     {"green", 0, 255, 0},     {"blue", 0, 0, 255},      {"yellow", 255, 255, 0},
     {"magenta", 255, 0, 255}, {"cyan", 0, 255, 255},    {"grey", 128, 128, 128},
 };
 
-Bytes colour_bytes(const std::string &text)
+static Bytes colour_bytes(const std::string &text)
 {
-    for (const NamedColour &colour : colours)
+    for (const NamedColour &colour : COLOURS)
         if (text == colour.name)
             return {colour.red, colour.green, colour.blue};
     if (text.size() == 6 && text.find(',') == std::string::npos)
@@ -128,7 +133,7 @@ Bytes colour_bytes(const std::string &text)
 }
 
 // Whole numbers from a file: any white space between them, '#' begins a comment.
-std::vector<std::string> numbers_in(const std::string &path)
+static std::vector<std::string> numbers_in(const std::string &path)
 {
     std::istringstream lines(to_text(read_whole_file(path)));
     std::vector<std::string> numbers;
@@ -139,8 +144,6 @@ std::vector<std::string> numbers_in(const std::string &path)
     }
     return numbers;
 }
-
-} // namespace
 
 Bytes empty_request(uint16_t code)
 {

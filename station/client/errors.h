@@ -16,4 +16,24 @@ struct PortError : std::runtime_error {
     using runtime_error::runtime_error;
 };
 
+// The port is there, but gave no answer that can be believed.
+struct NoAnswer : PortError {
+    using PortError::PortError;
+};
+
+// The router refused a request: nobody serves its code.
+struct Refused : std::runtime_error {
+    using runtime_error::runtime_error;
+};
+
+// The phone answered, and it was not what is needed. The text may hold what the phone said, as it came.
+struct PhoneError : std::runtime_error {
+    using runtime_error::runtime_error;
+};
+
+// What was to be printed or kept could not be.
+struct OutputError : std::runtime_error {
+    using runtime_error::runtime_error;
+};
+
 } // namespace station

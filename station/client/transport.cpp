@@ -11,8 +11,11 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/un.h>
 #include <termios.h>
 #include <unistd.h>
@@ -42,13 +45,15 @@ class Descriptor
     int fd_;
 };
 
-[[noreturn]] void fail(const std::string &what, int error = errno)
+} // namespace
+
+[[noreturn]] static void fail(const std::string &what, int error = errno)
 {
     throw PortError(what + ": " + std::strerror(error));
 }
 
 // True when the descriptor is ready, false at the deadline.
-bool wait_for(int fd, short events, Deadline deadline)
+static bool wait_for(int fd, short events, Deadline deadline)
 {
     for (;;) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
@@ -64,7 +69,7 @@ bool wait_for(int fd, short events, Deadline deadline)
 }
 
 // Connects a non-blocking socket before the deadline; 0 or the error number.
-int connect_before(int fd, const sockaddr *address, socklen_t size, Deadline deadline)
+static int connect_before(int fd, const sockaddr *address, socklen_t size, Deadline deadline)
 {
     // A Unix socket with a full backlog answers EAGAIN instead of connecting in the background.
     while (connect(fd, address, size) != 0) {
@@ -84,7 +89,7 @@ int connect_before(int fd, const sockaddr *address, socklen_t size, Deadline dea
     return 0;
 }
 
-int open_unix_socket(const std::string &path, Deadline deadline)
+static int open_unix_socket(const std::string &path, Deadline deadline)
 {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -103,19 +108,22 @@ int open_unix_socket(const std::string &path, Deadline deadline)
     return fd.release();
 }
 
-int open_tcp(const std::string &where, Deadline deadline)
+// "tcp:HOST:PORT", where HOST may be an IPv6 address in brackets
+static int open_tcp(const std::string &where, Deadline deadline)
 {
-    // tcp:HOST:PORT, where HOST may be an IPv6 address in brackets
     const size_t colon = where.rfind(':');
-    if (colon < 5 || colon + 1 == where.size())
-        throw UsageError("'" + where + "' is not tcp:HOST:PORT");
+    const std::string number = where.substr(colon + 1);
+    if (colon < 5 || number.empty() || number.size() > 5 ||
+        number.find_first_not_of("0123456789") != std::string::npos || std::stoi(number) < 1 ||
+        std::stoi(number) > 65535)
+        throw UsageError("'" + where + "' is not tcp:HOST:PORT with a PORT from 1 to 65535");
     std::string host = where.substr(4, colon - 4);
     if (host.size() > 2 && host.front() == '[' && host.back() == ']')
         host = host.substr(1, host.size() - 2);
     addrinfo hints{};
     hints.ai_socktype = SOCK_STREAM;
     addrinfo *found = nullptr;
-    if (const int error = getaddrinfo(host.c_str(), where.c_str() + colon + 1, &hints, &found))
+    if (const int error = getaddrinfo(host.c_str(), number.c_str(), &hints, &found))
         throw PortError(where + ": " + gai_strerror(error));
     int last_error = ECONNREFUSED;
     int connected = -1;
@@ -135,26 +143,44 @@ int open_tcp(const std::string &where, Deadline deadline)
     return connected;
 }
 
-int open_serial_device(const std::string &path)
+// The side of a pseudo-terminal that programs open. Its exclusive mode would outlive the station that set it,
+// as long as the other side is open, and shut out every later one that is not root's.
+static bool is_pseudo_terminal(int fd)
+{
+    constexpr unsigned FIRST_MAJOR = 136, LAST_MAJOR = 143;
+    struct stat status {
+    };
+    return fstat(fd, &status) == 0 && major(status.st_rdev) >= FIRST_MAJOR &&
+           major(status.st_rdev) <= LAST_MAJOR;
+}
+
+static int open_serial_device(const std::string &path)
 {
     Descriptor fd(open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    if (fd.get() < 0 && errno == EBUSY)
+        throw PortError(path + " is taken by another program");
     if (fd.get() < 0)
         fail(path);
     termios line{};
-    if (tcgetattr(fd.get(), &line) == 0) {
-        cfmakeraw(&line);
-        line.c_cflag |= CLOCAL | CREAD;
-        line.c_cc[VMIN] = 1;
-        line.c_cc[VTIME] = 0;
-        if (tcsetattr(fd.get(), TCSANOW, &line) != 0)
-            fail(path);
-        // What a station before left behind is not for this one.
-        tcflush(fd.get(), TCIFLUSH);
-    }
+    if (tcgetattr(fd.get(), &line) != 0)
+        throw PortError(path + " is neither a socket nor a serial device");
+    // Two stations on one line would get each other's answers. The lock keeps other stations out, root's too,
+    // and ends with this one however it ends; the exclusive mode keeps out programs that know no lock.
+    if (flock(fd.get(), LOCK_EX | LOCK_NB) != 0)
+        throw PortError(errno == EWOULDBLOCK ? path + " is taken by another station"
+                                             : path + ": " + std::strerror(errno));
+    if (!is_pseudo_terminal(fd.get()) && ioctl(fd.get(), TIOCEXCL) != 0)
+        fail(path);
+    cfmakeraw(&line);
+    line.c_cflag |= CLOCAL | CREAD;
+    line.c_cc[VMIN] = 1;
+    line.c_cc[VTIME] = 0;
+    if (tcsetattr(fd.get(), TCSANOW, &line) != 0)
+        fail(path);
+    // What a station before left behind is not for this one.
+    tcflush(fd.get(), TCIFLUSH);
     return fd.release();
 }
-
-} // namespace
 
 Port::Port(const std::string &where, Deadline deadline)
 {
@@ -162,6 +188,7 @@ Port::Port(const std::string &where, Deadline deadline)
     std::signal(SIGPIPE, SIG_IGN);
     if (where.compare(0, 4, "tcp:") == 0) {
         fd_ = open_tcp(where, deadline);
+        outlives_stations_ = true;
         return;
     }
     struct stat status {
@@ -170,9 +197,10 @@ Port::Port(const std::string &where, Deadline deadline)
         fail(where);
     if (S_ISSOCK(status.st_mode))
         fd_ = open_unix_socket(where, deadline);
-    else if (S_ISCHR(status.st_mode))
+    else if (S_ISCHR(status.st_mode)) {
         fd_ = open_serial_device(where);
-    else
+        outlives_stations_ = true;
+    } else
         throw PortError(where + " is neither a socket nor a serial device");
 }
 

@@ -10,16 +10,18 @@
 namespace station
 {
 
+// What a step came to.
 struct Row {
     const Step *step = nullptr;
     bool as_expected = true;
+    bool port_died = false; // and the step did not expect that
     std::string answer;
     double milliseconds = 0;
     Exchange exchange;
     Result result;
 };
 
-// Plays steps one after the other; one that went down is waited for by a step that says so.
+// One behind the other; a `wait` behind a restart knows that the phone goes down first.
 class Run
 {
   public:

@@ -1,107 +1,302 @@
 // The station client's command line.
+#include "station/catalogue/answer.h"
 #include "station/catalogue/options.h"
+#include "station/catalogue/suggest.h"
 #include "station/client/errors.h"
+#include "station/client/files.h"
 #include "station/plan/script.h"
+#include "station/program/kept_file.h"
 #include "station/program/output.h"
+#include "station/program/progress_bar.h"
 #include "station/program/reference.h"
 #include "station/program/table.h"
 
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <sstream>
 
-namespace
+namespace station
 {
 
-using namespace station;
+static constexpr char DEFAULT_PORT[] = "build/phone/phone0/port";
 
-const char default_port[] = "build/phone/phone0/port";
-
-const char description[] =
+static constexpr char DESCRIPTION[] =
     "Talks to the diag service of a phone.\n"
     "\n"
     "  station get-prop ro.build.id              a command by its name; `station list` has all\n"
     "  station send 0xE602 --text ro.build.id    any request by its code\n"
     "  station get-prop --help                   what a command takes and answers\n";
 
-const char exit_statuses[] =
+static constexpr char EXIT_STATUSES[] =
     "Options may stand before a command or behind it; arguments that begin with '-' go behind `--`.\n"
     "--retries repeats a request, over a new connection, only where repeating it is safe. As long as nothing "
     "was sent,\n"
     "connecting is repeated for every request.\n"
     "\n"
-    "Exit status: 0 success; 1 the answer is \"ERROR\" or another failure; 2 no "
-    "answer; 3 refused by the router;\n"
-    "64 the command line is wrong.";
+    "Exit status: 0 success; 1 the answer is \"ERROR\" or another failure; 2 no answer, or a broken one, or "
+    "no port;\n"
+    "3 refused by the router; 64 the command line is wrong, nothing was sent; 74 the output could not be "
+    "written.";
 
-int ask(const std::vector<std::string> &words, Settings settings)
+using Words = std::vector<std::string>;
+
+// Everything that may stand at the command's place.
+static Words first_words();
+
+// For the shell's completion: a word on each line. Behind a name, what stands for bytes there.
+static void print_words(const std::string &name)
 {
-    const Request request = parse_request(words, settings);
-    Client client(settings.client);
-    const Exchange exchange = client.ask(request.packet, request.repeatable);
-    const Result result = judge(request, exchange);
-    print_result(settings, request, exchange, result);
-    return result.verdict;
+    uint16_t code = 0;
+    const Command *const command = find_command(name, code);
+    Words words = name.empty() ? first_words() : Words();
+    if (command)
+        for (const Parameter &parameter : command->parameters)
+            for (const Choice &choice : parameter.choices)
+                words.emplace_back(choice.word);
+    for (const std::string &word : words)
+        std::printf("%s\n", word.c_str());
 }
 
-int serve_command_line(int count, char **words)
+static int serve_list(const Words &words, Settings &settings)
 {
-    Settings settings;
-    const char *port = std::getenv("STATION_PORT");
-    settings.client.port = port && *port ? port : default_port;
-
-    CLI::App app(description, "station");
-    app.footer(exit_statuses);
-    app.prefix_command();
-    add_request_options(app, settings);
-    app.get_option("--port")->description(
-        "socket path, serial device or tcp:HOST:PORT; otherwise $STATION_PORT, or " +
-        std::string(default_port));
-    app.get_option("--timeout")->description("seconds to wait for an answer, in each attempt; 30 otherwise");
-
-    std::string script, record;
-    CLI::App *list =
-        app.add_subcommand("list", "all commands, in the order of the service's table")->fallthrough();
-    CLI::App *run =
-        app.add_subcommand("run",
-                           "the requests of a script, as a table; `station run --help` tells the syntax")
-            ->fallthrough();
-    run->footer(script_help);
-    run->add_option("FILE", script, "the script, - for standard input")->required();
-    run->add_option("--record", record, "beside the table, write the run to this file as --json shows it")
-        ->type_name("PATH");
-    CLI::App *reference = app.add_subcommand("reference", "the commands' reference, in Markdown");
-    try {
-        app.parse(count, words);
-    } catch (const CLI::CallForHelp &help) {
-        return app.exit(help);
-    } catch (const CLI::ParseError &error) {
-        throw UsageError(error.what());
-    }
-    if (*list)
-        print_list(settings.json);
-    else if (*reference)
-        std::fputs(reference_markdown().c_str(), stdout);
-    else if (*run)
-        return run_script(script, settings, record);
-    else if (app.remaining().empty())
-        throw UsageError("no command; `station --help` tells how to go on");
+    CLI::App app("Lists all commands: their codes, names and what they do.", "list");
+    std::string of;
+    app.add_flag("--json", settings.json, "with arguments and answers, as JSON");
+    CLI::Option *const typed =
+        app.add_option("--words", of,
+                       "the words that may be typed next, behind NAME or at the beginning; for completion")
+            ->type_name("NAME")
+            ->expected(0, 1);
+    parse_words(app, words);
+    if (typed->count() > 0)
+        print_words(of);
     else
-        return ask(app.remaining(), settings);
+        print_list(settings.json);
     return SUCCESS;
 }
 
+static int serve_reference(const Words &words, Settings &)
+{
+    CLI::App app("Prints the commands' reference, in Markdown.", "reference");
+    parse_words(app, words);
+    std::fputs(reference_markdown().c_str(), stdout);
+    return SUCCESS;
+}
+
+// Why a port is not there is seldom in the error's own words.
+static void hint_at_port(const Settings &settings)
+{
+    const std::string &port = settings.client.port;
+    if (port.compare(0, 4, "tcp:") != 0 && access(port.c_str(), F_OK) != 0)
+        std::fprintf(
+            stderr,
+            "station: is the phone up? `script/phone up` boots a virtual one; --port or $STATION_PORT "
+            "names another port\n");
+}
+
+static int serve_run(const Words &words, Settings &settings)
+{
+    CLI::App app("Plays a script of requests over one connection and shows a table.", "run");
+    std::string script, record;
+    bool keep_going = false;
+    app.footer(script_help);
+    app.add_option("FILE", script, "the script, - for standard input")->required();
+    app.add_option("--record", record, "beside the table, write the run to this file as --json shows it")
+        ->type_name("PATH");
+    app.add_flag("--keep-going", keep_going,
+                 "play all lines, also when the port has died; otherwise that ends the run, with status 2");
+    add_request_options(app, settings);
+    parse_words(app, words);
+    check(settings);
+    if (settings.plain || settings.raw_hex)
+        throw UsageError("run: a script's table has no form for --plain or --raw-hex");
+    const int status = run_script(script, settings, record, keep_going);
+    if (status == NO_ANSWER)
+        hint_at_port(settings);
+    return status;
+}
+
+static int serve_push(const Words &words, Settings &settings)
+{
+    CLI::App app(
+        "Puts a file on the phone, by shell lines of the service; its content is checked by a digest.\n"
+        "It is written under a name beside PATH and moved when it is whole; a file that is there is "
+        "replaced.",
+        "push");
+    std::string file, path;
+    app.add_option("FILE", file, "the file, - for standard input")->required();
+    app.add_option("PATH", path, "the absolute path on the phone")->required();
+    add_request_options(app, settings);
+    parse_words(app, words);
+    check(settings);
+    const Bytes content = read_whole_file(file);
+    Client client(settings.client);
+    const ProgressBar bar(!settings.json);
+    push_file(client, content, path, [&](size_t done, size_t all) { bar.show(done, all, "bytes"); });
+    bar.clear();
+    print_moved(settings, path, content);
+    return SUCCESS;
+}
+
+static int serve_pull(const Words &words, Settings &settings)
+{
+    CLI::App app(
+        "Fetches a regular file from the phone, by shell lines of the service; its content is checked by\n"
+        "a digest. FILE is there when it is whole; a file that is there is replaced.",
+        "pull");
+    std::string file, path;
+    app.add_option("PATH", path, "the absolute path on the phone")->required();
+    app.add_option("FILE", file, "where it goes")->required();
+    add_request_options(app, settings);
+    parse_words(app, words);
+    check(settings);
+    KeptFile kept(file);
+    if (isatty(fileno(kept.file())))
+        throw UsageError(file + " is a terminal; it would obey what the phone's file holds");
+    Client client(settings.client);
+    const ProgressBar bar(!settings.json);
+    const Bytes content =
+        pull_file(client, path, [&](size_t done, size_t all) { bar.show(done, all, "bytes"); });
+    bar.clear();
+    std::fwrite(content.data(), 1, content.size(), kept.file());
+    kept.keep();
+    print_moved(settings, file, content);
+    return SUCCESS;
+}
+
+static int ask(const Words &words, Settings settings)
+{
+    const Request request = parse_request(words, settings);
+    check(settings);
+    Client client(settings.client);
+    const Exchange exchange = client.ask(request);
+    const Result result = judge(request, exchange);
+    print_result(settings, request, exchange, result);
+    if (exchange.port_died)
+        hint_at_port(settings);
+    return result.verdict;
+}
+
+namespace
+{
+
+struct Subcommand {
+    const char *name;
+    const char *usage;
+    const char *does;
+    int (*serve)(const Words &words, Settings &settings);
+};
+
 } // namespace
 
-int main(int count, char **words)
+static constexpr Subcommand SUBCOMMANDS[] = {
+    {"list", "list [--json]", "all commands and what they do", serve_list},
+    {"run", "run FILE", "plays a script of requests, as a table; `station run --help` tells the syntax",
+     serve_run},
+    {"push", "push FILE PATH", "puts a file on the phone", serve_push},
+    {"pull", "pull PATH FILE", "fetches a file from the phone", serve_pull},
+    {"reference", "reference", "the commands' reference, in Markdown", serve_reference},
+};
+
+static Words first_words()
+{
+    Words words = command_names();
+    words.emplace_back("send");
+    for (const Subcommand &subcommand : SUBCOMMANDS)
+        words.emplace_back(subcommand.name);
+    return words;
+}
+
+static std::string footer()
+{
+    std::string text = "Besides the phone's commands:\n";
+    for (const Subcommand &subcommand : SUBCOMMANDS) {
+        std::string usage = subcommand.usage;
+        usage.resize(std::max<size_t>(usage.size(), 16), ' ');
+        text += "  " + usage + "  " + subcommand.does + "\n";
+    }
+    return text + "\n" + EXIT_STATUSES;
+}
+
+static int serve_command_line(int count, char **words)
+{
+    Settings settings;
+    const char *port = std::getenv("STATION_PORT");
+    settings.client.port = port && *port ? port : DEFAULT_PORT;
+
+    CLI::App app(DESCRIPTION, "station");
+    app.footer(footer());
+    app.prefix_command();
+    app.set_version_flag("--version", "station " STATION_VERSION);
+    add_request_options(app, settings);
+    app.get_option("--port")->description(
+        "socket path, serial device or tcp:HOST:PORT; otherwise $STATION_PORT, or " +
+        std::string(DEFAULT_PORT));
+    app.get_option("--timeout")->description("seconds to wait for an answer, in each attempt; 30 otherwise");
+    try {
+        app.parse(count, words);
+    } catch (const CLI::Success &asked_for_text) { // --help and --version
+        return app.exit(asked_for_text);
+    } catch (const CLI::ParseError &error) {
+        throw UsageError(error.what());
+    }
+    const Words rest = app.remaining();
+    if (rest.empty())
+        throw UsageError("no command; `station --help` tells how to go on");
+    for (const Subcommand &subcommand : SUBCOMMANDS)
+        if (rest.front() == subcommand.name)
+            return subcommand.serve({rest.begin() + 1, rest.end()}, settings);
+    if (rest.front()[0] == '-')
+        throw UsageError("'" + rest.front() + "' is no option" + suggestion(rest.front(), option_names(app)));
+    uint16_t code = 0;
+    if (rest.front() != "send" && !find_command(rest.front(), code))
+        throw UsageError("'" + rest.front() + "' is no command; `station list` shows them all" +
+                         suggestion(rest.front(), first_words()));
+    return ask(rest, settings);
+}
+
+// Every line of the message begins with the program's name. What a phone has said may be in it.
+static int complain(const std::string &message, int status)
+{
+    std::istringstream lines(escaped(message, true));
+    for (std::string line; std::getline(lines, line);)
+        std::fprintf(stderr, "station: %s\n", line.c_str());
+    return status;
+}
+
+static int serve(int count, char **words)
 {
     try {
         return serve_command_line(count, words);
     } catch (const HelpAsked &help) {
         std::fputs(help.text.c_str(), stdout);
         return SUCCESS;
+    } catch (const PhoneError &error) {
+        return complain(error.what(), FAILURE);
+    } catch (const PortError &error) {
+        return complain(error.what(), NO_ANSWER);
+    } catch (const Refused &error) {
+        return complain(error.what(), REFUSED);
+    } catch (const OutputError &error) {
+        return complain(error.what(), NO_OUTPUT);
     } catch (const std::exception &error) {
-        std::fprintf(stderr, "station: %s\n", error.what());
-        return USAGE;
+        return complain(error.what(), USAGE);
     }
+}
+
+} // namespace station
+
+int main(int count, char **words)
+{
+    // An output that nobody reads any more is an error to tell of, not a silent end.
+    std::signal(SIGPIPE, SIG_IGN);
+    const int status = station::serve(count, words);
+    try {
+        station::flush_output();
+    } catch (const station::OutputError &error) {
+        return station::complain(error.what(), station::NO_OUTPUT);
+    }
+    return status;
 }

@@ -1,15 +1,22 @@
 #include "station/program/output.h"
 
+#include "station/catalogue/page.h"
+#include "station/catalogue/suggest.h"
+#include "station/client/errors.h"
+#include "station/client/files.h"
+
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <unistd.h>
 
 namespace station
-{
-namespace
 {
 
 using Json = nlohmann::ordered_json;
 
-const char *status_word(Verdict verdict)
+static const char *status_word(Verdict verdict)
 {
     switch (verdict) {
     case SUCCESS:
@@ -22,8 +29,6 @@ const char *status_word(Verdict verdict)
         return "no answer";
     }
 }
-
-} // namespace
 
 Json to_json(const Request &request, const Exchange &exchange, const Result &result)
 {
@@ -50,7 +55,14 @@ Json to_json(const Request &request, const Exchange &exchange, const Result &res
     return json;
 }
 
-std::string dump(const Json &json) { return json.dump(2, ' ', false, Json::error_handler_t::replace); }
+// In ASCII: what a phone answers may hold characters that a terminal obeys.
+std::string dump(const Json &json) { return json.dump(2, ' ', true, Json::error_handler_t::replace); }
+
+void flush_output()
+{
+    if (std::fflush(stdout) != 0 || std::ferror(stdout))
+        throw OutputError(std::string("cannot write the output: ") + std::strerror(errno));
+}
 
 std::string milliseconds_text(double milliseconds)
 {
@@ -84,8 +96,10 @@ void print_result(const Settings &settings, const Request &request, const Exchan
     }
     const std::string text = to_text(result.data);
     if (settings.plain) {
-        const std::string plain =
-            result.meaning.text.empty() ? without_last_line_feed(text) : result.meaning.text;
+        // A program gets the bytes as they came; a terminal would obey some of them.
+        std::string plain = result.meaning.text.empty() ? without_last_line_feed(text) : result.meaning.text;
+        if (isatty(STDOUT_FILENO))
+            plain = escaped(plain, true);
         std::fwrite(plain.data(), 1, plain.size(), stdout);
         std::putchar('\n');
         return;
@@ -105,35 +119,63 @@ void print_result(const Settings &settings, const Request &request, const Exchan
     std::printf("%s%s\n", line.c_str(), time.c_str());
 }
 
+void print_moved(const Settings &settings, const std::string &path, const Bytes &content)
+{
+    if (settings.json)
+        std::printf("%s\n",
+                    dump({{"path", path}, {"bytes", content.size()}, {"sha256", digest(content)}}).c_str());
+    else
+        std::printf("%s: %zu bytes, SHA-256 %s\n", path.c_str(), content.size(), digest(content).c_str());
+}
+
+static Json list_entry(const Command &command)
+{
+    Json entry{{"low", code_text(command.low)},        {"high", code_text(command.high)},
+               {"handler", command.handler},           {"family", family_name(command.family)},
+               {"summary", command.summary},           {"response_size", command.response_size},
+               {"repeatable", command.safe_to_repeat}, {"names", Json::array()},
+               {"arguments", Json::array()},           {"answers", Json::array()}};
+    for (const Name &name : command.names)
+        entry["names"].push_back(
+            {{"code", code_text(name.code)}, {"name", name.name}, {"does", one_line(command, name)}});
+    for (const Parameter &parameter : command.parameters) {
+        Json argument{
+            {"form", parameter.form}, {"meaning", parameter.meaning}, {"required", parameter.required}};
+        if (parameter.standard)
+            argument["default"] = parameter.standard;
+        for (const Choice &choice : parameter.choices)
+            argument["words"].push_back(
+                {{"word", choice.word}, {"byte", choice.value}, {"meaning", choice.meaning}});
+        entry["arguments"].push_back(std::move(argument));
+    }
+    for (const Answer &answer : command.answers) {
+        const bool is_value = answer.fit == Answer::Fit::anything;
+        entry["answers"].push_back({{is_value ? "value" : "text", answer.text},
+                                    {"success", answer.success},
+                                    {"meaning", answer.meaning}});
+    }
+    return entry;
+}
+
 void print_list(bool json)
 {
     Json all = Json::array();
+    size_t widest = 0;
+    for (const std::string &name : command_names())
+        widest = std::max(widest, name.size());
     for (const Command &command : catalogue()) {
-        if (json) {
-            Json entry{{"low", code_text(command.low)},
-                       {"high", code_text(command.high)},
-                       {"handler", command.handler},
-                       {"family", family_name(command.family)},
-                       {"response_size", command.response_size},
-                       {"repeatable", command.safe_to_repeat},
-                       {"names", Json::array()}};
+        if (json)
+            all.push_back(list_entry(command));
+        else
             for (const Name &name : command.names)
-                entry["names"].push_back({{"code", code_text(name.code)}, {"name", name.name}});
-            all.push_back(std::move(entry));
-            continue;
-        }
-        std::string names, code = code_text(command.low);
-        if (command.is_range())
-            code += "-" + code_text(command.high);
-        for (const Name &name : command.names)
-            names += (names.empty() ? "" : ", ") + std::string(name.name);
-        std::printf("%-13s  %-16s  %-36s  %s\n", code.c_str(), family_name(command.family), command.handler,
-                    names.c_str());
+                std::printf("%s  %-*s  %s\n", code_text(name.code).c_str(), static_cast<int>(widest),
+                            name.name, one_line(command, name).c_str());
     }
     if (json)
         std::printf("%s\n", dump(all).c_str());
     else
-        std::printf("%zu commands\n", catalogue().size());
+        std::printf("%zu commands with %zu codes; `station NAME --help` tells more of one\n",
+                    catalogue().size(), command_names().size());
 }
 
 } // namespace station

@@ -3,22 +3,18 @@
 #include "frame.h"
 #include "station/catalogue/page.h"
 #include "station/client/encode.h"
-#include "station/plan/script.h"
 
 #include <algorithm>
 #include <cctype>
 #include <map>
-#include <sstream>
 
 namespace station
 {
-namespace
-{
 
 // Stands above the families in the reference.
-const char introduction[] = R"(# Commands of the diag service
+static constexpr char INTRODUCTION[] = R"(# Commands of the diag service
 
-For whoever writes a test station's software. The service answers 109 commands; this is what to send, what comes back
+For whoever writes a test station's software. The service answers @COUNT@ commands; this is what to send, what comes back
 and what it means. Everything here is also in the station client: `station list` names the commands, `station NAME --help`
 shows one. This file is made by `station reference`; change `station/catalogue/` and make it anew.
 
@@ -89,31 +85,15 @@ tool's words are not logged, run it with `station shell-output "TOOL 2>&1"`.
 `PORT` is the path of a Unix stream socket, a serial device or `tcp:HOST:PORT`; without the option it is `$STATION_PORT`, or
 the virtual phone's `build/phone/phone0/port`. A word that stands for a byte (`boot-mode ffbm`) may be given as a number too
 (`boot-mode 1`). Arguments that begin with `-` go behind `--`. `station send CODE` sends anything else: `--text`, `--hex`,
-`--file`, `--byte4`, `--length`, `--body`.
-
-| Exit status | Meaning |
-|---|---|
-| 0 | an answer marked *success* below |
-| 1 | `ERROR` or another answer marked *failure* below |
-| 2 | no answer in time, or the connection was lost or never made |
-| 3 | the router refused the code |
-| 64 | the command line is wrong; nothing was sent |
+`--file`, `--byte4`, `--length`, `--body`. [station.md](station.md) has the rest: scripts, files, exit statuses, serial lines.
 
 A lost answer does not tell whether the command was carried out. So `--retries` repeats a request that got no answer, over
 a new connection, only where it is marked *safe to repeat*: carrying it out twice comes to the same as once. Connecting is
 repeated for every request, as long as nothing was sent.
 
-`station run FILE` sends a script's requests and ends with 0 when all came out as expected, with 1 otherwise. @RUN@
-
-With `--json` a request prints an object: `code`, `name`, `request`, `status` (success, failure, no answer, refused),
-`milliseconds`, `attempts`, `skipped` (broken frames and answers that came too late), and for an answer `byte4`, `length`,
-`text`, `hex` (the data), `meaning`, `decoded` (sizes, addresses, missing components) and `response_size`; otherwise
-`problem`. A script prints `lines`, an array of these with `line` and `as_expected`, and `requests`, `unexpected`,
-`left_out` and `seconds`.
-
 )";
 
-std::string spaced_hex(const Bytes &bytes)
+static std::string spaced_hex(const Bytes &bytes)
 {
     std::string text;
     for (uint8_t byte : bytes)
@@ -121,7 +101,7 @@ std::string spaced_hex(const Bytes &bytes)
     return text;
 }
 
-std::string example()
+static std::string example()
 {
     Bytes packet = empty_request(0xE602);
     put_text(packet, "ro.build.id");
@@ -131,28 +111,19 @@ std::string example()
            "\n\nand the frame\n\n    " + spaced_hex(frame);
 }
 
-std::string script_syntax()
-{
-    std::istringstream lines(script_help);
-    std::string text;
-    for (std::string line; std::getline(lines, line);)
-        text += text.empty() ? line + "\n" : line.empty() ? "\n" : "  " + line + "\n";
-    return text;
-}
-
-void fill_in(std::string &text, const std::string &mark, const std::string &content)
+static void fill_in(std::string &text, const std::string &mark, const std::string &content)
 {
     text.replace(text.find(mark), mark.size(), content);
 }
 
-std::string cell(std::string text)
+static std::string cell(std::string text)
 {
     for (size_t at = 0; (at = text.find('|', at)) != std::string::npos; at += 2)
         text.insert(at, "\\");
     return text;
 }
 
-std::string answer_name(const Answer &answer)
+static std::string answer_name(const Answer &answer)
 {
     switch (answer.fit) {
     case Answer::Fit::word:
@@ -165,13 +136,13 @@ std::string answer_name(const Answer &answer)
     return "*" + std::string(answer.text) + "*";
 }
 
-std::string codes(const Command &command)
+static std::string codes(const Command &command)
 {
     return command.is_range() ? code_text(command.low) + "-" + code_text(command.high)
                               : code_text(command.low);
 }
 
-std::string choice_list(const Parameter &parameter)
+static std::string choice_list(const Parameter &parameter)
 {
     std::string text;
     for (const Choice &choice : parameter.choices)
@@ -179,7 +150,7 @@ std::string choice_list(const Parameter &parameter)
     return text.empty() ? text : text + ")";
 }
 
-std::string heading(const Command &command)
+static std::string heading(const Command &command)
 {
     std::string text = codes(command);
     for (const Name &name : command.names)
@@ -188,7 +159,7 @@ std::string heading(const Command &command)
 }
 
 // What Markdown makes of a heading for links to it.
-std::string anchor(const std::string &title)
+static std::string anchor(const std::string &title)
 {
     std::string link = "#";
     for (unsigned char character : title)
@@ -200,20 +171,20 @@ std::string anchor(const std::string &title)
 }
 
 // Every code, by number.
-std::string index()
+static std::string index()
 {
     std::map<uint16_t, std::string> rows;
     for (const Command &command : catalogue())
         for (const Name &name : command.names)
             rows[name.code] = "| " + code_text(name.code) + " | [" + name.name + "](" +
-                              anchor(heading(command)) + ") | " + family_title(command.family) + " |\n";
-    std::string text = "| Code | Name | Family |\n|---|---|---|\n";
+                              anchor(heading(command)) + ") | " + cell(one_line(command, name)) + " |\n";
+    std::string text = "| Code | Name | What it does |\n|---|---|---|\n";
     for (const auto &row : rows)
         text += row.second;
     return text;
 }
 
-std::string command_section(const Command &command)
+static std::string command_section(const Command &command)
 {
     std::string text = "### " + heading(command) + "\n\n" + command.summary + "\n\n";
     if (command.is_range()) {
@@ -253,13 +224,11 @@ std::string command_section(const Command &command)
     return text;
 }
 
-} // namespace
-
 std::string reference_markdown()
 {
-    std::string text = introduction;
+    std::string text = INTRODUCTION;
     fill_in(text, "@EXAMPLE@", example());
-    fill_in(text, "@RUN@\n", script_syntax());
+    fill_in(text, "@COUNT@", std::to_string(catalogue().size()));
     text += "## All commands\n\n" + index();
     text += "\n";
     for (int family = 0; family <= static_cast<int>(Family::security_keys); family++) {

@@ -1,21 +1,23 @@
 #include "station/program/table.h"
 
 #include "station/plan/run.h"
+#include "station/program/kept_file.h"
 #include "station/program/output.h"
+#include "station/program/progress_bar.h"
 
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
-#include <stdexcept>
+#include <memory>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace station
 {
-namespace
-{
 
 using Json = nlohmann::ordered_json;
+
+namespace
+{
 
 // Columns as wide as the script needs and the terminal allows.
 class Table
@@ -56,15 +58,26 @@ class Table
     }
 
   private:
-    static std::string padded(std::string text, size_t width)
+    static bool begins_character(char byte) { return (byte & 0xC0) != 0x80; }
+
+    static size_t columns(const std::string &text)
     {
-        text.resize(std::max(text.size(), width), ' ');
-        return text;
+        return static_cast<size_t>(std::count_if(text.begin(), text.end(), begins_character));
+    }
+
+    static std::string padded(const std::string &text, size_t width)
+    {
+        return text + std::string(width - std::min(width, columns(text)), ' ');
     }
 
     static std::string clipped(const std::string &text, size_t width)
     {
-        return text.size() <= width ? text : text.substr(0, width - 3) + "...";
+        if (columns(text) <= width)
+            return text;
+        size_t end = 0;
+        for (size_t count = 0; count < width - 3 || !begins_character(text[end]); end++)
+            count += begins_character(text[end]) ? 1 : 0;
+        return text.substr(0, end) + "...";
     }
 
     void line(const std::string &mark, const std::string &code, const std::string &name,
@@ -75,41 +88,45 @@ class Table
                                 padded(clipped(answer, answer_), answer_ + 2) +
                                 std::string(8 - std::min<size_t>(time.size(), 8), ' ') + time;
         std::puts(row.substr(0, row.find_last_not_of(' ') + 1).c_str());
-        std::fflush(stdout);
+        flush_output();
     }
 
     size_t name_ = 4, request_ = 7, answer_ = 0;
 };
 
-// One line below the table, on a terminal only.
-class ProgressBar
+// A run as one JSON object, written line by line: a long run is not kept in memory.
+class JsonRun
 {
   public:
-    explicit ProgressBar(bool shown) : shown_(shown && isatty(STDERR_FILENO)) {}
+    explicit JsonRun(FILE *file) : file_(file) {}
 
-    void show(size_t done, size_t all, const std::string &name) const
+    void row(const Json &json)
     {
-        if (!shown_)
-            return;
-        constexpr size_t width = 30;
-        const size_t filled = all ? done * width / all : width;
-        std::fprintf(stderr, "\r\033[K[%s%s] %zu/%zu %s", std::string(filled, '#').c_str(),
-                     std::string(width - filled, '.').c_str(), done, all, name.c_str());
-        std::fflush(stderr);
+        std::fputs(rows_++ == 0 ? "{\n  \"lines\": [\n" : ",\n", file_);
+        std::string text = "    " + dump(json);
+        for (size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at += 5)
+            text.insert(at + 1, "    ");
+        std::fputs(text.c_str(), file_);
     }
-    void clear() const
+
+    void end(const Json &sums)
     {
-        if (!shown_)
-            return;
-        std::fprintf(stderr, "\r\033[K");
-        std::fflush(stderr);
+        std::fputs(rows_ == 0 ? "{\n  \"lines\": [" : "\n  ]", file_);
+        std::fprintf(file_, "%s,%s\n", rows_ == 0 ? "]" : "", dump(sums).substr(1).c_str());
     }
 
   private:
-    bool shown_;
+    FILE *file_;
+    size_t rows_ = 0;
 };
 
-Json row_json(const Row &row)
+struct Sums {
+    size_t requests = 0, unexpected = 0, left_out = 0, not_played = 0;
+};
+
+} // namespace
+
+static Json row_json(const Row &row)
 {
     const Step &step = *row.step;
     Json json;
@@ -119,9 +136,10 @@ Json row_json(const Row &row)
         break;
     case Step::Kind::skip:
         json = {{"name", step.request.name},
-                {"status", "left out"},
+                {"status", "skipped"},
                 {"left_out", left_out(step)},
-                {"reason", step.expected}};
+                {"reason", step.expected},
+                {"line", step.line}};
         if (step.request.command)
             json["code"] = code_text(step.request.code);
         return json;
@@ -135,45 +153,62 @@ Json row_json(const Row &row)
     return json;
 }
 
-} // namespace
+static void print_sums(const Sums &sums, double seconds)
+{
+    if (sums.not_played > 0)
+        std::printf("the port has died; lines not played: %zu\n", sums.not_played);
+    std::printf("%zu requests, %zu not as expected, %zu skipped, %.1f s\n", sums.requests, sums.unexpected,
+                sums.left_out, seconds);
+}
 
-int run_script(const std::string &path, const Settings &settings, const std::string &record)
+int run_script(const std::string &path, const Settings &settings, const std::string &record_path,
+               bool keep_going)
 {
     const std::vector<Step> steps = parse_script(path, settings);
+    std::unique_ptr<KeptFile> record;
+    if (!record_path.empty())
+        record = std::make_unique<KeptFile>(record_path);
+    std::vector<JsonRun> outputs;
+    if (settings.json)
+        outputs.emplace_back(stdout);
+    if (record)
+        outputs.emplace_back(record->file());
     const auto begin = Clock::now();
     const Table table(steps);
     const ProgressBar bar(!settings.json);
     Run run(settings);
-    Json rows = Json::array();
-    size_t requests = 0, unexpected = 0, skipped = 0;
+    Sums sums;
+    bool died = false;
     if (!settings.json)
         table.head();
-    for (size_t i = 0; i < steps.size(); i++) {
+    for (size_t i = 0; i < steps.size() && !died; i++) {
         const Step &step = steps[i];
         bar.show(i, steps.size(), step.request.name);
         const Row row = run.take(step);
         bar.clear();
-        requests += step.kind == Step::Kind::request ? 1 : 0;
-        skipped += step.kind == Step::Kind::skip ? 1 : 0;
-        unexpected += row.as_expected ? 0 : 1;
-        rows.push_back(row_json(row));
+        sums.requests += step.kind == Step::Kind::request ? 1 : 0;
+        sums.left_out += step.kind == Step::Kind::skip ? 1 : 0;
+        sums.unexpected += row.as_expected ? 0 : 1;
+        for (JsonRun &output : outputs)
+            output.row(row_json(row));
         if (!settings.json)
             table.row(row);
+        flush_output();
+        died = row.port_died && !keep_going;
+        sums.not_played = died ? steps.size() - i - 1 : 0;
     }
     const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
-    const Json all{{"lines", rows},
-                   {"requests", requests},
-                   {"unexpected", unexpected},
-                   {"left_out", skipped},
-                   {"seconds", seconds}};
-    if (settings.json)
-        std::printf("%s\n", dump(all).c_str());
-    else
-        std::printf("%zu requests, %zu not as expected, %zu left out, %.1f s\n", requests, unexpected,
-                    skipped, seconds);
-    if (!record.empty() && !(std::ofstream(record) << dump(all) << '\n'))
-        throw std::runtime_error("cannot write " + record);
-    return unexpected ? FAILURE : SUCCESS;
+    for (JsonRun &output : outputs)
+        output.end({{"requests", sums.requests},
+                    {"unexpected", sums.unexpected},
+                    {"left_out", sums.left_out},
+                    {"not_played", sums.not_played},
+                    {"seconds", seconds}});
+    if (!settings.json)
+        print_sums(sums, seconds);
+    if (record)
+        record->keep();
+    return died ? NO_ANSWER : sums.unexpected > 0 ? FAILURE : SUCCESS;
 }
 
 } // namespace station

@@ -1,0 +1,219 @@
+#include "station/client/files.h"
+
+#include "station/client/encode.h"
+#include "station/client/errors.h"
+
+#include <algorithm>
+#include <array>
+#include <random>
+#include <sha256.h>
+
+namespace station
+{
+
+static constexpr uint16_t SHELL_OUTPUT = 0xE606;
+static constexpr size_t SHELL_OUTPUT_RESPONSE = 775;
+static constexpr size_t LINE_MAX_LENGTH = 512; // of a shell line
+static constexpr size_t CHUNK_MIN = 24;        // bytes for a line; a path that leaves less is too long
+// Bytes of an answer: 752 digits in lines of 76 and their line feeds, of 768 that there is room for.
+static constexpr size_t PULL_CHUNK = 564;
+static constexpr char DIGITS[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+static std::string to_base64(const uint8_t *bytes, size_t count)
+{
+    std::string text;
+    for (size_t at = 0; at < count; at += 3) {
+        uint32_t group = 0;
+        for (size_t i = 0; i < 3; i++)
+            group = group << 8 | (at + i < count ? bytes[at + i] : 0U);
+        for (size_t i = 0; i < 4; i++)
+            text += at + i > count ? '=' : DIGITS[group >> (18 - 6 * i) & 0x3F];
+    }
+    return text;
+}
+
+// Throws PhoneError on anything but base64.
+static Bytes from_base64(const std::string &text)
+{
+    Bytes bytes;
+    uint32_t bits = 0;
+    unsigned count = 0;
+    for (const char character : text) {
+        if (character == '\n' || character == '=')
+            continue;
+        const size_t digit = std::string_view(DIGITS).find(character);
+        if (digit == std::string_view::npos)
+            throw PhoneError("the phone answers '" + text + "' where a part of the file should come");
+        bits = bits << 6 | static_cast<uint32_t>(digit);
+        count += 6;
+        if (count >= 8) {
+            count -= 8;
+            bytes.push_back(static_cast<uint8_t>(bits >> count));
+        }
+    }
+    return bytes;
+}
+
+std::string digest(const Bytes &content)
+{
+    char text[SHA256_DIGEST_STRING_LENGTH];
+    SHA256Data(content.data(), content.size(), text);
+    return text;
+}
+
+// A line that knows the path as "$f" and tells its errors in its output.
+static std::string line_of(const std::string &path, const std::string &rest)
+{
+    std::string line = "exec 2>&1;f='";
+    for (const char character : path)
+        line += character == '\'' ? std::string("'\\''") : std::string(1, character);
+    return line + "';" + rest;
+}
+
+static Question question(const std::string &line, bool repeatable)
+{
+    Question asked;
+    asked.packet = empty_request(SHELL_OUTPUT);
+    put_text(asked.packet, line);
+    asked.repeatable = repeatable;
+    asked.response_size = SHELL_OUTPUT_RESPONSE;
+    return asked;
+}
+
+// What the line prints, without a line feed at its end. Throws PortError, Refused and PhoneError.
+static std::string output_of(Client &client, const std::string &line, bool repeatable = true)
+{
+    const Exchange exchange = client.ask(question(line, repeatable));
+    if (exchange.outcome == Outcome::silence)
+        throw PortError(exchange.problem);
+    if (exchange.outcome == Outcome::refused)
+        throw Refused(exchange.problem);
+    const Bytes &packet = exchange.packet;
+    const size_t length = packet[LENGTH_OFFSET] + 256U * packet[LENGTH_OFFSET + 1];
+    const auto data = packet.begin() + DATA_OFFSET;
+    std::string text(data, data + static_cast<long>(length));
+    if (text == "ERROR")
+        throw PhoneError("the phone could not start a shell");
+    return text;
+}
+
+static void refuse_impossible(const std::string &path)
+{
+    if (path.empty() || path[0] != '/' || path.back() == '/' || path.find('\0') != std::string::npos)
+        throw UsageError("the path on the phone is absolute and a file's, not '" + path + "'");
+}
+
+static void expect_number(const std::string &output, size_t number, const std::string &what)
+{
+    size_t digits = output.find_first_not_of(' ');
+    digits = digits == std::string::npos ? output.size() : digits;
+    if (output.substr(digits) != std::to_string(number))
+        throw PhoneError(what + ": the phone says '" + output + "'");
+}
+
+static void expect_digest(const std::string &output, const std::string &expected, const std::string &what)
+{
+    const size_t end = output.find(' ');
+    if (output.substr(0, end) != expected)
+        throw PhoneError(what + ": its SHA-256 here is " + expected + ", the phone says '" + output + "'");
+}
+
+// Appends bytes to a file that has `size` of them. When the answer is lost, the file's size tells whether
+// they got there.
+static void append(Client &client, const std::string &line, const std::string &size_line, size_t size,
+                   size_t count)
+{
+    const std::string what = "writing stops at byte " + std::to_string(size);
+    for (int tries = client.settings().retries;; tries--) {
+        try {
+            expect_number(output_of(client, line, false), size + count, what);
+            return;
+        } catch (const PortError &) {
+            if (tries <= 0)
+                throw;
+        }
+        const std::string now = output_of(client, size_line);
+        if (now.find(std::to_string(size + count)) != std::string::npos)
+            return;
+        expect_number(now, size, what);
+    }
+}
+
+void push_file(Client &client, const Bytes &content, const std::string &path, const Progress &progress)
+{
+    refuse_impossible(path);
+    char suffix[16];
+    std::snprintf(suffix, sizeof suffix, ".%06x.part", std::random_device{}() & 0xFFFFFF);
+    const std::string part = "\"$f" + std::string(suffix) + "\"";
+    const std::string size_of_part = "wc -c <" + part;
+    const std::string before = "echo ", behind = "|base64 -d >>" + part + "&&" + size_of_part;
+    const std::string frame = line_of(path, before + behind);
+    const std::string last = line_of(path, "[ ! -e \"$f\" ]||chmod \"$(stat -c %a \"$f\")\" " + part +
+                                               ";mv -f " + part + " \"$f\"&&echo ok");
+    const size_t room = LINE_MAX_LENGTH - std::min(LINE_MAX_LENGTH, frame.size());
+    const size_t chunk = room / 4 * 3;
+    if (chunk < CHUNK_MIN || last.size() > LINE_MAX_LENGTH)
+        throw UsageError("the path on the phone is too long: a shell line has " +
+                         std::to_string(LINE_MAX_LENGTH) + " bytes, and the path stands in it");
+
+    const std::string kind = output_of(
+        client, line_of(path, "if [ -L \"$f\" ];then echo a link;elif [ -d \"$f\" ];then echo a folder;"
+                              "elif [ -e \"$f\" ]&&[ ! -f \"$f\" ];then echo no regular file;"
+                              "else echo ok;fi"));
+    if (kind != "ok")
+        throw PhoneError(path + " is " + kind + ": nothing was written");
+    expect_number(output_of(client, line_of(path, "set -C;: >" + part + "&&" + size_of_part), false), 0,
+                  "nothing was written");
+    try {
+        for (size_t at = 0; at < content.size(); at += chunk) {
+            const size_t count = std::min(chunk, content.size() - at);
+            append(client, line_of(path, before + to_base64(content.data() + at, count) + behind),
+                   line_of(path, size_of_part), at, count);
+            progress(at + count, content.size());
+        }
+        expect_digest(output_of(client, line_of(path, "sha256sum <" + part)), digest(content),
+                      "the content did not get there whole");
+        const std::string moved = output_of(client, last, false);
+        if (moved != "ok")
+            throw PhoneError("the file could not be moved to its place: the phone says '" + moved + "'");
+    } catch (const PhoneError &) {
+        output_of(client, line_of(path, "rm -f " + part));
+        throw;
+    } catch (const PortError &error) {
+        throw PortError(std::string(error.what()) + "; " + path +
+                        " is as it was, unless this was the end, and a part may lie in " + path + suffix);
+    }
+}
+
+Bytes pull_file(Client &client, const std::string &path, const Progress &progress)
+{
+    refuse_impossible(path);
+    const std::string chunk_line = "dd if=\"$f\" bs=" + std::to_string(PULL_CHUNK) + " count=1 skip=";
+    const std::string behind = " 2>/dev/null|base64";
+    if (line_of(path, chunk_line + std::to_string(SIZE_MAX) + behind).size() > LINE_MAX_LENGTH)
+        throw UsageError("the path on the phone is too long: a shell line has " +
+                         std::to_string(LINE_MAX_LENGTH) + " bytes, and the path stands in it");
+    const std::string told = output_of(
+        client,
+        line_of(path, "if [ -f \"$f\" ];then wc -c <\"$f\";else ls -d \"$f\"&&echo no regular file;fi"));
+    size_t size = 0;
+    for (const char character : told.substr(std::min(told.find_first_not_of(' '), told.size()))) {
+        if (character < '0' || character > '9' || size > SIZE_MAX / 16)
+            throw PhoneError("nothing can be read: the phone says '" + told + "'");
+        size = size * 10 + static_cast<size_t>(character - '0');
+    }
+    Bytes content;
+    for (size_t skip = 0; content.size() < size; skip++) {
+        const Bytes part =
+            from_base64(output_of(client, line_of(path, chunk_line + std::to_string(skip) + behind)));
+        content.insert(content.end(), part.begin(), part.end());
+        progress(content.size(), size);
+        if (part.size() != PULL_CHUNK)
+            break;
+    }
+    expect_digest(output_of(client, line_of(path, "sha256sum <\"$f\"")), digest(content),
+                  "the file was changed while it was read, or it cannot be read at all");
+    return content;
+}
+
+} // namespace station

@@ -1,0 +1,46 @@
+// One line below the output, on a terminal that can take it back.
+#pragma once
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <unistd.h>
+
+namespace station
+{
+
+class ProgressBar
+{
+  public:
+    explicit ProgressBar(bool shown) : shown_(shown && isatty(STDERR_FILENO) && moves_cursor()) {}
+
+    void show(size_t done, size_t all, const std::string &name) const
+    {
+        if (!shown_)
+            return;
+        constexpr size_t width = 30;
+        const size_t filled = all ? done * width / all : width;
+        std::fprintf(stderr, "\r\033[K[%s%s] %zu/%zu %s", std::string(filled, '#').c_str(),
+                     std::string(width - filled, '.').c_str(), done, all, name.c_str());
+        std::fflush(stderr);
+    }
+    void clear() const
+    {
+        if (!shown_)
+            return;
+        std::fprintf(stderr, "\r\033[K");
+        std::fflush(stderr);
+    }
+
+  private:
+    [[nodiscard]] static bool moves_cursor()
+    {
+        const char *terminal = std::getenv("TERM");
+        return terminal && *terminal && std::strcmp(terminal, "dumb") != 0;
+    }
+
+    bool shown_;
+};
+
+} // namespace station
