@@ -103,11 +103,16 @@ static void refuse_impossible(const std::string &path)
         throw UsageError("the path on the phone is absolute and a file's, not '" + path + "'");
 }
 
+// What `wc` prints, which some pad.
+static bool is_number(const std::string &output, size_t number)
+{
+    const size_t begin = output.find_first_not_of(' ');
+    return begin != std::string::npos && output.substr(begin) == std::to_string(number);
+}
+
 static void expect_number(const std::string &output, size_t number, const std::string &what)
 {
-    size_t digits = output.find_first_not_of(' ');
-    digits = digits == std::string::npos ? output.size() : digits;
-    if (output.substr(digits) != std::to_string(number))
+    if (!is_number(output, number))
         throw PhoneError(what + ": the phone says '" + output + "'");
 }
 
@@ -133,9 +138,19 @@ static void append(Client &client, const std::string &line, const std::string &s
                 throw;
         }
         const std::string now = output_of(client, size_line);
-        if (now.find(std::to_string(size + count)) != std::string::npos)
+        if (is_number(now, size + count))
             return;
         expect_number(now, size, what);
+    }
+}
+
+// Behind a failure that is worth more than this one's.
+static void remove_quietly(Client &client, const std::string &line)
+{
+    try {
+        output_of(client, line);
+    } catch (const std::runtime_error &) {
+        return;
     }
 }
 
@@ -177,11 +192,10 @@ void push_file(Client &client, const Bytes &content, const std::string &path, co
         if (moved != "ok")
             throw PhoneError("the file could not be moved to its place: the phone says '" + moved + "'");
     } catch (const PhoneError &) {
-        output_of(client, line_of(path, "rm -f " + part));
+        remove_quietly(client, line_of(path, "rm -f " + part));
         throw;
     } catch (const PortError &error) {
-        throw PortError(std::string(error.what()) + "; " + path +
-                        " is as it was, unless this was the end, and a part may lie in " + path + suffix);
+        throw PortError(std::string(error.what()) + "; a part may be left in " + path + suffix);
     }
 }
 
