@@ -44,8 +44,10 @@ is_emulated() { [[ $(uname -m) != aarch64 && $(od -An -j18 -N2 -tx1 "$1") == ' b
 # programs that are started through the emulator are emulated; what they start in turn is the workstation's own again.
 phone_emulation() {
     local emulator libraries=/usr/aarch64-linux-gnu/lib
-    emulator=$(command -v qemu-aarch64-static) && [[ -e $libraries/libstdc++.so.6 ]] ||
-        { echo "phone: the AArch64 emulator or libraries are missing: run script/bootstrap aarch64" >&2; exit 1; }
+    if ! emulator=$(command -v qemu-aarch64-static) || [[ ! -e $libraries/libstdc++.so.6 ]]; then
+        echo "phone: the AArch64 emulator or libraries are missing: run script/bootstrap aarch64" >&2
+        exit 1
+    fi
     bwrap+=(--ro-bind "$emulator" /system/bin/qemu-aarch64 --ro-bind "$libraries" /lib/aarch64-linux-gnu
         --ro-bind "$libraries/ld-linux-aarch64.so.1" /lib/ld-linux-aarch64.so.1)
 }
