@@ -1,10 +1,13 @@
 // A liblog.so that holds a lock while it writes, as a phone's may, and in whose midst a stop signal comes: a
-// signal handler that logs would wait for itself.
+// signal handler that logs would wait for itself. With it the handler of the signal REFUSED_SIGNAL cannot be
+// installed.
+#include <dlfcn.h>
 #include <log.h>
 #include <pthread.h>
 #include <signal.h>
 #include <stdarg.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
@@ -21,4 +24,11 @@ int __android_log_print(int, const char *, const char *format, ...)
         raise(SIGTERM);
     pthread_mutex_unlock(&lock);
     return 1;
+}
+
+extern "C" int sigaction(int number, const struct sigaction *action, struct sigaction *before) noexcept
+{
+    static auto *const real = reinterpret_cast<decltype(&sigaction)>(dlsym(RTLD_NEXT, "sigaction"));
+    const char *refused = getenv("REFUSED_SIGNAL");
+    return refused && atoi(refused) == number ? -1 : real(number, action, before);
 }

@@ -22,7 +22,8 @@ struct service {
     std::string text;
     std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
 
-    explicit service(const std::string &port_path, const char *library_path = nullptr) : path(port_path)
+    explicit service(const std::string &port_path, const char *library_path = nullptr, int refused_signal = 0)
+        : path(port_path)
     {
         int pipe_ends[2];
         EXPECT_EQ(pipe2(pipe_ends, O_CLOEXEC), 0);
@@ -30,6 +31,7 @@ struct service {
         if (pid == 0) {
             dup2(pipe_ends[1], STDOUT_FILENO);
             setenv("DIAG_PORT", path.c_str(), 1);
+            setenv("REFUSED_SIGNAL", std::to_string(refused_signal).c_str(), 1);
             if (library_path)
                 setenv("LD_LIBRARY_PATH", library_path, 1);
             const char *const command[] = {DIAG_SERVICE, nullptr};
@@ -96,6 +98,8 @@ struct service {
     }
 };
 
+static const std::string BEGIN_LINES =
+    "[main]:Diag service Begin!\n[main]:Diag service Init success\n[diag_sigaction_handle]:Enter!\n";
 static const std::string SIGNAL_LINE = "[diag_set_deinit_lsm_handler]:diag_running_flag = 0!\n";
 static const std::string END_LINE = "[main]:Diag_LSM_DeInit\n";
 
@@ -115,6 +119,11 @@ TEST(Service, StopsOnEachSignalButNeverEarly)
     for (int i = 0; i < 3; i++)
         early.push_back(std::make_unique<service>("/tmp/early" + std::to_string(i)));
     service late("/tmp/late");
+    std::vector<std::unique_ptr<service>> refused;
+    refused.reserve(3);
+    for (int i = 0; i < 3; i++)
+        refused.push_back(
+            std::make_unique<service>("/tmp/refused" + std::to_string(i), LOCKING_LOG_FOLDER, signals[i]));
     for (auto &s : early)
         ASSERT_TRUE(s->says("[diag_sigaction_handle]:Enter!\n"));
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
@@ -133,11 +142,19 @@ TEST(Service, StopsOnEachSignalButNeverEarly)
         EXPECT_EQ(s->count(END_LINE), 1);
         EXPECT_EQ(access(s->path.c_str(), F_OK), -1) << "the port is gone with it";
     }
+    const char *const names[] = {"SIGTERM", "SIGHUP", "SIGINT"};
+    for (int i = 0; i < 3; i++) {
+        EXPECT_EQ(refused[i]->ends(), 0);
+        EXPECT_GT(refused[i]->age(), 6);
+        EXPECT_EQ(refused[i]->text, BEGIN_LINES + "[diag_sigaction_handle]:sigaction handle " + names[i] +
+                                        " failed!\n[main]:Diag handle sigaction failed\n" + END_LINE);
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     double sent = late.age();
     kill(late.pid, SIGTERM);
     EXPECT_EQ(late.ends(), 0);
     EXPECT_LT(late.age() - sent, 1.5);
+    EXPECT_EQ(late.text, BEGIN_LINES + SIGNAL_LINE + END_LINE);
 }
 
 TEST(Service, SignalInTheMidstOfALogLineDoesNotLockUp)
