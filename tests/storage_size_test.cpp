@@ -75,7 +75,7 @@ TEST(Sizes, OfFlashAreTheSumOfSixUnits)
         expect_sizes(STORAGE, [large](long kib) {
             std::string units;
             for (const char unit : {'a', 'b', 'c', 'd', 'e', 'f'})
-                units += "8 0 " + std::to_string(unit == large ? kib - 5 * 1024 : 1024) + " sd" + unit +
+                units += "8 0 " + std::to_string(unit == large ? kib - 5120 : 1024) + " sd" + unit +
                          "\n8 1 9999999 sd" + unit + "1\n";
             const int size = size_of(ask_flash(units));
             if (kib < 0x40000400 || large == 'f')
