@@ -298,11 +298,11 @@ static void show_changes(const canned_phone &before, strings &out)
             was = nullptr;
         char mode[16];
         snprintf(mode, sizeof mode, " new 0%o ", now.mode);
+        const std::string name = "! " + escaped(path, false);
         if (now.kind == canned_node::GONE && was)
-            out.push_back("! " + path + " gone");
+            out.push_back(name + " gone");
         else if (now.kind == canned_node::REGULAR && (!was || was->content != now.content))
-            out.push_back("! " + path + (was ? ' ' + quoted(was->content) + " -> " : mode) +
-                          quoted(now.content));
+            out.push_back(name + (was ? ' ' + quoted(was->content) + " -> " : mode) + quoted(now.content));
     }
     for (const auto &[key, value] : the_phone().properties) {
         auto was = before.properties.find(key);
