@@ -136,6 +136,12 @@ class Station
 
     void finish() const { shutdown(fd_, SHUT_WR); }
 
+    bool is_let_go() const
+    {
+        pollfd end = {fd_, 0, 0};
+        return poll(&end, 1, 0) == 1 && (end.revents & POLLHUP) != 0;
+    }
+
     // The next answer, or nothing when none comes in time or the router has closed the connection.
     std::optional<bytes> receive(int wait_ms = 5000)
     {
@@ -288,6 +294,24 @@ TEST_F(Router, AStationThatNeverReadsIsLetGoAndHoldsNobodyUp)
     }
     EXPECT_TRUE(gone);
     EXPECT_LT(longest.count(), 1000);
+}
+
+TEST_F(Router, ManyThatDoNotReadFillNoMemory)
+{
+    Station friendly(path_);
+    std::vector<std::unique_ptr<Station>> hoarders(130); // each of less than one may
+    for (auto &hoarder : hoarders) {
+        hoarder = std::make_unique<Station>(path_);
+        for (int i = 0; i < 7; i++)
+            hoarder->push(frame_of(packet_of(LARGEST)));
+    }
+    const auto is_let_go = [](const auto &hoarder) { return hoarder->is_let_go(); };
+    for (int i = 0; i < 100 && std::none_of(hoarders.begin(), hoarders.end(), is_let_go); i++) {
+        EXPECT_EQ(friendly.ask(packet_of(ECHO)), packet_of(ECHO));
+        std::this_thread::sleep_for(milliseconds(100));
+    }
+    EXPECT_TRUE(std::any_of(hoarders.begin(), hoarders.end(), is_let_go));
+    EXPECT_EQ(friendly.ask(packet_of(ECHO)), packet_of(ECHO));
 }
 
 TEST_F(Router, AStationThatReadsLateGetsEveryAnswerAlsoAfterItsLastWord)

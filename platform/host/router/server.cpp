@@ -220,7 +220,12 @@ bool server::receive(station *s)
 // part of that is left for another turn.
 bool server::take_request(station *s)
 {
-    if (s->full() || s->ended() || (!s->has_input() && !receive(s)))
+    if (s->full()) { // perhaps by what has been queued for others since
+        clock_runs_ = true;
+        watch_station(s);
+        return false;
+    }
+    if (s->ended() || (!s->has_input() && !receive(s)))
         return false;
     for (;;) {
         const port::event event = s->next_frame();

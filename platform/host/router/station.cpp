@@ -10,6 +10,10 @@ namespace router
 {
 
 static constexpr size_t OUTPUT_MAX = size_t{1} << 20; // and the answer that goes beyond it
+static constexpr size_t OUTPUTS_MAX = size_t{64}
+                                      << 20; // of all stations: many could have half of theirs wait
+
+static size_t all_pending; // of the one thread's stations
 
 station::station(descriptor socket) : socket_(std::move(socket))
 {
@@ -30,6 +34,8 @@ station::input station::receive()
     input_end_ = static_cast<size_t>(received);
     return input::some;
 }
+
+station::~station() { all_pending -= pending(); }
 
 port::event station::next_frame()
 {
@@ -56,18 +62,28 @@ bool station::send(const uint8_t *bytes, size_t length)
         return false;
     const auto taken = static_cast<size_t>(sent);
     // Half an answer would spoil the next one: without memory for the rest the station is lost.
-    return taken == length || output_.append(bytes + taken, length - taken);
+    if (taken == length)
+        return true;
+    if (!output_.append(bytes + taken, length - taken))
+        return false;
+    all_pending += length - taken;
+    return true;
 }
 
 bool station::flush()
 {
     const ssize_t sent = send_some(output_.data(), output_.size());
-    if (sent > 0)
+    if (sent > 0) {
         output_.drop(static_cast<size_t>(sent));
+        all_pending -= static_cast<size_t>(sent);
+    }
     return sent >= 0;
 }
 
-bool station::full() const { return pending() >= OUTPUT_MAX; }
+bool station::full() const
+{
+    return pending() >= OUTPUT_MAX || (pending() > 0 && all_pending >= OUTPUTS_MAX);
+}
 
 uint32_t station::wanted_events() const
 {

@@ -21,6 +21,9 @@ class station
 {
   public:
     explicit station(descriptor socket);
+    ~station();
+    station(const station &) = delete;
+    station &operator=(const station &) = delete;
 
     [[nodiscard]] int socket() const { return socket_.get(); }
 
@@ -52,7 +55,7 @@ class station
 
     [[nodiscard]] size_t pending() const { return output_.size(); }
 
-    // So much waits for it that no request of it is taken.
+    // So much waits for it, or something for it and very much for all, that no request of it is taken.
     [[nodiscard]] bool full() const;
 
     // Its answers stand in the way: of its own next request, or of its end.
