@@ -3,6 +3,7 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
+#include <atomic>
 #include <cerrno>
 #include <utility>
 
@@ -13,7 +14,8 @@ static constexpr size_t OUTPUT_MAX = size_t{1} << 20; // and the answer that goe
 static constexpr size_t OUTPUTS_MAX = size_t{64}
                                       << 20; // of all stations: many could have half of theirs wait
 
-static size_t all_pending; // of the one thread's stations
+// Of one thread's stations, but a thread that was left behind may have come to its end just now.
+static std::atomic<size_t> all_pending{0};
 
 station::station(descriptor socket) : socket_(std::move(socket))
 {
@@ -35,7 +37,7 @@ station::input station::receive()
     return input::some;
 }
 
-station::~station() { all_pending -= pending(); }
+station::~station() { all_pending.fetch_sub(pending(), std::memory_order_relaxed); }
 
 port::event station::next_frame()
 {
@@ -66,7 +68,7 @@ bool station::send(const uint8_t *bytes, size_t length)
         return true;
     if (!output_.append(bytes + taken, length - taken))
         return false;
-    all_pending += length - taken;
+    all_pending.fetch_add(length - taken, std::memory_order_relaxed);
     return true;
 }
 
@@ -75,14 +77,15 @@ bool station::flush()
     const ssize_t sent = send_some(output_.data(), output_.size());
     if (sent > 0) {
         output_.drop(static_cast<size_t>(sent));
-        all_pending -= static_cast<size_t>(sent);
+        all_pending.fetch_sub(static_cast<size_t>(sent), std::memory_order_relaxed);
     }
     return sent >= 0;
 }
 
 bool station::full() const
 {
-    return pending() >= OUTPUT_MAX || (pending() > 0 && all_pending >= OUTPUTS_MAX);
+    return pending() >= OUTPUT_MAX ||
+           (pending() > 0 && all_pending.load(std::memory_order_relaxed) >= OUTPUTS_MAX);
 }
 
 uint32_t station::wanted_events() const
