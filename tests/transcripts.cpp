@@ -38,9 +38,7 @@ struct scenario {
 
 static constexpr char HEX[] = "0123456789ABCDEF";
 static constexpr std::string_view GENERATED = "<.:$!"; // how lines begin that are written here
-static constexpr std::string_view PATH_PREFIX =
-    "export PATH=/sbin:/system/sbin:/system/bin:/system/xbin:/vendor/bin:/vendor/xbin; ";
-static constexpr size_t LONG_RUN = 20; // of one byte, written as its number
+static constexpr size_t LONG_RUN = 20;                 // of one byte, written as its number
 
 static strings shown; // what log and tools' lines must hold one of to be written; none: all are
 

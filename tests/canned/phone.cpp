@@ -26,12 +26,7 @@
 #include "core/table.h"
 #include "hwdec/detect.h"
 
-#ifdef __has_feature // clang's; gcc has a macro of its own
-#if __has_feature(address_sanitizer)
-#define __SANITIZE_ADDRESS__ 1
-#endif
-#endif
-#ifdef __SANITIZE_ADDRESS__
+#ifdef POISON_IS_TOLD // the service is built with the address sanitizer
 #include <sanitizer/asan_interface.h>
 #else
 static const void *__asan_region_is_poisoned(void *, size_t)
@@ -55,8 +50,6 @@ static constexpr pid_t OWN_ID = 4711;
 static constexpr uint8_t UNSET = 0xA5; // what a new response buffer holds
 static constexpr size_t PACKET_MAX = 65535;
 static constexpr size_t REQUEST_ROOM = PACKET_MAX + 1024;
-static constexpr std::string_view PATH_PREFIX =
-    "export PATH=/sbin:/system/sbin:/system/bin:/system/xbin:/vendor/bin:/vendor/xbin; ";
 
 namespace
 {

@@ -100,6 +100,10 @@ struct canned_record {
     int counts[CANNED_CALLS] = {};
 };
 
+// Before a tool's line that is to be found in the phone's folders.
+constexpr std::string_view PATH_PREFIX =
+    "export PATH=/sbin:/system/sbin:/system/bin:/system/xbin:/vendor/bin:/vendor/xbin; ";
+
 // From now on the service is on this phone; it forgets what it knew of another.
 void boot(canned_phone phone);
 canned_phone &the_phone();
