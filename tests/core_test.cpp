@@ -40,9 +40,11 @@ TEST_F(Core, LogGoesToBothSinksWhateverItsLength)
         EXPECT_EQ(the_record().log.back(),
                   "[TestBody]:" + text.substr(0, std::min<size_t>(room, 1011)) + '\n');
     }
-    the_phone().faults = {{FAIL_LOG, 0}};
-    LOG("to the phone's log alone\n");
-    EXPECT_EQ(times_logged("[TestBody]:to the phone's log alone"), 1);
+    for (canned_call fault : {FAIL_LOG, FAIL_LOG_NONE}) {
+        the_phone().faults = {{fault, 0}};
+        LOG("to the phone's log alone %d\n", fault);
+        EXPECT_EQ(times_logged("[TestBody]:to the phone's log alone " + std::to_string(fault)), 1);
+    }
 }
 
 TEST_F(Core, LogSparesStandardOutputThatNobodyReads)

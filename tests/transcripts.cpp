@@ -423,7 +423,8 @@ static void fail_each(const scenario &of, size_t number, int (&failed)[CANNED_CA
     const canned_answer whole = send(of.requests[number]);
     int counts[CANNED_CALLS];
     std::copy_n(the_record().counts, +CANNED_CALLS, counts);
-    for (canned_call log : {FAIL_LOG, FAIL_LOG_PART}) // all lines are one routine's; a detection has hundreds
+    for (canned_call log :
+         {FAIL_LOG, FAIL_LOG_NONE, FAIL_LOG_PART}) // all lines are one routine's; a detection has hundreds
         counts[log] = std::min(counts[log], 3);
     const uint16_t code = code_of(of.requests[number]);
     for (int call = 0; call < CANNED_CALLS; call++) {
@@ -435,7 +436,7 @@ static void fail_each(const scenario &of, size_t number, int (&failed)[CANNED_CA
             failed[call]++;
             require(answer.none == (whole.none || call == FAIL_RESPONSE),
                     "an answer, unless there is no buffer");
-            if (call == FAIL_FSYNC || call == FAIL_MALLOC || call == FAIL_LOG || call == FAIL_LOG_PART)
+            if (call == FAIL_FSYNC || call >= FAIL_MALLOC)
                 require(answer.bytes == whole.bytes, "the log and the flash's caches change no answer");
             require(close_left_open().size() <= may_leave_open(code),
                     "nothing stays open but what is meant to");

@@ -42,6 +42,7 @@ enum canned_call {
     FAIL_RESPONSE,
     FAIL_MALLOC,
     FAIL_LOG,
+    FAIL_LOG_NONE,
     FAIL_LOG_PART,
     CANNED_CALLS
 };
