@@ -96,14 +96,19 @@ void Client::open(bool patient, Deadline deadline)
         }
         std::this_thread::sleep_for(RECONNECT_PAUSE);
     }
-    decoder_ = std::make_unique<port::decoder>();
-    input_.clear();
-    taken_ = 0;
-    wire_.clear();
+    forget_input();
     connections_++;
     in_step_ = !port_->outlives_stations() && !answer_lost_;
     if (settings_.trace)
         trace_event("connected to " + settings_.port);
+}
+
+void Client::forget_input()
+{
+    decoder_ = std::make_unique<port::decoder>();
+    input_.clear();
+    taken_ = 0;
+    wire_.clear();
 }
 
 void Client::connect(bool patient, Deadline deadline)
@@ -112,9 +117,14 @@ void Client::connect(bool patient, Deadline deadline)
         // Nothing is under way here, so what lies there is nobody's. A closed connection shows here too,
         // before the request is on its way.
         try {
-            Bytes nobodys;
-            while (Clock::now() < deadline && receive(nobodys, Clock::now()) != Received::nothing) {
+            bool is_late = taken_ < input_.size();
+            for (Bytes late; !(late = port_->read(Clock::now())).empty() && Clock::now() < deadline;) {
+                is_late = true;
+                if (settings_.trace)
+                    trace_frame('<', late, "late: dropped");
             }
+            if (is_late)
+                forget_input();
         } catch (const PortError &) {
             port_.reset();
         }
@@ -143,7 +153,7 @@ void Client::bring_into_step(Deadline deadline)
         const auto echoes = [&](const Bytes &check) {
             return (packet.size() == ECHO_SIZE && answers(packet, check)) || refuses(packet, check);
         };
-        if (received == Received::nothing)
+        if (received == Received::nothing || Clock::now() >= deadline)
             throw PortError("the port does not answer: no echo of a port-check within " +
                             seconds_text(settings_.timeout));
         if (received == Received::packet)
@@ -168,7 +178,8 @@ Client::Received Client::receive(Bytes &packet, Deadline deadline)
         if (taken_ == input_.size()) {
             input_ = port_->read(deadline);
             taken_ = 0;
-            if (input_.empty())
+            // Somebody who never stops sending shall not hold the station.
+            if (input_.empty() || Clock::now() >= deadline)
                 return Received::nothing;
         }
         const uint8_t *input = input_.data() + taken_;

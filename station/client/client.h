@@ -68,6 +68,7 @@ class Client
 
     void connect(bool patient, Deadline deadline);
     void open(bool patient, Deadline deadline);
+    void forget_input();
     void bring_into_step(Deadline deadline);
     void send(const Bytes &packet, Deadline deadline);
     Received receive(Bytes &packet, Deadline deadline);
