@@ -182,8 +182,10 @@ void push_file(Client &client, const Bytes &content, const std::string &path, co
     try {
         for (size_t at = 0; at < content.size(); at += chunk) {
             const size_t count = std::min(chunk, content.size() - at);
-            append(client, line_of(path, before + to_base64(content.data() + at, count) + behind),
-                   line_of(path, size_of_part), at, count);
+            std::string command = before;
+            command += to_base64(content.data() + at, count);
+            command += behind;
+            append(client, line_of(path, command), line_of(path, size_of_part), at, count);
             progress(at + count, content.size());
         }
         expect_digest(output_of(client, line_of(path, "sha256sum <" + part)), digest(content),
@@ -218,8 +220,10 @@ Bytes pull_file(Client &client, const std::string &path, const Progress &progres
     }
     Bytes content;
     for (size_t skip = 0; content.size() < size; skip++) {
-        const Bytes part =
-            from_base64(output_of(client, line_of(path, chunk_line + std::to_string(skip) + behind)));
+        std::string command = chunk_line;
+        command += std::to_string(skip);
+        command += behind;
+        const Bytes part = from_base64(output_of(client, line_of(path, command)));
         content.insert(content.end(), part.begin(), part.end());
         progress(content.size(), size);
         if (part.size() != PULL_CHUNK)

@@ -130,6 +130,11 @@ static Step parse_step(std::string text, const Settings &settings)
     return step;
 }
 
+static void tell(std::string &mistakes, const std::string &path, int line, const std::string &what)
+{
+    mistakes += (mistakes.empty() ? "" : "\n") + path + ":" + std::to_string(line) + ": " + what;
+}
+
 std::vector<Step> parse_script(const std::string &path, const Settings &settings)
 {
     std::string text = to_text(read_whole_file(path));
@@ -145,9 +150,7 @@ std::vector<Step> parse_script(const std::string &path, const Settings &settings
         const size_t begin = line.find_first_not_of(" \t\r");
         if (begin == std::string::npos || line[begin] == '#')
             continue;
-        const auto mistake = [&](const std::string &what) {
-            mistakes += (mistakes.empty() ? "" : "\n") + path + ":" + std::to_string(number) + ": " + what;
-        };
+        const auto mistake = [&](const std::string &what) { tell(mistakes, path, number, what); };
         try {
             steps.push_back(parse_step(line.substr(begin), settings));
             steps.back().line = number;
