@@ -4,17 +4,24 @@
 // boot hooks, starts the services and says when the port answers. Then keeps the services alive, lets the
 // drivers see what is written to their nodes, and acts on ctl.start, ctl.stop and sys.powerctl until the
 // phone goes down. REASON is how the last boot ended ("reboot,recovery"); how this one ends, and what it has
-// come to, goes to the launcher as lines on descriptor 3.
+// come to, goes to the launcher as lines on a descriptor.
+//
+// Whatever a shell line of a station has left in /data and elsewhere, the phone boots: init opens nothing
+// that could hold it up, and goes on without what it cannot have.
 #include "cutils.h"
 #include "frame.h"
 #include "log.h"
+#include "shell_service.h"
 
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/inotify.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -44,13 +51,25 @@ constexpr char BOOT_PROPERTIES[] = "/.phone/properties";
 constexpr char BOOT_HOOKS[] = "/.phone/boot.d";
 constexpr char DRIVERS[] = "/.phone/drivers";
 constexpr char MISC[] = "/mnt/partitions/misc";
+constexpr off_t MISC_SIZE = off_t{1} << 20;
 constexpr char PERSISTENT_PROPERTIES[] = "/data/property";
 constexpr char CONTROL_FIFO[] = "/dev/socket/init";
 constexpr char PORT[] = "/dev/socket/diag/port";
 constexpr const char *KEPT[] = {"data", "mnt", "sdcard"}; // folders of the image that outlive a boot
 constexpr const char *SERVICE_FILES[] = {"/system/etc/init", "/vendor/etc/init"};
+constexpr char PROCESSES[] = "/.proc";
+constexpr char PORT_SERVICE[] = "diag_service";
 
-constexpr int LAUNCHER = 3; // the launcher's descriptor
+// From the launcher: the listening sockets of the port and the shell, and the way for what init has to tell.
+constexpr int PORT_SOCKET = 3, SHELL_SOCKET = 4, LAUNCHER = 5;
+constexpr char PORT_VARIABLE[] = "DIAG_PORT_FD=3"; // for the service that has the port
+
+// So many processes and threads there may be, and a few of init's own beyond: it can always start a service
+// or a shell.
+constexpr rlim_t PROCESSES_MAX = 512, OWN_PROCESSES_MAX = 576;
+constexpr auto COUNT_PERIOD = std::chrono::milliseconds(250);
+constexpr size_t NODE_TEXT_MAX = 4096, PROPERTIES_MAX = 1024, REQUEST_MAX = 4096;
+constexpr auto HOOK_TIME = std::chrono::seconds(5);
 constexpr int LOG_INFO = 4;
 constexpr size_t BOOT_MESSAGE_SIZE =
     128; // what the service and recovery use of it; then the rest of the partition
@@ -103,18 +122,56 @@ struct BootMessage {
     std::string command, arguments;
 };
 
+// Opens a regular file of a tree that anybody may have changed; anything else there, a FIFO above all, is
+// none.
+int open_regular(const std::string &path, int flags)
+{
+    const int fd = open(path.c_str(), flags | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC, 0644);
+    struct stat there {
+    };
+    if (fd < 0 || (fstat(fd, &there) == 0 && S_ISREG(there.st_mode)))
+        return fd;
+    close(fd);
+    return -1;
+}
+
+// The first `limit` bytes of such a file.
+std::string read_regular(const std::string &path, size_t limit)
+{
+    std::string text(limit, '\0');
+    const int fd = open_regular(path, O_RDONLY);
+    const ssize_t count = fd < 0 ? 0 : read(fd, text.data(), limit);
+    if (fd >= 0)
+        close(fd);
+    text.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
+    return text;
+}
+
 BootMessage read_boot_message()
 {
-    char bytes[RECOVERY_ARGUMENTS + RECOVERY_ARGUMENTS_SIZE + 1] = {};
-    std::ifstream(MISC, std::ios::binary).read(bytes, sizeof bytes - 1);
-    return {std::string(bytes, strnlen(bytes, BOOT_COMMAND_SIZE)), bytes + RECOVERY_ARGUMENTS};
+    std::string bytes = read_regular(MISC, RECOVERY_ARGUMENTS + RECOVERY_ARGUMENTS_SIZE);
+    bytes.resize(RECOVERY_ARGUMENTS + RECOVERY_ARGUMENTS_SIZE);
+    return {std::string(bytes.data(), strnlen(bytes.data(), BOOT_COMMAND_SIZE)),
+            bytes.c_str() + RECOVERY_ARGUMENTS};
 }
 
 void clear_boot_message()
 {
-    std::fstream misc(MISC, std::ios::binary | std::ios::in | std::ios::out);
+    const int misc = open_regular(MISC, O_WRONLY);
     const std::string zeros(RECOVERY_ARGUMENTS + RECOVERY_ARGUMENTS_SIZE, '\0');
-    misc.write(zeros.data(), static_cast<std::streamsize>(zeros.size()));
+    (void)!write(misc, zeros.data(), zeros.size());
+    close(misc);
+}
+
+// The partition that the boot itself needs; the boot hooks make the others.
+void provide_misc()
+{
+    const int misc = open_regular(MISC, O_RDWR | O_CREAT);
+    struct stat there {
+    };
+    if (misc >= 0 && fstat(misc, &there) == 0 && there.st_size == 0)
+        (void)!ftruncate(misc, MISC_SIZE);
+    close(misc);
 }
 
 std::string boot_mode(const BootMessage &message, const std::string &reason)
@@ -126,15 +183,6 @@ std::string boot_mode(const BootMessage &message, const std::string &reason)
     return "normal";
 }
 
-void wipe_data()
-{
-    for (const auto &entry : fs::directory_iterator("/data"))
-        fs::remove_all(entry);
-    const fs::path image = fs::path(IMAGE) / "data";
-    if (fs::exists(image))
-        fs::copy(image, "/data", fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-}
-
 // Recovery has no screen here: it does what it was told, and otherwise stays up so that a station can see it.
 void run_recovery(const BootMessage &message)
 {
@@ -142,7 +190,7 @@ void run_recovery(const BootMessage &message)
     if (message.arguments.find("\n--wipe_data\n") == std::string::npos)
         return;
     say("recovery: wiping /data");
-    wipe_data();
+    tell_launcher("wipe"); // which has /data anew for the next boot, whatever is in this one
     say("recovery: data wiped, rebooting");
     leave("reboot");
 }
@@ -167,31 +215,47 @@ void set_property(const std::string &name, const std::string &value)
         say("property %s refused", name.c_str());
 }
 
+using Properties = std::map<std::string, std::string>;
+
+// The properties that were kept. Their folder is left with nothing else in it, so that it keeps those that
+// are set.
+Properties read_kept_properties()
+{
+    Properties kept;
+    std::error_code ignored;
+    if (!fs::is_directory(fs::symlink_status(PERSISTENT_PROPERTIES, ignored)))
+        fs::remove_all(PERSISTENT_PROPERTIES, ignored);
+    fs::create_directories(PERSISTENT_PROPERTIES, ignored);
+    std::vector<fs::path> strange;
+    for (auto entry = fs::directory_iterator(PERSISTENT_PROPERTIES, ignored);
+         entry != fs::directory_iterator(); entry.increment(ignored)) {
+        const std::string name = entry->path().filename();
+        if (name[0] == '.' || !fs::is_regular_file(entry->symlink_status(ignored)) ||
+            kept.size() >= PROPERTIES_MAX)
+            strange.push_back(entry->path());
+        else if (const std::string value = read_regular(entry->path(), NODE_TEXT_MAX); true)
+            kept[name] = value.substr(0, value.find('\0'));
+    }
+    for (const auto &path : strange)
+        fs::remove_all(path, ignored);
+    return kept;
+}
+
 void set_properties(const std::string &mode, const std::string &reason)
 {
+    const Properties kept = read_kept_properties();
     std::ifstream file(BOOT_PROPERTIES);
     for (std::string line; std::getline(file, line);) {
         const size_t equals = line.find('=');
         const std::string name = line.substr(0, std::min(equals, line.size()));
-        if (line[0] != '#' && equals != std::string::npos &&
-            !fs::exists(fs::path(PERSISTENT_PROPERTIES) / name))
+        if (line[0] != '#' && equals != std::string::npos && kept.count(name) == 0)
             set_property(name, line.substr(equals + 1));
     }
     set_property("ro.bootmode", mode);
     set_property("sys.boot.reason", reason.empty() ? "cold" : reason);
 
-    fs::create_directories(PERSISTENT_PROPERTIES);
-    // Setting one writes the folder again: list it first.
-    const std::vector<fs::path> persistent(fs::directory_iterator(PERSISTENT_PROPERTIES),
-                                           fs::directory_iterator{});
-    for (const auto &path : persistent) {
-        const std::string name = path.filename();
-        std::ifstream kept(path);
-        std::string value;
-        std::getline(kept, value, '\0');
-        if (name[0] != '.')
-            set_property(name, value);
-    }
+    for (const auto &[name, value] : kept)
+        set_property(name, value);
 }
 
 // ---- services ----
@@ -230,15 +294,27 @@ void show_state(const Service &service, const char *state)
     set_property("init.svc." + service.name, state);
 }
 
+// What every process that is not init's own begins with.
+void become_ordinary()
+{
+    sigprocmask(SIG_UNBLOCK, &blocked, nullptr);
+    const rlimit processes = {PROCESSES_MAX, PROCESSES_MAX};
+    setrlimit(RLIMIT_NPROC, &processes);
+}
+
 // Starts a program as the leader of a process group. Its output goes nowhere, as a phone's does; what it
-// writes to standard error (a sanitizer's report) ends up with the launcher.
-pid_t spawn(const std::vector<std::string> &command)
+// writes to standard error (a sanitizer's report) ends up with the launcher. Returns its id, or 0.
+pid_t spawn(const std::vector<std::string> &command, bool has_port = false)
 {
     const pid_t pid = fork();
     if (pid != 0)
-        return pid;
-    sigprocmask(SIG_UNBLOCK, &blocked, nullptr);
+        return std::max(pid, 0);
+    become_ordinary();
     setsid();
+    if (has_port) {
+        putenv(const_cast<char *>(PORT_VARIABLE));
+        fcntl(PORT_SOCKET, F_SETFD, 0);
+    }
     const int null = open("/dev/null", O_RDWR);
     dup2(null, STDIN_FILENO);
     dup2(null, STDOUT_FILENO);
@@ -261,7 +337,9 @@ void start(Service &service)
     if (service.pid > 0)
         return;
     service.started = Clock::now();
-    service.pid = spawn(service.command);
+    service.pid = spawn(service.command, service.name == PORT_SERVICE);
+    if (service.pid == 0)
+        return say("no process for service '%s'", service.name.c_str());
     say("starting service '%s', pid %d", service.name.c_str(), service.pid);
     show_state(service, "running");
 }
@@ -395,13 +473,38 @@ void run_hooks()
     std::vector<fs::path> hooks(fs::directory_iterator(BOOT_HOOKS), fs::directory_iterator{});
     std::sort(hooks.begin(), hooks.end());
     for (const auto &hook : hooks) {
-        int status = 0;
+        int status = -1;
         const pid_t pid = spawn({"/system/bin/sh", hook});
-        waitpid(pid, &status, 0);
+        const auto deadline = Clock::now() + HOOK_TIME;
+        while (pid > 0 && waitpid(pid, &status, WNOHANG) == 0) {
+            if (Clock::now() > deadline)
+                kill(-pid, SIGKILL);
+            const timespec period{0, 20000000};
+            sigtimedwait(&blocked, nullptr, &period); // a child's end ends the wait
+        }
         unlink(("/proc/" + std::to_string(pid)).c_str());
         if (status != 0)
             say("boot hook %s failed", hook.filename().c_str());
     }
+}
+
+// The kernel holds to PROCESSES_MAX everybody but the workstation's root. His phone is looked at, and where
+// there are more, all of them are ended at once; init starts the services again.
+void end_flood()
+{
+    static Clock::time_point next{};
+    if (Clock::now() < next)
+        return;
+    next = Clock::now() + COUNT_PERIOD;
+    std::error_code ignored;
+    size_t count = 0;
+    for (auto entry = fs::directory_iterator(PROCESSES, ignored); entry != fs::directory_iterator();
+         entry.increment(ignored))
+        count += isdigit(static_cast<unsigned char>(entry->path().filename().native()[0])) != 0 ? 1 : 0;
+    if (count <= OWN_PROCESSES_MAX)
+        return;
+    kill(-1, SIGKILL);
+    say("%zu processes: all ended", count);
 }
 
 // ---- drivers ----
@@ -427,7 +530,7 @@ void drive(const fs::path &folder, const std::string &name)
 {
     std::ifstream driver(DRIVERS + (folder / name).string());
     std::string written;
-    std::ifstream(folder / name) >> written;
+    std::istringstream(read_regular(folder / name, NODE_TEXT_MAX)) >> written;
     for (std::string line; std::getline(driver, line);) {
         std::istringstream words(line);
         std::string value, node, text;
@@ -436,7 +539,10 @@ void drive(const fs::path &folder, const std::string &name)
         if (value != written)
             continue;
         const fs::path target = folder / node, next = target.string() + ".next";
-        std::ofstream(next) << text << '\n';
+        const int fd = open_regular(next, O_WRONLY | O_CREAT | O_TRUNC);
+        text += '\n';
+        (void)!write(fd, text.data(), text.size());
+        close(fd);
         std::error_code gone; // with the component that it belongs to
         fs::rename(next, target, gone);
     }
@@ -463,9 +569,13 @@ int main(int argc, char **argv)
 {
     const std::string reason = argc > 1 ? argv[1] : "";
     umask(022);
-    fcntl(LAUNCHER, F_SETFD, FD_CLOEXEC);
-    tell_launcher("booting");
-    unlink(PORT);
+    // No other process of the phone gets at init's descriptors and memory, though it is root as init is.
+    prctl(PR_SET_DUMPABLE, 0);
+    syscall(SYS_close_range, static_cast<unsigned>(LAUNCHER) + 1, ~0U, 0);
+    for (const int fd : {PORT_SOCKET, SHELL_SOCKET, LAUNCHER})
+        fcntl(fd, F_SETFD, FD_CLOEXEC);
+    const rlimit processes = {OWN_PROCESSES_MAX, OWN_PROCESSES_MAX};
+    setrlimit(RLIMIT_NPROC, &processes);
     sigemptyset(&blocked);
     sigaddset(&blocked, SIGCHLD);
     sigprocmask(SIG_BLOCK, &blocked, nullptr);
@@ -473,6 +583,7 @@ int main(int argc, char **argv)
     mkfifo(CONTROL_FIFO, 0600);
     const int control = open(CONTROL_FIFO, O_RDWR | O_CLOEXEC | O_NONBLOCK); // writing too: it never ends
 
+    provide_misc();
     const BootMessage message = read_boot_message();
     const std::string mode = boot_mode(message, reason);
     say("booting, mode '%s', reason '%s'", mode.c_str(), reason.c_str());
@@ -493,8 +604,15 @@ int main(int argc, char **argv)
 
     std::string requests;
     for (;;) {
-        pollfd events[] = {{signals, POLLIN, 0}, {control, POLLIN, 0}, {notifications, POLLIN, 0}};
-        poll(events, 3, start_due());
+        pollfd events[] = {{signals, POLLIN, 0},
+                           {control, POLLIN, 0},
+                           {notifications, POLLIN, 0},
+                           {SHELL_SOCKET, POLLIN, 0}};
+        const int due = start_due(), tick = static_cast<int>(COUNT_PERIOD.count());
+        poll(events, 4, due < 0 ? tick : std::min(due, tick));
+        if (events[3].revents != 0)
+            serve_shell(SHELL_SOCKET, become_ordinary);
+        end_flood();
         signalfd_siginfo signal;
         while (read(signals, &signal, sizeof signal) > 0)
             ;
@@ -503,6 +621,8 @@ int main(int argc, char **argv)
         char bytes[512];
         for (ssize_t count; (count = read(control, bytes, sizeof bytes)) > 0;)
             requests.append(bytes, static_cast<size_t>(count));
+        if (requests.size() > REQUEST_MAX && requests.find('\n') == std::string::npos)
+            requests.clear();
         for (size_t end; (end = requests.find('\n')) != std::string::npos; requests.erase(0, end + 1))
             obey(requests.substr(0, end));
     }

@@ -52,16 +52,29 @@ phone_emulation() {
         --ro-bind "$libraries/ld-linux-aarch64.so.1" /lib/ld-linux-aarch64.so.1)
 }
 
-# phone_base [NAME]...: the root but for its libraries, and without the applets named.
+# phone_base [NAME]...: the root but for its libraries, and without the applets named. The phone's own is in the folder
+# `inside`, where its launcher has mounted what is bounded, root (which comes before all else) and the terminals; anybody
+# else's is a plain tmpfs.
 phone_base() {
     local tool folder applet name
     for tool in bwrap mksh toybox busybox; do
         command -v "$tool" >/dev/null || { echo "phone: $tool is missing: run script/bootstrap" >&2; exit 1; }
     done
     # The phone's root may read files that it has not given itself leave to read: the service makes such files.
-    bwrap+=(--unshare-all --unshare-user --uid 0 --gid 0 --cap-drop ALL --cap-add CAP_DAC_OVERRIDE)
-    bwrap+=(--hostname phone --die-with-parent
-        --proc /.proc --remount-ro /.proc --dev /dev --chdir /)
+    bwrap+=(--unshare-all --unshare-user --disable-userns --uid 0 --gid 0 --cap-drop ALL --cap-add CAP_DAC_OVERRIDE)
+    bwrap+=(--hostname phone --die-with-parent --chdir /)
+    bwrap+=(--proc /.proc --remount-ro /.proc)
+    if [[ -n ${inside-} ]]; then
+        bwrap+=(--dir /dev --dir /dev/shm --dev-bind "$inside/pts" /dev/pts --symlink pts/ptmx /dev/ptmx)
+        for name in null zero full random urandom tty; do
+            bwrap+=(--dev-bind "/dev/$name" "/dev/$name")
+        done
+        for name in fd fd/0:stdin fd/1:stdout fd/2:stderr; do
+            bwrap+=(--symlink "/proc/self/${name%:*}" "/dev/${name#*:}")
+        done
+    else
+        bwrap+=(--dev /dev)
+    fi
     for folder in "${phone_folders[@]}"; do
         bwrap+=(--dir "$folder")
     done
