@@ -119,17 +119,20 @@ static void mount_room(const char *path, const char *room)
         fail(std::string("no file system at ") + path);
 }
 
-// The rooms that last as long as the launcher. The working directory is the phone's folder.
+// The rooms that last as long as the launcher. The first, which holds the others, becomes the working
+// directory: where the phone's folder is removed meanwhile, what is then written by a name is not written to
+// the workstation's disk.
 static void mount_rooms()
 {
-    mount_room("inside", "mode=700,size=1m,nr_inodes=64");
-    mount_room("inside/log", LOG_ROOM);
-    mount_room("inside/data", DATA_ROOM);
-    mount_room("inside/kept", KEPT_ROOM);
-    mkdir("inside/root", 0755);
-    mkdir("inside/pts", 0755);
-    if (mount("phone", "inside/pts", "devpts", MS_NOSUID | MS_NOEXEC, "newinstance,ptmxmode=0666,mode=600") !=
-        0)
+    mount_room(INSIDE, "mode=700,size=1m,nr_inodes=64");
+    if (chdir(INSIDE) != 0)
+        fail(INSIDE);
+    mount_room("log", LOG_ROOM);
+    mount_room("data", DATA_ROOM);
+    mount_room("kept", KEPT_ROOM);
+    mkdir("root", 0755);
+    mkdir("pts", 0755);
+    if (mount("phone", "pts", "devpts", MS_NOSUID | MS_NOEXEC, "newinstance,ptmxmode=0666,mode=600") != 0)
         fail("no terminals");
 }
 
@@ -144,16 +147,16 @@ static void load(const Phone &phone)
 {
     const Fd kept(openat(phone.state.get(), KEPT, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     if (kept)
-        run({"tar", "--extract", "--file=-", "--directory=inside", "--preserve-permissions",
-             "--no-same-owner", "--delay-directory-restore"},
+        run({"tar", "--extract", "--file=-", "--preserve-permissions", "--no-same-owner",
+             "--delay-directory-restore"},
             kept.get());
-    for (const char *folder : {"inside/kept/persist", "inside/kept/sdcard", "inside/kept/partitions"})
+    for (const char *folder : {"kept/persist", "kept/sdcard", "kept/partitions"})
         mkdir(folder, 0755);
     if (kept)
         return;
-    copy_image(phone, "data", "inside/data");
-    copy_image(phone, "mnt/vendor/persist", "inside/kept/persist");
-    copy_image(phone, "sdcard", "inside/kept/sdcard");
+    copy_image(phone, "data", "data");
+    copy_image(phone, "mnt/vendor/persist", "kept/persist");
+    copy_image(phone, "sdcard", "kept/sdcard");
 }
 
 // Keeps what the phone keeps: the archive is replaced as a whole, or stays as it was.
@@ -164,10 +167,12 @@ static void save(const Phone &phone)
     const Fd archive(openat(phone.state.get(), fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!archive)
         return perror("phone: what it keeps is not kept");
-    // Status 1 or 2: something could not be read, as a path of more than 4096 characters; all else is there.
-    const int status = run({"tar", "--create", "--file=-", "--directory=inside", "--sparse",
-                            "--numeric-owner", "--one-file-system", "--warning=no-file-ignored", "data/.",
-                            "kept/persist", "kept/sdcard", "kept/partitions"},
+    // No deeper than this: what lies deeper takes long to name, and the next boot would be long in coming. A
+    // status of 1 or 2 is a name that is too long all the same, or a socket: all else is there.
+    const int status = run({"sh", "-c",
+                            "find data kept/persist kept/sdcard kept/partitions "
+                            "-maxdepth 64 -print0 |"
+                            " tar --create --sparse --numeric-owner --no-recursion --null --files-from=-"},
                            -1, archive.get());
     if (status < 0 || status > 2 || fdatasync(archive.get()) != 0 ||
         renameat(phone.state.get(), fresh.c_str(), phone.state.get(), KEPT) != 0)
@@ -264,9 +269,9 @@ static void take_state(Phone &phone, int fd)
                     (void)!write(phone.ready.get(), "r", 1);
                 phone.ready.reset(-1);
             } else if (phone.how == "wipe") { // of recovery, which reboots at once: nobody has it open then
-                umount2("inside/data", MNT_DETACH);
-                mount_room("inside/data", DATA_ROOM);
-                copy_image(phone, "data", "inside/data");
+                umount2("data", MNT_DETACH);
+                mount_room("data", DATA_ROOM);
+                copy_image(phone, "data", "data");
             }
         }
     }
@@ -344,7 +349,7 @@ static void live(Phone &phone, int state_read, int signals)
 
 static void boot(Phone &phone, int signals)
 {
-    mount_room("inside/root", VOLATILE_ROOM);
+    mount_room("root", VOLATILE_ROOM);
     ++phone.boots;
     write_state(phone, "booting");
     int ends[2];
@@ -361,7 +366,7 @@ static void boot(Phone &phone, int signals)
     phone.how.clear();
     phone.line.clear();
     live(phone, state_read.get(), signals);
-    umount2("inside/root", MNT_DETACH);
+    umount2("root", MNT_DETACH);
 }
 
 // ---- launcher and keeper
@@ -395,14 +400,14 @@ static void pass_on(int signal) { kill(launcher_pid, signal); }
 [[noreturn]] static void run_keeper(Phone &phone)
 {
     prctl(PR_SET_CHILD_SUBREAPER, 1); // who loses the launcher comes here
-    umask(022); // the phone sees the modes; the workstation is kept out by the folder's
+    umask(022);                       // the phone sees the modes; the workstation is kept out by the folder's
     leave_the_workstation();
     // By its path: the descriptor is of the mounts that were left behind.
     if (chdir(phone.path.c_str()) != 0)
         fail(phone.path);
     mount_rooms();
     load(phone);
-    phone.log.reset(open("inside/log/main", O_RDWR | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, 0644));
+    phone.log.reset(open("log/main", O_RDWR | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, 0644));
     phone.port = listen_in(phone.state, PORT);
     phone.shell = listen_in(phone.state, SHELL);
     phone.control = listen_in(phone.state, CONTROL);

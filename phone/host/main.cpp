@@ -39,7 +39,7 @@ static std::string read_input()
 static bool take_down(const Fd &state)
 {
     // While it comes up, there is a lock and nobody to talk to yet.
-    for (int tries = 0; tries < 500 && host::is_locked(state); ++tries) {
+    for (int tries = 0; tries < DOWN_SECONDS * 100 && host::is_locked(state); ++tries) {
         const Fd launcher = host::connect_in(state, host::CONTROL);
         const char request = host::REQUEST_DOWN;
         if (launcher && write(launcher.get(), &request, 1) == 1)
