@@ -1,9 +1,11 @@
 #include "listener.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -11,7 +13,8 @@
 namespace router
 {
 
-static constexpr char PORT_VARIABLE[] = "DIAG_PORT"; // environment: the socket's path
+static constexpr char PORT_VARIABLE[] = "DIAG_PORT";         // environment: the socket's path
+static constexpr char INHERITED_VARIABLE[] = "DIAG_PORT_FD"; // or: a descriptor that listens already
 static constexpr char DEFAULT_PORT[] = "/dev/socket/diag/port";
 
 static descriptor make_socket()
@@ -84,13 +87,42 @@ bool listener::listen_at_path()
     return true;
 }
 
-bool listener::open() { return choose_path() && path_is_free() && listen_at_path(); }
+// The socket was made by somebody whom no shell line can reach, and has its name where none can replace it.
+// Who waits at it when this process has ended is served by the next that gets it.
+bool listener::take_inherited(const char *number)
+{
+    snprintf(path_, sizeof path_, "descriptor %s", number);
+    char *end;
+    const long fd = strtol(number, &end, 10);
+    int listens = 0;
+    socklen_t size = sizeof listens;
+    if (*end != '\0' || fd <= STDERR_FILENO || fd > INT_MAX ||
+        getsockopt(static_cast<int>(fd), SOL_SOCKET, SO_ACCEPTCONN, &listens, &size) != 0 || listens == 0) {
+        errno = ENOTSOCK;
+        return fail("cannot listen at");
+    }
+    inherited_ = true;
+    socket_ = descriptor(static_cast<int>(fd));
+    fcntl(socket(), F_SETFD, FD_CLOEXEC);
+    fcntl(socket(), F_SETFL, O_RDWR | O_NONBLOCK);
+    return true;
+}
+
+bool listener::open()
+{
+    const char *number = getenv(INHERITED_VARIABLE);
+    return number ? take_inherited(number) : choose_path() && path_is_free() && listen_at_path();
+}
 
 descriptor listener::accept() const
 {
     return descriptor(accept4(socket(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
 }
 
-void listener::give_up_name() const { unlink(path_); }
+void listener::give_up_name() const
+{
+    if (!inherited_)
+        unlink(path_);
+}
 
 } // namespace router

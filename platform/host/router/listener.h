@@ -11,7 +11,8 @@ namespace router
 class listener
 {
   public:
-    // Listens at the path that the environment names. False, and why on standard error: it cannot be reached.
+    // Listens at the path that the environment names, or takes the listening socket that it gives the
+    // descriptor of. False, and why on standard error: it cannot be reached.
     [[nodiscard]] bool open();
 
     [[nodiscard]] int socket() const { return socket_.get(); }
@@ -26,12 +27,14 @@ class listener
     bool fail(const char *what) const;
 
   private:
+    [[nodiscard]] bool take_inherited(const char *number);
     [[nodiscard]] bool choose_path();
     [[nodiscard]] bool path_is_free() const;
     [[nodiscard]] bool listen_at_path();
 
     char path_[sizeof(sockaddr_un::sun_path)] = "";
     descriptor socket_;
+    bool inherited_ = false;
 };
 
 } // namespace router
