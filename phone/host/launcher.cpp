@@ -310,6 +310,24 @@ static void take_client(Phone &phone, Fd client)
     phone.clients.push_back(std::move(client));
 }
 
+// Ends the children that are left, init above all, whose bubblewrap was killed, and waits until all of them
+// are gone. Not yet waited for, their ids are still their own.
+static void end_children()
+{
+    do {
+        const Fd list(open("/proc/thread-self/children", O_RDONLY | O_CLOEXEC));
+        std::array<char, 4096> text{};
+        if (list && read(list.get(), text.data(), text.size() - 1) > 0)
+            for (char *at = text.data(), *end; (void)(end = at), *at != '\0'; at = end) {
+                const long child = strtol(at, &end, 10);
+                if (end == at)
+                    break;
+                if (child > 1)
+                    kill(static_cast<pid_t>(child), SIGKILL);
+            }
+    } while (waitpid(-1, nullptr, 0) > 0 || errno == EINTR);
+}
+
 // Until bubblewrap is gone, and with it, being the parent of everything in the phone, init and the rest.
 static void live(Phone &phone, int state_read, int signals)
 {
@@ -341,8 +359,7 @@ static void live(Phone &phone, int state_read, int signals)
         if (phone.bwrap < 0)
             break;
     }
-    while (waitpid(-1, nullptr, 0) > 0 || errno == EINTR) // init, left by a bubblewrap that was killed
-        ;
+    end_children();
     take_state(phone, state_read);
     take_console(phone);
 }
@@ -425,10 +442,11 @@ static void pass_on(int signal) { kill(launcher_pid, signal); }
     action.sa_handler = pass_on;
     for (const int signal : {SIGTERM, SIGINT, SIGHUP})
         sigaction(signal, &action, nullptr);
-    while (waitpid(-1, nullptr, 0) > 0 || errno == EINTR)
+    for (pid_t pid; (pid = waitpid(-1, nullptr, 0)) != launcher_pid && (pid > 0 || errno == EINTR);)
         ;
     for (const int signal : {SIGTERM, SIGINT, SIGHUP})
         ::signal(signal, SIG_IGN);
+    end_children();
     finish(phone);
     _exit(EXIT_SUCCESS);
 }
