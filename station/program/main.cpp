@@ -8,6 +8,7 @@
 #include "station/program/kept_file.h"
 #include "station/program/output.h"
 #include "station/program/progress_bar.h"
+#include "station/program/records.h"
 #include "station/program/reference.h"
 #include "station/program/table.h"
 
@@ -197,6 +198,7 @@ static constexpr Subcommand SUBCOMMANDS[] = {
      serve_run},
     {"push", "push FILE PATH", "puts a file on the phone", serve_push},
     {"pull", "pull PATH FILE", "fetches a file from the phone", serve_pull},
+    {"records", "records WHAT", "what was kept of runs; `station records --help` tells more", serve_records},
     {"reference", "reference", "the commands' reference, in Markdown", serve_reference},
 };
 

@@ -1,0 +1,359 @@
+#include "station/program/records.h"
+
+#include "station/catalogue/answer.h"
+#include "station/catalogue/options.h"
+#include "station/client/errors.h"
+#include "station/program/kept_file.h"
+#include "station/program/output.h"
+#include "station/records/forms.h"
+#include "station/records/forward.h"
+#include "station/records/source.h"
+#include "station/records/text.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+namespace station
+{
+
+using namespace records;
+
+static constexpr char HELP[] =
+    "Asks for what was kept of runs.\n"
+    "\n"
+    "  station records list --verdict fail --since 24h       a line for each run\n"
+    "  station records show 019aa875-1c3e                    a run step by step\n"
+    "  station records export --csv - --unit CV0250A7F3      for other programs; also --junit, --jsonl\n"
+    "  station records yield --since 2026-11-21              units, how many passed at once, what fails "
+    "most\n"
+    "  station records push                                  forwards what the database has not yet\n"
+    "\n"
+    "Each takes --help. Records are in a file, or in a database of many stations: --records FILE or\n"
+    "postgresql://...; otherwise $STATION_RECORDS, or records.db.\n";
+
+static constexpr char TIMES[] =
+    "Times are UTC: 2026-11-21, 2026-11-21T21:54, or so long ago: 30m, 24h, 7d, 2w.\n"
+    "--until is the first moment that is left out.";
+
+namespace
+{
+
+struct Asked {
+    std::string records, since, until, run;
+    std::string paths[3]; // junit, csv, jsonl
+    Filter filter;
+    bool json = false;
+    bool again = false;
+};
+
+} // namespace
+
+static void add_where(CLI::App &app, Asked &asked)
+{
+    app.add_option("--records", asked.records,
+                   "a file or postgresql://...; otherwise $STATION_RECORDS, or records.db")
+        ->type_name("WHERE");
+}
+
+static void add_filters(CLI::App &app, Asked &asked)
+{
+    Filter &filter = asked.filter;
+    add_where(app, asked);
+    app.add_option("--unit", filter.unit, "runs of this unit")->type_name("NAME");
+    app.add_option("--plan", filter.plan, "runs of this plan")->type_name("NAME|DIGEST");
+    app.add_option("--since", asked.since, "runs that were started then or later")->type_name("TIME");
+    app.add_option("--until", asked.until, "runs that were started before")->type_name("TIME");
+    app.add_option("--verdict", filter.verdict, "runs that ended so")
+        ->check(CLI::IsMember({"pass", "fail", "aborted", "error", "running"}))
+        ->type_name("pass|fail|aborted|error|running");
+    app.add_option("--limit", filter.limit,
+                   "the newest so many; of yield, the so many steps that do most harm")
+        ->check(CLI::Range(1L, 1'000'000'000L))
+        ->type_name("COUNT");
+    app.footer(TIMES);
+}
+
+static std::string shown_unit(const Run &run) { return run.unit_is_port ? "(" + run.unit + ")" : run.unit; }
+
+static const char *shown_verdict(const Run &run) { return run.verdict ? word(*run.verdict) : "running"; }
+
+static void print_line(const Run &run)
+{
+    std::string why = run.failing;
+    if (why.empty())
+        why = run.cause;
+    std::printf("%s  %-7s  %-16s  %-20s  %s%s%s\n", time_text(run.started).c_str(), shown_verdict(run),
+                escaped(shown_unit(run), false).c_str(), escaped(run.plan, false).c_str(), run.id.c_str(),
+                why.empty() ? "" : "  ", escaped(why, false).c_str());
+}
+
+static void list(Source &source, const Filter &filter, bool as_json)
+{
+    size_t count = 0;
+    if (as_json)
+        std::fputs("[", stdout);
+    source.each(filter, [&](const Run &run) {
+        if (as_json)
+            std::printf("%s%s", count == 0 ? "\n" : ",\n", json(run).c_str());
+        else
+            print_line(run);
+        count++;
+    });
+    if (as_json)
+        std::puts("\n]");
+    else
+        std::printf("%zu run%s\n", count, count == 1 ? "" : "s");
+}
+
+static std::string with_limits(const Step &step)
+{
+    if (step.measured.empty())
+        return escaped(without_last_line_feed(step.answer), false);
+    std::string text = step.measured + " " + step.unit;
+    if (!step.low.empty() || !step.high.empty())
+        text += " in " + (step.low == step.high ? step.low : step.low + ".." + step.high);
+    return escaped(text, false);
+}
+
+static void show(Source &source, const std::string &id, bool as_json)
+{
+    const Run run = source.find(id);
+    const std::vector<Step> steps = source.steps(run.id);
+    if (as_json) {
+        std::puts(json(run, steps).c_str());
+        return;
+    }
+    std::string ended = run.ended ? time_text(*run.ended) : "";
+    if (run.ended)
+        ended +=
+            " (" +
+            milliseconds_text(std::chrono::duration<double, std::milli>(*run.ended - run.started).count()) +
+            " ms)";
+    const std::pair<const char *, std::string> lines[] = {
+        {"run", run.id},
+        {"unit", shown_unit(run)},
+        {"plan", run.plan + (run.plan_digest.empty() ? "" : " " + run.plan_digest)},
+        {"station", run.station},
+        {"port", run.port},
+        {"software", run.software},
+        {"started", time_text(run.started)},
+        {"ended", ended},
+        {"verdict", shown_verdict(run)},
+        {"failing", run.failing},
+        {"cause", run.cause}};
+    for (const auto &[name, text] : lines)
+        if (!text.empty())
+            std::printf("%-8s  %s\n", name, escaped(text, false).c_str());
+    std::string phase;
+    for (const Step &step : steps) {
+        if (step.phase != phase)
+            std::printf("phase %s\n", escaped(step.phase, false).c_str());
+        phase = step.phase;
+        std::printf("%4d  %-7s  %7s ms  %-6s  %-20s  %s\n", step.number, word(step.verdict),
+                    milliseconds_text(step.milliseconds).c_str(), step.code.c_str(),
+                    escaped(step.name, false).c_str(), with_limits(step).c_str());
+        if (step.verdict == records::Verdict::pass)
+            continue;
+        std::printf("      asked: %s\n", escaped(step.request, false).c_str());
+        if (!step.expected.empty())
+            std::printf("      expected: %s\n", escaped(step.expected, false).c_str());
+        if (!step.cause.empty())
+            std::printf("      because: %s\n", escaped(step.cause, false).c_str());
+    }
+}
+
+static std::string percent(int64_t part, int64_t of)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f %%", 100.0 * static_cast<double>(part) / static_cast<double>(of));
+    return of > 0 ? text : "-";
+}
+
+static nlohmann::ordered_json yield_json(const std::vector<PlanYield> &plans, const std::vector<Harm> &harms)
+{
+    nlohmann::ordered_json json{{"plans", nlohmann::ordered_json::array()},
+                                {"steps", nlohmann::ordered_json::array()}};
+    for (const PlanYield &plan : plans) {
+        json["plans"].push_back({{"plan", plan.plan},
+                                 {"units", plan.units},
+                                 {"first", plan.first},
+                                 {"first_pass", plan.first_pass},
+                                 {"first_pass_yield", nullptr},
+                                 {"passed", plan.passed},
+                                 {"runs", plan.runs}});
+        if (plan.first > 0)
+            json["plans"].back()["first_pass_yield"] =
+                static_cast<double>(plan.first_pass) / static_cast<double>(plan.first);
+    }
+    for (const Harm &harm : harms)
+        json["steps"].push_back(
+            {{"step", harm.step.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(harm.step)},
+             {"units", harm.units},
+             {"lost", harm.lost},
+             {"runs", harm.runs}});
+    return json;
+}
+
+static void yield(Source &source, const Filter &filter, bool as_json)
+{
+    const std::vector<PlanYield> plans = source.yield(filter);
+    const std::vector<Harm> harms = source.harm(filter);
+    if (as_json) {
+        std::puts(dump(yield_json(plans, harms)).c_str());
+        return;
+    }
+    std::printf("%-24s  %7s  %10s  %16s  %16s  %7s\n", "plan", "units", "first time", "first pass", "passed",
+                "runs");
+    for (const PlanYield &plan : plans) {
+        const std::string first =
+            std::to_string(plan.first_pass) + "  " + percent(plan.first_pass, plan.first);
+        const std::string passed = std::to_string(plan.passed) + "  " + percent(plan.passed, plan.units);
+        std::printf("%-24s  %7ld  %10ld  %16s  %16s  %7ld\n", escaped(plan.plan, false).c_str(), plan.units,
+                    plan.first, first.c_str(), passed.c_str(), plan.runs);
+    }
+    std::printf("\n%-24s  %7s  %10s  %7s\n", "step that failed first", "units", "lost", "runs");
+    for (const Harm &harm : harms)
+        std::printf("%-24s  %7ld  %10ld  %7ld\n",
+                    harm.step.empty() ? "(none)" : escaped(harm.step, false).c_str(), harm.units, harm.lost,
+                    harm.runs);
+}
+
+static void export_runs(Source &source, const Asked &asked)
+{
+    static constexpr Form FORMS[] = {Form::junit, Form::csv, Form::jsonl};
+    std::vector<std::unique_ptr<KeptFile>> files;
+    std::vector<std::pair<Export, FILE *>> exports;
+    for (size_t i = 0; i < std::size(FORMS); i++) {
+        if (asked.paths[i].empty())
+            continue;
+        if (asked.paths[i] != "-")
+            files.push_back(std::make_unique<KeptFile>(asked.paths[i]));
+        FILE *const file = asked.paths[i] == "-" ? stdout : files.back()->file();
+        exports.emplace_back(Export(FORMS[i], file), file);
+    }
+    source.each(asked.filter, [&](const Run &run) {
+        const std::vector<Step> steps = source.steps(run.id);
+        for (auto &[each, file] : exports) {
+            each.add(run, steps);
+            if (std::ferror(file))
+                throw OutputError(std::string("cannot write the export: ") + std::strerror(errno));
+        }
+    });
+    for (auto &[each, file] : exports)
+        each.end();
+    for (const auto &file : files)
+        file->keep();
+}
+
+static std::optional<Time> time_option(const char *name, const std::string &text)
+{
+    const std::optional<Time> time = parse_time(text, records::now());
+    if (!text.empty() && !time)
+        throw UsageError(std::string(name) +
+                         " takes a time such as 2026-11-21, 2026-11-21T21:54 or 24h, not '" + text + "'");
+    return time;
+}
+
+static std::unique_ptr<Source> open_source(Asked &asked)
+{
+    asked.filter.since = time_option("--since", asked.since);
+    asked.filter.until = time_option("--until", asked.until);
+    return Source::open(where_of(asked.records));
+}
+
+static void serve_list(const std::vector<std::string> &words, Asked &asked)
+{
+    CLI::App app("A line for each run, in the order of time.", "records list");
+    add_filters(app, asked);
+    app.add_flag("--json", asked.json, "as JSON");
+    parse_words(app, words);
+    list(*open_source(asked), asked.filter, asked.json);
+}
+
+static void serve_show(const std::vector<std::string> &words, Asked &asked)
+{
+    CLI::App app("A run step by step.", "records show");
+    add_where(app, asked);
+    app.add_option("RUN", asked.run, "its id, or how it begins")->required();
+    app.add_flag("--json", asked.json, "as JSON");
+    parse_words(app, words);
+    show(*open_source(asked), asked.run, asked.json);
+}
+
+static void serve_export(const std::vector<std::string> &words, Asked &asked)
+{
+    CLI::App app("Runs with their steps for other programs; FILE is - for standard output.",
+                 "records export");
+    add_filters(app, asked);
+    app.add_option("--junit", asked.paths[0], "JUnit's XML, a suite a run")->type_name("FILE");
+    app.add_option("--csv", asked.paths[1], "CSV, a line a step")->type_name("FILE");
+    app.add_option("--jsonl", asked.paths[2], "JSON lines, a line a run")->type_name("FILE");
+    parse_words(app, words);
+    const auto to_standard_output = std::count(std::begin(asked.paths), std::end(asked.paths), "-");
+    if (std::all_of(std::begin(asked.paths), std::end(asked.paths),
+                    [](const std::string &path) { return path.empty(); }))
+        throw UsageError("records export: --junit FILE, --csv FILE or --jsonl FILE says in which form");
+    if (to_standard_output > 1)
+        throw UsageError("records export: only one form fits on standard output");
+    export_runs(*open_source(asked), asked);
+}
+
+static void serve_yield(const std::vector<std::string> &words, Asked &asked)
+{
+    CLI::App app(
+        "Units, how many of them passed at once, and the steps that failed, those that harm most first.",
+        "records yield");
+    add_filters(app, asked);
+    app.add_flag("--json", asked.json, "as JSON");
+    parse_words(app, words);
+    yield(*open_source(asked), asked.filter, asked.json);
+}
+
+static void serve_push(const std::vector<std::string> &words, Asked &asked)
+{
+    CLI::App app(
+        "Forwards to the database what is not there yet. --records names the file, and FILE.address the\n"
+        "database; or the database itself, with records.db in front of it.",
+        "records push");
+    add_where(app, asked);
+    app.add_flag("--all", asked.again,
+                 "also what was forwarded before: after the database has lost something");
+    parse_words(app, words);
+    const Where where = where_of(asked.records);
+    const size_t count = push(where, asked.again);
+    std::printf("%zu run%s forwarded to %s\n", count, count == 1 ? "" : "s",
+                escaped(shown(where.database), false).c_str());
+}
+
+int serve_records(const std::vector<std::string> &words, Settings &settings)
+{
+    static constexpr std::pair<const char *, void (*)(const std::vector<std::string> &, Asked &)> SERVED[] = {
+        {"list", serve_list},
+        {"show", serve_show},
+        {"export", serve_export},
+        {"yield", serve_yield},
+        {"push", serve_push}};
+    Asked asked;
+    asked.json = settings.json;
+    const std::string what = words.empty() ? "" : words.front();
+    if (what == "--help" || what == "-h")
+        throw HelpAsked{HELP};
+    try {
+        for (const auto &[name, serve] : SERVED)
+            if (what == name) {
+                serve({words.begin() + 1, words.end()}, asked);
+                return SUCCESS;
+            }
+    } catch (const records::Error &error) {
+        std::fprintf(stderr, "station: %s\n", escaped(error.what(), false).c_str());
+        return FAILURE;
+    }
+    throw UsageError("records: list, show, export, yield or push, not '" + what +
+                     "'; `station records --help` tells more");
+}
+
+} // namespace station

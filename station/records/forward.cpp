@@ -1,0 +1,219 @@
+#include "station/records/forward.h"
+
+#include "station/records/postgres.h"
+#include "station/records/source.h"
+#include "station/records/tables.h"
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+namespace station::records
+{
+
+using Clock = std::chrono::steady_clock;
+
+static constexpr size_t RUNS_AT_ONCE = 32;
+static constexpr auto FIRST_PAUSE = std::chrono::seconds(1);
+static constexpr auto LONGEST_PAUSE = std::chrono::seconds(30);
+static constexpr auto LAST_TRIES = std::chrono::seconds(5);
+
+namespace
+{
+
+// The spool's side: which runs wait.
+class Spool
+{
+  public:
+    explicit Spool(const Where &where)
+        : database_(open_file(where.file, Access::write)), source_(Source::open({where.file, "", false})),
+          waiting_(database_,
+                   "SELECT id FROM runs WHERE forwarded = 0 AND verdict IS NOT NULL ORDER BY id LIMIT ?"),
+          done_(database_, "UPDATE runs SET forwarded = 1 WHERE id = ?")
+    {
+    }
+
+    // What was forwarded went to this database. To another everything is new.
+    void forward_to(const std::string &database, bool again)
+    {
+        if (!again && database_.text("SELECT forwarded_to FROM state") == database)
+            return;
+        Transaction transaction(database_);
+        database_.execute("UPDATE runs SET forwarded = 0 WHERE forwarded <> 0");
+        Statement(database_, "UPDATE state SET forwarded_to = ?").bind(database).execute();
+        transaction.commit();
+    }
+
+    std::vector<WholeRun> next()
+    {
+        std::vector<std::string> ids;
+        waiting_.bind(static_cast<int64_t>(RUNS_AT_ONCE));
+        while (waiting_.step())
+            ids.push_back(waiting_.text(0));
+        std::vector<WholeRun> runs;
+        for (const std::string &id : ids)
+            runs.emplace_back(source_->find(id), source_->steps(id));
+        return runs;
+    }
+
+    void done(const std::vector<WholeRun> &runs)
+    {
+        Transaction transaction(database_);
+        for (const WholeRun &run : runs)
+            done_.bind(run.first.id).execute();
+        transaction.commit();
+    }
+
+    size_t waiting()
+    {
+        return static_cast<size_t>(
+            database_.number("SELECT count(*) FROM runs WHERE forwarded = 0 AND verdict IS NOT NULL"));
+    }
+
+  private:
+    Database database_;
+    std::unique_ptr<Source> source_;
+    Statement waiting_, done_;
+};
+
+} // namespace
+
+// A run is marked when the database has it for sure; one that is forwarded twice changes nothing there.
+static size_t forward_some(Spool &spool, Postgres &database)
+{
+    const std::vector<WholeRun> runs = spool.next();
+    if (!runs.empty()) {
+        database.put(runs);
+        spool.done(runs);
+    }
+    return runs.size();
+}
+
+struct Forwarder::Inside {
+    Where where;
+    mutable std::mutex mutex;
+    std::condition_variable changed;
+    bool is_awake = true;
+    bool is_ending = false;
+    bool has_failed_last = false;
+    bool is_done = false;
+    std::string problem;
+    size_t waiting = 0;
+    Clock::time_point end = Clock::time_point::max();
+    // Returns when all is forwarded, or throws.
+    void forward_all(std::unique_ptr<Spool> &spool, std::unique_ptr<Postgres> &database)
+    {
+        if (!spool)
+            spool = std::make_unique<Spool>(where);
+        note_waiting(spool->waiting());
+        if (!database) {
+            database = std::make_unique<Postgres>(where.database);
+            spool->forward_to(database->prepare(), false);
+        }
+        while (forward_some(*spool, *database) > 0) {
+            note_waiting(spool->waiting());
+            if (Clock::now() > end_time())
+                return;
+        }
+    }
+
+    void serve()
+    {
+        std::unique_ptr<Spool> spool;
+        std::unique_ptr<Postgres> database;
+        Clock::duration pause = FIRST_PAUSE;
+        std::unique_lock<std::mutex> lock(mutex);
+        while (!(is_ending && (has_failed_last || !is_awake || Clock::now() > end))) {
+            is_awake = false;
+            lock.unlock();
+            std::string what;
+            try {
+                forward_all(spool, database);
+            } catch (const std::exception &error) {
+                what = error.what();
+                database.reset();
+            }
+            lock.lock();
+            problem = what;
+            has_failed_last = !what.empty();
+            if (has_failed_last) {
+                changed.wait_for(lock, pause, [&] { return is_ending; });
+                pause = std::min<Clock::duration>(2 * pause, LONGEST_PAUSE);
+                is_awake = true;
+            } else {
+                pause = FIRST_PAUSE;
+                changed.wait(lock, [&] { return is_ending || is_awake; });
+            }
+        }
+        is_done = true;
+        changed.notify_all();
+    }
+
+    void note_waiting(size_t count)
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        waiting = count;
+    }
+    Clock::time_point end_time() const
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        return end;
+    }
+};
+
+Forwarder::Forwarder(const Where &where) : inside_(std::make_shared<Inside>())
+{
+    inside_->where = where;
+    thread_ = std::thread([inside = inside_] { inside->serve(); });
+}
+
+Forwarder::~Forwarder()
+{
+    std::unique_lock<std::mutex> lock(inside_->mutex);
+    inside_->is_ending = true;
+    inside_->end = Clock::now() + LAST_TRIES;
+    inside_->changed.notify_all();
+    // A database that has stopped in the middle of an answer is waited for no longer: the process is about to
+    // end.
+    const bool is_done = inside_->changed.wait_for(lock, 2 * LAST_TRIES, [&] { return inside_->is_done; });
+    lock.unlock();
+    if (is_done)
+        thread_.join();
+    else
+        thread_.detach();
+}
+
+void Forwarder::wake()
+{
+    {
+        const std::lock_guard<std::mutex> lock(inside_->mutex);
+        inside_->is_awake = true;
+        inside_->waiting++;
+    }
+    inside_->changed.notify_all();
+}
+
+Forwarding Forwarder::state() const
+{
+    const std::lock_guard<std::mutex> lock(inside_->mutex);
+    return {inside_->waiting, inside_->problem};
+}
+
+size_t push(const Where &where, bool again)
+{
+    if (where.database.empty())
+        throw Error(where.file +
+                    " has no database to forward to: --records postgresql://... names one, or a file " +
+                    where.file + ".address whose first line does");
+    Spool spool(where);
+    Postgres database(where.database);
+    spool.forward_to(database.prepare(), again);
+    size_t all = 0;
+    while (const size_t count = forward_some(spool, database))
+        all += count;
+    return all;
+}
+
+} // namespace station::records

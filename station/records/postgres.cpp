@@ -1,0 +1,343 @@
+#include "station/records/postgres.h"
+
+#include "station/records/source.h"
+#include "station/records/text.h"
+
+#include <cstdio>
+#include <ctime>
+#include <nlohmann/json.hpp>
+
+namespace station::records
+{
+
+using Json = nlohmann::json;
+
+// Stations that come at once make tables one after the other.
+static constexpr char MAKE_ALONE[] = "SELECT pg_advisory_xact_lock(7219833107421)";
+
+// An id begins with the time of its run, so a month's runs and steps are a range of ids, and the id alone is
+// the key. Steps have no foreign key: a run's rows come in one transaction, and a month can be dropped
+// without a search through the rest.
+static constexpr const char *MIGRATIONS[] = {
+    R"(
+CREATE TABLE station_records (
+    one boolean PRIMARY KEY DEFAULT true CHECK (one),
+    version integer NOT NULL,
+    id uuid NOT NULL DEFAULT gen_random_uuid()
+);
+INSERT INTO station_records (version) VALUES (0);
+CREATE TABLE runs (
+    id uuid PRIMARY KEY,
+    unit text NOT NULL,
+    unit_source text NOT NULL,
+    plan text NOT NULL,
+    plan_digest text NOT NULL,
+    station text NOT NULL,
+    port text NOT NULL,
+    software text NOT NULL,
+    started timestamptz(3) NOT NULL,
+    ended timestamptz(3) NOT NULL,
+    verdict text NOT NULL CHECK (verdict IN ('pass', 'fail', 'aborted', 'error')),
+    failing text,
+    cause text
+) PARTITION BY RANGE (id);
+CREATE INDEX runs_unit ON runs (unit, started);
+CREATE INDEX runs_started ON runs (started);
+CREATE INDEX runs_not_passed ON runs (verdict, started) WHERE verdict <> 'pass';
+CREATE INDEX runs_failing ON runs (failing, started) WHERE failing IS NOT NULL;
+CREATE TABLE steps (
+    run uuid NOT NULL,
+    number integer NOT NULL,
+    began double precision NOT NULL,
+    phase text,
+    name text NOT NULL,
+    code text,
+    request text NOT NULL,
+    request_bytes bytea,
+    answer text NOT NULL,
+    answer_bytes bytea,
+    measured text,
+    unit text,
+    low text,
+    high text,
+    expected text,
+    verdict text NOT NULL CHECK (verdict IN ('pass', 'fail', 'aborted', 'error')),
+    milliseconds double precision NOT NULL,
+    cause text,
+    value double precision GENERATED ALWAYS AS (measured::double precision) STORED,
+    PRIMARY KEY (run, number)
+) PARTITION BY RANGE (run);
+CREATE INDEX steps_failing ON steps (name, run) WHERE verdict IN ('fail', 'error');
+)",
+};
+static constexpr int VERSION = std::size(MIGRATIONS);
+
+static constexpr char INSERT_RUNS[] = "INSERT INTO runs SELECT id, unit, unit_source, plan, plan_digest, "
+                                      "station, port, software, started, ended, verdict, failing, "
+                                      "cause FROM json_to_recordset($1::json) AS given (id uuid, unit text, "
+                                      "unit_source text, plan text, plan_digest text, "
+                                      "station text, port text, software text, started timestamptz, ended "
+                                      "timestamptz, verdict text, failing text, cause text) "
+                                      "ON CONFLICT DO NOTHING";
+static constexpr char INSERT_STEPS[] =
+    "INSERT INTO steps SELECT run, number, began, phase, name, code, request, decode(request_bytes, 'hex'), "
+    "answer, "
+    "decode(answer_bytes, 'hex'), measured, unit, low, high, expected, verdict, milliseconds, cause "
+    "FROM json_to_recordset($1::json) AS given (run uuid, number integer, began double precision, phase "
+    "text, name text, code text, "
+    "request text, request_bytes text, answer text, answer_bytes text, measured text, unit text, low text, "
+    "high text, "
+    "expected text, verdict text, milliseconds double precision, cause text) ON CONFLICT DO NOTHING";
+
+// What libpq is to do where the address does not say it: a network that swallows everything is noticed.
+static std::string with_limits(std::string address)
+{
+    static constexpr std::pair<const char *, const char *> LIMITS[] = {
+        {"connect_timeout", "5"}, {"tcp_user_timeout", "15000"}, {"application_name", "station"}};
+    for (const auto &[name, value] : LIMITS)
+        if (address.find(std::string(name) + "=") == std::string::npos)
+            address += (address.find('?') == std::string::npos ? "?" : "&") + std::string(name) + "=" + value;
+    return address;
+}
+
+// What libpq says has several lines at times, and may quote the address.
+template <typename Work> auto Postgres::guarded(Work &&work)
+{
+    const auto refuse = [&](std::string what) {
+        const std::string address = with_limits(address_);
+        for (const std::string &secret : {address, address_})
+            for (size_t at = what.find(secret); at != std::string::npos; at = what.find(secret))
+                what.replace(at, secret.size(), "the database");
+        while (!what.empty() && what.back() == '\n')
+            what.pop_back();
+        throw Error(shown(address_) + ": " + clean(what));
+    };
+    try {
+        return work();
+    } catch (const pqxx::failure &error) {
+        refuse(error.what());
+    } catch (const std::logic_error &error) { // libpqxx's own complaints of what it is given
+        refuse(error.what());
+    }
+    throw Error(""); // never: refuse throws
+}
+
+Postgres::Postgres(const std::string &address) : address_(address)
+{
+    guarded([&] {
+        connection_ = std::make_unique<pqxx::connection>(with_limits(address));
+        pqxx::nontransaction work(*connection_);
+        work.exec("SET client_encoding = 'UTF8'; SET TIME ZONE 'UTC'; SET client_min_messages = warning");
+    });
+}
+
+static int version_in(pqxx::transaction_base &work)
+{
+    if (work.exec1("SELECT to_regclass('station_records') IS NULL")[0].as<bool>())
+        return 0;
+    return work.exec1("SELECT version FROM station_records")[0].as<int>();
+}
+
+static void refuse_other_version(const std::string &address, int version)
+{
+    if (version > VERSION)
+        throw Error(shown(address) + " was made by a newer station (its tables are of version " +
+                    std::to_string(version) + ", this one knows " + std::to_string(VERSION) +
+                    "); it was left as it is. Use the newer station");
+}
+
+void Postgres::check()
+{
+    guarded([&] {
+        pqxx::nontransaction work(*connection_);
+        const int version = version_in(work);
+        refuse_other_version(address_, version);
+        if (version == 0)
+            throw Error("there are no records in " + shown(address_) +
+                        " yet; `station records push` makes its tables");
+        if (version < VERSION)
+            throw Error(shown(address_) +
+                        " is of an older station; `station records push` makes its tables new");
+    });
+}
+
+std::string Postgres::prepare()
+{
+    return guarded([&] {
+        pqxx::work work(*connection_);
+        work.exec(MAKE_ALONE);
+        const int version = version_in(work);
+        refuse_other_version(address_, version);
+        for (int next = version; next < VERSION; next++) {
+            work.exec(MIGRATIONS[next]);
+            work.exec("UPDATE station_records SET version = " + std::to_string(next + 1));
+        }
+        const auto id = work.exec1("SELECT id FROM station_records")[0].as<std::string>();
+        work.commit();
+        connection_->prepare("runs", INSERT_RUNS);
+        connection_->prepare("steps", INSERT_STEPS);
+        return id;
+    });
+}
+
+namespace
+{
+
+struct Month {
+    std::string name; // 2026_11
+    std::string from, to;
+};
+
+} // namespace
+
+// The month of an id by the time in it, which is the run's start.
+static Month month_of(const std::string &id)
+{
+    const auto milliseconds = std::stoll(id.substr(0, 8) + id.substr(9, 4), nullptr, 16);
+    const std::time_t seconds = milliseconds / 1000;
+    std::tm parts{};
+    gmtime_r(&seconds, &parts);
+    std::tm begin{}, end{};
+    begin.tm_year = end.tm_year = parts.tm_year;
+    begin.tm_mon = parts.tm_mon;
+    end.tm_mon = parts.tm_mon + 1;
+    begin.tm_mday = end.tm_mday = 1;
+    const auto bound = [](std::tm &time) {
+        char text[16];
+        std::snprintf(text, sizeof text, "%012lx", timegm(&time) * 1000);
+        return id_bound(std::string(text, 8) + "-" + (text + 8), '0');
+    };
+    char name[32];
+    std::snprintf(name, sizeof name, "%04d_%02d", parts.tm_year + 1900, parts.tm_mon + 1);
+    return {name, bound(begin), bound(end)};
+}
+
+void Postgres::make_months(const std::vector<WholeRun> &runs)
+{
+    for (const WholeRun &run : runs) {
+        const Month month = month_of(run.first.id);
+        if (months_.count(month.name) > 0)
+            continue;
+        pqxx::work work(*connection_);
+        const auto is_there = "SELECT to_regclass('runs_" + month.name + "') IS NOT NULL";
+        if (!work.exec1(is_there)[0].as<bool>()) {
+            work.exec(MAKE_ALONE);
+            for (const char *table : {"runs", "steps"})
+                work.exec("CREATE TABLE IF NOT EXISTS " + std::string(table) + "_" + month.name +
+                          " PARTITION OF " + table + " FOR VALUES FROM ('" + month.from + "') TO ('" +
+                          month.to + "')");
+        }
+        work.commit();
+        months_.insert(month.name);
+    }
+}
+
+static Json to_row(const Run &run)
+{
+    Json row{{"id", run.id},
+             {"unit", run.unit},
+             {"unit_source", run.unit_is_port ? "port" : "unit"},
+             {"plan", run.plan},
+             {"plan_digest", run.plan_digest},
+             {"station", run.station},
+             {"port", run.port},
+             {"software", run.software},
+             {"started", time_text(run.started)}};
+    if (run.ended)
+        row["ended"] = time_text(*run.ended);
+    if (run.verdict)
+        row["verdict"] = word(*run.verdict);
+    if (!run.failing.empty())
+        row["failing"] = run.failing;
+    if (!run.cause.empty())
+        row["cause"] = run.cause;
+    return row;
+}
+
+static Json to_row(const std::string &run, const Step &step)
+{
+    Json row{{"run", run},
+             {"number", step.number},
+             {"began", step.began},
+             {"name", step.name},
+             {"request", step.request},
+             {"answer", step.answer},
+             {"verdict", word(step.verdict)},
+             {"milliseconds", step.milliseconds}};
+    const std::pair<const char *, const std::string &> texts[] = {
+        {"phase", step.phase}, {"code", step.code}, {"measured", step.measured}, {"unit", step.unit},
+        {"low", step.low},     {"high", step.high}, {"expected", step.expected}, {"cause", step.cause}};
+    for (const auto &[column, text] : texts)
+        if (!text.empty())
+            row[column] = text;
+    if (step.request_bytes)
+        row["request_bytes"] = to_hex(*step.request_bytes);
+    if (step.answer_bytes)
+        row["answer_bytes"] = to_hex(*step.answer_bytes);
+    return row;
+}
+
+void Postgres::put(const std::vector<WholeRun> &runs)
+{
+    Json run_rows = Json::array(), step_rows = Json::array();
+    for (const auto &[run, steps] : runs) {
+        run_rows.push_back(to_row(run));
+        for (const Step &step : steps)
+            step_rows.push_back(to_row(run.id, step));
+    }
+    guarded([&] {
+        make_months(runs);
+        pqxx::work work(*connection_);
+        work.exec_prepared("runs", run_rows.dump());
+        work.exec_prepared("steps", step_rows.dump());
+        work.commit();
+    });
+}
+
+pqxx::result Postgres::query(const std::string &sql, const std::vector<std::string> &parameters)
+{
+    return guarded([&] {
+        pqxx::nontransaction work(*connection_);
+        return work.exec_params(sql, pqxx::prepare::make_dynamic_params(parameters));
+    });
+}
+
+namespace
+{
+
+class DatabaseSource : public Source
+{
+  public:
+    explicit DatabaseSource(const std::string &address) : database_(address) { database_.check(); }
+
+  protected:
+    void query(const std::string &sql, const std::vector<std::string> &parameters,
+               const std::function<void(const Values &)> &row) override
+    {
+        const pqxx::result rows = database_.query(sql, parameters);
+        for (const auto &each : rows) {
+            Values values(each.size());
+            for (const auto &field : each)
+                if (!field.is_null())
+                    values[field.num()] = std::string(field.c_str(), field.size());
+            row(values);
+        }
+    }
+    std::string time(const std::string &column) const override
+    {
+        return "to_char(" + column + ", 'YYYY-MM-DD\"T\"HH24:MI:SS.MS\"Z\"')";
+    }
+    std::string hex(const std::string &column) const override { return "encode(" + column + ", 'hex')"; }
+
+  private:
+    Postgres database_;
+};
+
+} // namespace
+
+std::unique_ptr<Source> open_database_source(const std::string &address)
+{
+    return std::make_unique<DatabaseSource>(address);
+}
+
+} // namespace station::records

@@ -1,0 +1,44 @@
+// The forms of what is kept: texts, decimals, times, ids.
+#pragma once
+
+#include "station/records/run.h"
+
+#include <string>
+#include <string_view>
+
+namespace station::records
+{
+
+// The length of the UTF-8 character at `at`, which is set; 0 when the bytes there are none.
+size_t utf8_character(std::string_view text, size_t at, uint32_t &character);
+
+// Appends \x1b, or one for each of several bytes.
+void append_escaped(std::string &text, std::string_view bytes);
+
+// Valid UTF-8 without NUL: every other byte as \xNN.
+std::string clean(std::string_view text);
+
+// Such as 5, -12.50: digits with at most one point between them, and a minus sign before them.
+bool is_decimal(std::string_view text);
+
+// Two digits a byte, lower case.
+std::string to_hex(std::string_view bytes);
+std::string from_hex(std::string_view digits);
+
+Time now();
+std::string time_text(Time time); // "2026-11-21T21:54:56.123Z"
+Time time_of(const std::string &text);
+
+// What people write: a date, with a time or without (2026-11-21, 2026-11-21T21:54, "2026-11-21 21:54:56.123";
+// UTC, or with Z or +01:00 behind), or so long before `from`: 90s, 30m, 24h, 7d, 2w. Nothing when it is
+// neither.
+std::optional<Time> parse_time(const std::string &text, Time from);
+
+// A new UUID of version 7. Within a process each is greater than the one before, unless the clock was put
+// back by more than ten seconds: an id tells when its run began.
+std::string new_id(Time time);
+
+// The smallest and the greatest id that begin as `prefix` does; empty when no id can.
+std::string id_bound(std::string_view prefix, char fill);
+
+} // namespace station::records
