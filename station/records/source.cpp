@@ -61,10 +61,14 @@ class FileSource : public Source
             database_.number("SELECT EXISTS (SELECT 1 FROM runs WHERE verdict IS NULL)") != 0;
         if (!has_open || sqlite3_db_readonly(database_.get(), "main") != 0)
             return;
-        const Owner owner(file);
-        Transaction transaction(database_);
-        Tables(database_).close_dead(owner);
-        transaction.commit();
+        try {
+            const Owner owner(file);
+            Transaction transaction(database_);
+            Tables(database_).close_dead(owner);
+            transaction.commit();
+        } catch (const Error &) { // a full disk is no reason not to read; what is worse shows again
+            return;
+        }
     }
 
   protected:

@@ -208,7 +208,8 @@ struct Tail {
 class Ids
 {
   public:
-    std::string next(uint64_t time)
+    // Puts the time forward where the ids are ahead of it.
+    std::string next(uint64_t &time)
     {
         static constexpr uint64_t BACK_MILLISECONDS = 10'000;
         const std::lock_guard<std::mutex> lock(mutex_);
@@ -223,6 +224,7 @@ class Ids
                 time_++;
             }
         }
+        time = time_;
         char text[64];
         std::snprintf(text, sizeof text, "%08lx-%04lx-7%03lx-%04lx-%012lx", time_ >> 16, time_ & 0xFFFF,
                       tail_.high, 0x8000 | tail_.low >> 48, tail_.low & 0xFFFFFFFFFFFF);
@@ -241,11 +243,14 @@ class Ids
 
 } // namespace
 
-std::string new_id(Time time)
+std::string new_id(Time &time)
 {
     static Ids ids;
-    return ids.next(static_cast<uint64_t>(std::max<long>(time.time_since_epoch().count(), 0)) &
-                    0xFFFFFFFFFFFF);
+    auto milliseconds_since_1970 =
+        static_cast<uint64_t>(std::max<long>(time.time_since_epoch().count(), 0)) & 0xFFFFFFFFFFFF;
+    const std::string id = ids.next(milliseconds_since_1970);
+    time = Time(milliseconds(milliseconds_since_1970));
+    return id;
 }
 
 std::string id_bound(std::string_view prefix, char fill)

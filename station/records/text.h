@@ -34,9 +34,10 @@ Time time_of(const std::string &text);
 // neither.
 std::optional<Time> parse_time(const std::string &text, Time from);
 
-// A new UUID of version 7. Within a process each is greater than the one before, unless the clock was put
-// back by more than ten seconds: an id tells when its run began.
-std::string new_id(Time time);
+// A new UUID of version 7, which begins with the time. Within a process each is greater than the one before,
+// unless the clock was put back by more than ten seconds: up to that, `time` is put forward to the last
+// one's.
+std::string new_id(Time &time);
 
 // The smallest and the greatest id that begin as `prefix` does; empty when no id can.
 std::string id_bound(std::string_view prefix, char fill);
