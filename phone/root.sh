@@ -53,8 +53,8 @@ phone_emulation() {
 }
 
 # phone_base [NAME]...: the root but for its libraries, and without the applets named. The phone's own is in the folder
-# `inside`, where its launcher has mounted what is bounded, root (which comes before all else) and the terminals; anybody
-# else's is a plain tmpfs.
+# `inside`, where its launcher has mounted what is bounded, root (which comes before all else), the devices and the
+# terminals; anybody else's is a plain tmpfs.
 phone_base() {
     local tool folder applet name
     for tool in bwrap mksh toybox busybox; do
@@ -67,7 +67,7 @@ phone_base() {
     if [[ -n ${inside-} ]]; then
         bwrap+=(--dir /dev --dir /dev/shm --dev-bind "$inside/pts" /dev/pts --symlink pts/ptmx /dev/ptmx)
         for name in null zero full random urandom tty; do
-            bwrap+=(--dev-bind "/dev/$name" "/dev/$name")
+            bwrap+=(--dev-bind "$inside/devices/$name" "/dev/$name")
         done
         for name in fd fd/0:stdin fd/1:stdout fd/2:stderr; do
             bwrap+=(--symlink "/proc/self/${name%:*}" "/dev/${name#*:}")

@@ -7,6 +7,8 @@
 // through pipes.
 #include "launcher.h"
 
+#include "filter.h"
+
 #include <fcntl.h>
 #include <linux/keyctl.h>
 #include <poll.h>
@@ -46,9 +48,9 @@ static constexpr size_t STATE_LINE_MAX = 128;
 static constexpr size_t CLIENTS_MAX = 64;
 static constexpr char OOM_SCORE[] = "1000"; // where memory runs out, the phone goes before all else
 
-// The descriptors that bubblewrap hands on to init; init.cpp knows them too, and the last is bubblewrap's
-// own.
-static constexpr int INIT_PORT = 3, INIT_SHELL = 4, INIT_STATE = 5, BWRAP_ARGUMENTS = 6;
+// The descriptors that bubblewrap hands on to init; init.cpp knows them too, and the last two are
+// bubblewrap's own.
+static constexpr int INIT_PORT = 3, INIT_SHELL = 4, INIT_STATE = 5, BWRAP_ARGUMENTS = 6, BWRAP_FILTER = 7;
 
 static pid_t launcher_pid; // of the keeper's handler
 
@@ -65,6 +67,7 @@ struct Phone {
     std::string path;
     std::string image; // the folders of a new phone
     Fd arguments;      // a file in memory
+    Fd filter;         // another
     Fd ready;          // of who waits for the phone
     Fd console_read, console_write;
     Fd console;
@@ -119,6 +122,22 @@ static void mount_room(const char *path, const char *room)
         fail(std::string("no file system at ") + path);
 }
 
+// The workstation's nodes, which its root's phone would own: read-only bars nobody from writing to a device,
+// but even its owner from changing its mode or times.
+static void bind_devices()
+{
+    mkdir("devices", 0755);
+    mount_attr read_only{};
+    read_only.attr_set = MOUNT_ATTR_RDONLY;
+    for (const char *name : {"null", "zero", "full", "random", "urandom", "tty"}) {
+        const std::string from = std::string("/dev/") + name, to = std::string("devices/") + name;
+        const Fd point(open(to.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+        if (mount(from.c_str(), to.c_str(), nullptr, MS_BIND, nullptr) != 0 ||
+            mount_setattr(AT_FDCWD, to.c_str(), 0, &read_only, sizeof read_only) != 0)
+            fail("no " + from);
+    }
+}
+
 // The rooms that last as long as the launcher. The first, which holds the others, becomes the working
 // directory: where the phone's folder is removed meanwhile, what is then written by a name is not written to
 // the workstation's disk.
@@ -134,6 +153,7 @@ static void mount_rooms()
     mkdir("pts", 0755);
     if (mount("phone", "pts", "devpts", MS_NOSUID | MS_NOEXEC, "newinstance,ptmxmode=0666,mode=600") != 0)
         fail("no terminals");
+    bind_devices();
 }
 
 static void copy_image(const Phone &phone, const std::string &from, const char *to)
@@ -224,22 +244,24 @@ static void write_state(const Phone &phone, const char *state)
     if (const Fd score(open("/proc/self/oom_score_adj", O_WRONLY | O_CLOEXEC)); score)
         (void)!write(score.get(), OOM_SCORE, sizeof OOM_SCORE - 1);
     // Out of the way of the numbers they get.
-    const std::array<int, 4> from = {
+    const std::array<int, 5> from = {
         fcntl(phone.port.get(), F_DUPFD_CLOEXEC, 20), fcntl(phone.shell.get(), F_DUPFD_CLOEXEC, 20),
-        fcntl(state_write, F_DUPFD_CLOEXEC, 20), fcntl(phone.arguments.get(), F_DUPFD_CLOEXEC, 20)};
+        fcntl(state_write, F_DUPFD_CLOEXEC, 20), fcntl(phone.arguments.get(), F_DUPFD_CLOEXEC, 20),
+        fcntl(phone.filter.get(), F_DUPFD_CLOEXEC, 20)};
     lseek(phone.arguments.get(), 0, SEEK_SET);
+    lseek(phone.filter.get(), 0, SEEK_SET);
     for (size_t i = 0; i < from.size(); ++i)
         dup2(from[i], INIT_PORT + static_cast<int>(i));
     const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
     dup2(null, STDIN_FILENO);
     dup2(phone.console_write.get(), STDOUT_FILENO);
     dup2(phone.console_write.get(), STDERR_FILENO);
-    syscall(SYS_close_range, BWRAP_ARGUMENTS + 1, ~0U, 0);
+    syscall(SYS_close_range, BWRAP_FILTER + 1, ~0U, 0);
     if (chdir("/") != 0)
         _exit(127);
-    const std::string number = std::to_string(BWRAP_ARGUMENTS);
-    execlp("bwrap", "bwrap", "--args", number.c_str(), "--", "/system/bin/init", phone.how.c_str(),
-           static_cast<char *>(nullptr));
+    const std::string arguments = std::to_string(BWRAP_ARGUMENTS), filter = std::to_string(BWRAP_FILTER);
+    execlp("bwrap", "bwrap", "--args", arguments.c_str(), "--seccomp", filter.c_str(), "--",
+           "/system/bin/init", phone.how.c_str(), static_cast<char *>(nullptr));
     perror("phone: bwrap");
     _exit(127);
 }
@@ -458,6 +480,10 @@ Fd launch(const Fd &state, const std::string &path, Fd lock, const std::string &
     phone.arguments.reset(memfd_create("arguments", MFD_CLOEXEC));
     if (!phone.arguments || !write_all(phone.arguments.get(), arguments.data(), arguments.size()))
         die_errno("no memory for the arguments");
+    phone.filter.reset(memfd_create("filter", MFD_CLOEXEC));
+    const std::string filter = system_call_filter();
+    if (!phone.filter || !write_all(phone.filter.get(), filter.data(), filter.size()))
+        die_errno("no memory for the filter");
     int ready[2], console[2];
     if (pipe2(ready, O_CLOEXEC) != 0 || pipe2(console, O_CLOEXEC) != 0)
         die_errno("no pipe");
