@@ -44,6 +44,10 @@ static constexpr char LOG_ROOM[] = "mode=755,size=8m,nr_inodes=16";
 static constexpr off_t CONSOLE_MAX = off_t{1} << 20;
 static constexpr off_t LOG_KEPT = off_t{4} << 20;
 
+static constexpr const char *SHARES[][2] = {{"/proc/sys/user/max_inotify_instances", "16"},
+                                            {"/proc/sys/user/max_inotify_watches", "1024"}};
+static constexpr rlim_t SIGNALS_MAX = 1024; // that wait for the phone's processes
+
 static constexpr size_t STATE_LINE_MAX = 128;
 static constexpr size_t CLIENTS_MAX = 64;
 static constexpr char OOM_SCORE[] = "1000"; // where memory runs out, the phone goes before all else
@@ -111,6 +115,11 @@ static void leave_the_workstation()
     write_own("/proc/self/setgroups", "deny");
     write_own("/proc/self/uid_map", "0 " + user + " 1");
     write_own("/proc/self/gid_map", "0 " + group + " 1");
+    // What the kernel counts by user, in all namespaces together: a phone takes this much of it. A container
+    // may have the switches read-only.
+    for (const auto &[name, most] : SHARES)
+        if (const Fd limit(open(name, O_WRONLY | O_CLOEXEC)); limit)
+            (void)!write(limit.get(), most, strlen(most));
     if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
         fail("no mounts of its own");
 }
@@ -241,6 +250,8 @@ static void write_state(const Phone &phone, const char *state)
     // 1 has no core file and starts no program of the workstation that takes cores; 0 would start it.
     const rlimit no_core = {1, 1};
     setrlimit(RLIMIT_CORE, &no_core);
+    const rlimit signals = {SIGNALS_MAX, SIGNALS_MAX};
+    setrlimit(RLIMIT_SIGPENDING, &signals);
     if (const Fd score(open("/proc/self/oom_score_adj", O_WRONLY | O_CLOEXEC)); score)
         (void)!write(score.get(), OOM_SCORE, sizeof OOM_SCORE - 1);
     // Out of the way of the numbers they get.
