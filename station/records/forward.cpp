@@ -53,6 +53,7 @@ class Spool
         while (waiting_.step())
             ids.push_back(waiting_.text(0));
         std::vector<WholeRun> runs;
+        runs.reserve(ids.size());
         for (const std::string &id : ids)
             runs.emplace_back(source_->find(id), source_->steps(id));
         return runs;

@@ -172,7 +172,7 @@ std::string Postgres::prepare()
             work.exec(MIGRATIONS[next]);
             work.exec("UPDATE station_records SET version = " + std::to_string(next + 1));
         }
-        const auto id = work.exec1("SELECT id FROM station_records")[0].as<std::string>();
+        auto id = work.exec1("SELECT id FROM station_records")[0].as<std::string>();
         work.commit();
         connection_->prepare("runs", INSERT_RUNS);
         connection_->prepare("steps", INSERT_STEPS);

@@ -132,9 +132,11 @@ static void check_header(const std::string &file, Access access)
 
 static int64_t version_of(Database &database)
 {
+    // In this order: another process may just be making the tables.
+    const bool has_tables = database.number("SELECT count(*) FROM sqlite_schema") > 0;
     const int64_t application = database.number("PRAGMA application_id");
     const int64_t version = database.number("PRAGMA user_version");
-    if (application != APPLICATION && database.number("SELECT count(*) FROM sqlite_schema") > 0)
+    if (has_tables && application != APPLICATION)
         refuse_stranger(database.file());
     if (version > VERSION)
         refuse_newer(database.file(), version);

@@ -248,7 +248,7 @@ std::string new_id(Time &time)
     static Ids ids;
     auto milliseconds_since_1970 =
         static_cast<uint64_t>(std::max<long>(time.time_since_epoch().count(), 0)) & 0xFFFFFFFFFFFF;
-    const std::string id = ids.next(milliseconds_since_1970);
+    std::string id = ids.next(milliseconds_since_1970);
     time = Time(milliseconds(milliseconds_since_1970));
     return id;
 }
