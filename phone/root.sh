@@ -63,7 +63,12 @@ phone_base() {
     # The phone's root may read files that it has not given itself leave to read: the service makes such files.
     bwrap+=(--unshare-all --unshare-user --disable-userns --uid 0 --gid 0 --cap-drop ALL --cap-add CAP_DAC_OVERRIDE)
     bwrap+=(--hostname phone --die-with-parent --chdir /)
-    bwrap+=(--proc /.proc --remount-ro /.proc)
+    bwrap+=(--proc /.proc)
+    # The user's keys are listed in every namespace.
+    for name in keys key-users; do
+        [[ ! -e /proc/$name ]] || bwrap+=(--ro-bind /dev/null "/.proc/$name")
+    done
+    bwrap+=(--remount-ro /.proc)
     if [[ -n ${inside-} ]]; then
         bwrap+=(--dir /dev --dir /dev/shm --dev-bind "$inside/pts" /dev/pts --symlink pts/ptmx /dev/ptmx)
         for name in null zero full random urandom tty; do

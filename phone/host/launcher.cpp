@@ -50,6 +50,7 @@ static constexpr rlim_t SIGNALS_MAX = 1024; // that wait for the phone's process
 
 static constexpr size_t STATE_LINE_MAX = 128;
 static constexpr size_t CLIENTS_MAX = 64;
+static constexpr int LOOK_MS = 1000;        // between two looks at what nobody tells
 static constexpr char OOM_SCORE[] = "1000"; // where memory runs out, the phone goes before all else
 
 // The descriptors that bubblewrap hands on to init; init.cpp knows them too, and the last two are
@@ -361,6 +362,14 @@ static void end_children()
     } while (waitpid(-1, nullptr, 0) > 0 || errno == EINTR);
 }
 
+// Whether the phone's folder was removed: nobody finds the phone any more to take it down.
+static bool is_gone(const Fd &folder)
+{
+    struct stat there {
+    };
+    return fstat(folder.get(), &there) == 0 && there.st_nlink == 0;
+}
+
 // Until bubblewrap is gone, and with it, being the parent of everything in the phone, init and the rest.
 static void live(Phone &phone, int state_read, int signals)
 {
@@ -372,7 +381,8 @@ static void live(Phone &phone, int state_read, int signals)
             {phone.clients.size() < CLIENTS_MAX ? phone.control.get() : -1, POLLIN, 0}};
         for (const Fd &client : phone.clients)
             events.push_back({client.get(), POLLIN, 0});
-        poll(events.data(), events.size(), -1);
+        poll(events.data(), events.size(), LOOK_MS);
+        phone.down = phone.down || is_gone(phone.state);
         signalfd_siginfo signal{};
         while (read(signals, &signal, sizeof signal) == sizeof signal)
             phone.down = phone.down || signal.ssi_signo != SIGCHLD;

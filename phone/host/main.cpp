@@ -9,11 +9,13 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -22,6 +24,7 @@
 using host::Fd;
 
 static constexpr int UP_SECONDS = 15, DOWN_SECONDS = 30;
+static constexpr rlim_t FILES_MIN = 64; // of the launcher; the service leaves its handlers half of so few
 static constexpr int EXIT_USAGE = 2, EXIT_NOT_UP = 3, EXIT_UP_ALREADY = 4;
 
 static std::string read_input()
@@ -70,6 +73,11 @@ static int up(const Fd &state, const std::string &path, const std::vector<std::s
         unlinkat(state.get(), name, 0);
     host::write_file(state, "options", told[OPTIONS] + "\n"); // of `script/phone status`
     host::write_file(state, "programs", told[PROGRAMS] + "\n");
+    rlimit files{};
+    getrlimit(RLIMIT_NOFILE, &files);
+    files.rlim_cur = std::max(files.rlim_cur, FILES_MIN);
+    if (setrlimit(RLIMIT_NOFILE, &files) != 0)
+        host::die("a phone needs " + std::to_string(FILES_MIN) + " open files (ulimit -n)");
     const Fd ready = host::launch(state, path, std::move(lock), told[IMAGE], read_input());
     pollfd there = {ready.get(), POLLIN, 0};
     char byte;
