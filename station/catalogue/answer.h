@@ -8,8 +8,17 @@
 namespace station
 {
 
-// What an exchange came to, as an exit status; the last two are the program's.
-enum Verdict { SUCCESS = 0, FAILURE = 1, NO_ANSWER = 2, REFUSED = 3, USAGE = 64, NO_OUTPUT = 74 };
+// What an exchange came to, as an exit status; the last ones are the program's.
+enum Verdict {
+    SUCCESS = 0,
+    FAILURE = 1,
+    NO_ANSWER = 2,
+    REFUSED = 3,
+    USAGE = 64,
+    NOT_KEPT = 73,
+    NO_OUTPUT = 74,
+    INTERRUPTED = 130
+};
 
 struct Result {
     Verdict verdict = NO_ANSWER;

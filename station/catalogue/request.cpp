@@ -227,10 +227,10 @@ Request parse_request(const std::vector<std::string> &words, Settings &settings,
     return request;
 }
 
-std::vector<std::string> split_words(const std::string &line)
+std::vector<Word> split_line(const std::string &line)
 {
-    std::vector<std::string> words;
-    std::string word;
+    std::vector<Word> words;
+    Word word;
     bool inside = false;
     char quote = 0;
     for (size_t i = 0; i < line.size(); i++) {
@@ -239,31 +239,38 @@ std::vector<std::string> split_words(const std::string &line)
         // As in a shell: within double quotes a backslash is only itself unless it hides a quote or another
         // one.
         if (character == '\\' && next && (!quote || (quote == '"' && (next == '"' || next == '\\')))) {
-            word += line[++i];
-            inside = true;
-        } else if (quote) {
-            if (character == quote)
-                quote = 0;
-            else
-                word += character;
-        } else if (character == '"' || character == '\'') {
+            word.text += line[++i];
+            word.quoted = inside = true;
+        } else if (quote && character == quote) {
+            quote = 0;
+        } else if (!quote && (character == '"' || character == '\'')) {
             quote = character;
-            inside = true;
-        } else if (character == ' ' || character == '\t' || character == '\r') {
+            word.quoted = inside = true;
+        } else if (!quote && (character == ' ' || character == '\t' || character == '\r')) {
             if (inside)
-                words.push_back(word);
-            word.clear();
+                words.push_back(std::move(word));
+            word = {};
             inside = false;
         } else {
-            word += character;
+            if (character == '$' && quote != '\'')
+                word.dollars.push_back(word.text.size());
+            word.text += character;
             inside = true;
         }
     }
     if (quote)
         throw UsageError("a quotation mark stays open");
     if (inside)
-        words.push_back(word);
+        words.push_back(std::move(word));
     return words;
+}
+
+std::vector<std::string> split_words(const std::string &line)
+{
+    std::vector<std::string> texts;
+    for (Word &word : split_line(line))
+        texts.push_back(std::move(word.text));
+    return texts;
 }
 
 } // namespace station

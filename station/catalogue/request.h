@@ -37,7 +37,15 @@ struct HelpAsked {
     std::string text;
 };
 
-// A word of a line: blanks part, quotes and backslash keep. Throws UsageError on an open quote.
-std::vector<std::string> split_words(const std::string &line);
+// A word of a line: blanks part, quotes and backslash keep.
+struct Word {
+    std::string text;
+    bool quoted = false;         // any of it stood in quotes or behind a backslash
+    std::vector<size_t> dollars; // where a '$' stands that neither a single quote nor a backslash keeps
+};
+
+// Throws UsageError on an open quote.
+std::vector<Word> split_line(const std::string &line);
+std::vector<std::string> split_words(const std::string &line); // their texts
 
 } // namespace station

@@ -1,5 +1,7 @@
 #include "station/plan/run.h"
 
+#include "station/client/errors.h"
+
 #include <algorithm>
 #include <thread>
 
@@ -24,11 +26,12 @@ static bool went_down(Client &client, double timeout)
 }
 
 // Polls until the phone is as it should be; false when the time is up.
-static bool poll_phone(Client &client, bool (*is_so)(Client &, double), Deadline deadline)
+static bool poll_phone(Client &client, bool (*is_so)(Client &, double), Deadline deadline,
+                       const Interrupts &interrupts)
 {
-    for (;;) {
+    for (const int before = interrupts;;) {
         const double left = std::chrono::duration<double>(deadline - Clock::now()).count();
-        if (left <= 0)
+        if (left <= 0 || interrupts != before)
             return false;
         if (is_so(client, std::min(left, POLL_TIMEOUT)))
             return true;
@@ -36,14 +39,18 @@ static bool poll_phone(Client &client, bool (*is_so)(Client &, double), Deadline
     }
 }
 
-static void wait_for_phone(Client &client, bool goes_down, Row &row)
+static Deadline after(double seconds)
 {
-    const Deadline deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                                 std::chrono::duration<double>(row.step->seconds));
+    return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+}
+
+static void wait_for_phone(Client &client, bool goes_down, const Interrupts &interrupts, Row &row)
+{
+    const Deadline deadline = after(row.step->seconds);
     row.as_expected = false;
-    if (goes_down && !poll_phone(client, went_down, deadline))
+    if (goes_down && !poll_phone(client, went_down, deadline, interrupts))
         row.answer = "the phone has not gone down";
-    else if (!poll_phone(client, answers_port_check, deadline)) {
+    else if (!poll_phone(client, answers_port_check, deadline, interrupts)) {
         row.answer = "the port does not answer";
         row.port_died = true;
     } else {
@@ -52,49 +59,140 @@ static void wait_for_phone(Client &client, bool goes_down, Row &row)
     }
 }
 
-static bool meets(const Step &step, const Row &row)
+static void sleep_for(double seconds, const Interrupts &interrupts)
 {
-    const Result &result = row.result;
-    if (step.must_fail && result.verdict != FAILURE)
-        return false;
-    if (!step.compares)
-        return step.must_fail || step.may_fail || result.verdict == SUCCESS;
-    const std::string text = to_text(result.data);
-    for (const std::string &form : {row.answer, text, without_last_line_feed(text)})
-        if (step.is_pattern ? matches(step, form) : form == step.expected)
-            return true;
-    return false;
+    const Deadline deadline = after(seconds);
+    for (const int before = interrupts; interrupts == before && Clock::now() < deadline;)
+        std::this_thread::sleep_for(std::min<Clock::duration>(deadline - Clock::now(), POLL_PAUSE));
 }
 
-Row Run::take(const Step &step)
+// The answer's number: its text's, or its meaning's in the unit of the limits (8 GiB).
+static std::optional<Decimal> number_of(const Step &step, const Result &result)
+{
+    std::string text = to_text(result.data);
+    text.erase(std::min(text.find_last_not_of(" \t\r\n") + 1, text.size()));
+    text.erase(0, std::min(text.find_first_not_of(" \t"), text.size()));
+    const std::string &meaning = result.meaning.text;
+    const std::string unit = " " + step.unit;
+    if (!step.unit.empty() && meaning.size() > unit.size() &&
+        meaning.compare(meaning.size() - unit.size(), unit.size(), unit) == 0)
+        text = meaning.substr(0, meaning.size() - unit.size());
+    return Decimal::parse(text);
+}
+
+// The station's own word on why a step is not as expected; empty when it is.
+static std::string fault_of(Row &row)
+{
+    const Step &step = *row.step;
+    const Result &result = row.result;
+    if (step.must_fail && result.verdict == SUCCESS)
+        return "a failure was wanted";
+    if (step.must_fail ? result.verdict != FAILURE
+                       : result.verdict != SUCCESS && !step.may_fail && !step.compares)
+        return *result.word ? result.word : result.verdict == FAILURE ? "the phone says no" : row.answer;
+    if (step.has_limits) {
+        row.measured = result.verdict == SUCCESS ? number_of(step, result) : std::nullopt;
+        if (!row.measured)
+            return result.verdict == SUCCESS ? "the answer is no number" : "no answer to be judged";
+        if (step.low && row.measured->compare(*step.low) < 0)
+            return "below " + step.low->text() + (step.unit.empty() ? "" : " " + step.unit);
+        if (step.high && row.measured->compare(*step.high) > 0)
+            return "above " + step.high->text() + (step.unit.empty() ? "" : " " + step.unit);
+    }
+    if (!step.compares)
+        return "";
+    const std::string text = to_text(result.data);
+    for (const std::string &form : {row.answer, text, without_last_line_feed(text)})
+        if (step.is_pattern ? matches(step.expected, form) : form == step.expected)
+            return "";
+    if (result.verdict == NO_ANSWER || result.verdict == REFUSED)
+        return row.answer;
+    return *result.word && result.verdict == FAILURE ? result.word : "another answer was wanted";
+}
+
+static std::string seconds_text(double seconds)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.3g s", seconds);
+    return text;
+}
+
+void Run::ask_people(Row &row, const std::function<void(const Prompt &)> &question_open)
+{
+    const Step &step = *row.step;
+    Prompt prompt;
+    prompt.kind = step.kind == Step::Kind::tell  ? Prompt::Kind::tell
+                  : step.kind == Step::Kind::ask ? Prompt::Kind::ask
+                                                 : Prompt::Kind::input;
+    prompt.text = step.text;
+    prompt.pattern = step.expected;
+    question_open(prompt);
+    const Deadline deadline = step.within > 0 ? after(step.within) : Deadline::max();
+    const std::optional<std::string> answer = people_.answer(prompt, deadline, row.cause);
+    row.answer = answer ? *answer : row.cause;
+    row.as_expected = false;
+    if (!answer)
+        return;
+    if (!fits(prompt, *answer))
+        row.cause = prompt.kind == Prompt::Kind::ask ? "neither yes nor no"
+                                                     : "not like " + step.expected;
+    else if (prompt.kind == Prompt::Kind::ask && !*yes_or_no(*answer))
+        row.cause = "answered with no";
+    else
+        row.as_expected = true;
+    if (row.as_expected && prompt.kind == Prompt::Kind::input)
+        inputs_[step.input] = *answer;
+    if (prompt.kind == Prompt::Kind::tell)
+        row.answer = "done";
+}
+
+Row Run::take(const Step &step, const std::function<void(const Prompt &)> &question_open)
 {
     Row row;
-    row.step = &step;
+    row.step = &step_;
+    step_ = step;
     const auto begin = Clock::now();
-    client_.settings().timeout = step.timeout;
+    client_.settings().timeout = step.within > 0 ? std::min(step.timeout, step.within) : step.timeout;
     client_.settings().retries = step.retries;
+    const auto passed = [&] { return std::chrono::duration<double, std::milli>(Clock::now() - begin).count(); };
+    try {
+        step_ = filled(step, inputs_);
+    } catch (const UsageError &error) {
+        row.as_expected = false;
+        row.answer = "not sent";
+        row.cause = error.what();
+        return row;
+    }
     switch (step.kind) {
     case Step::Kind::request:
-        row.exchange = client_.ask(step.request);
-        row.result = judge(step.request, row.exchange);
+        row.exchange = client_.ask(step_.request);
+        row.result = judge(step_.request, row.exchange);
         row.answer = answer_line(row.exchange, row.result);
         row.milliseconds = row.exchange.milliseconds;
-        row.as_expected = meets(step, row);
+        row.cause = fault_of(row);
+        if (row.cause.empty() && step.within > 0 && passed() > step.within * 1000)
+            row.cause = "took " + seconds_text(passed() / 1000);
+        row.as_expected = row.cause.empty();
         row.port_died = row.exchange.port_died && !row.as_expected;
-        goes_down_ = step.request.takes_phone_down && row.result.verdict == SUCCESS;
+        goes_down_ = step_.request.takes_phone_down && row.result.verdict == SUCCESS;
         return row;
     case Step::Kind::wait:
-        wait_for_phone(client_, goes_down_, row);
+        wait_for_phone(client_, goes_down_, interrupts_, row);
         goes_down_ = false;
+        if (!row.as_expected)
+            row.cause = row.answer;
         break;
     case Step::Kind::sleep:
-        std::this_thread::sleep_for(std::chrono::duration<double>(step.seconds));
+        sleep_for(step.seconds, interrupts_);
         break;
     case Step::Kind::skip:
         row.answer = std::string(left_out(step)) + " out of reach: " + step.expected;
         break;
+    default:
+        ask_people(row, question_open);
+        break;
     }
-    row.milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+    row.milliseconds = passed();
     return row;
 }
 

@@ -1,10 +1,14 @@
-// Plays the steps of a script over one connection and judges each against what its line expects.
+// Plays the steps of a plan over one connection and judges each against what its line expects.
 #pragma once
 
 #include "station/catalogue/answer.h"
 #include "station/client/client.h"
+#include "station/plan/people.h"
 #include "station/plan/script.h"
 
+#include <atomic>
+#include <functional>
+#include <optional>
 #include <string>
 
 namespace station
@@ -12,25 +16,43 @@ namespace station
 
 // What a step came to.
 struct Row {
-    const Step *step = nullptr;
+    const Step *step = nullptr; // with what was put in; lives until the next step is taken
     bool as_expected = true;
     bool port_died = false; // and the step did not expect that
     std::string answer;
+    std::optional<Decimal> measured;
+    std::string cause; // why it is not as expected
     double milliseconds = 0;
     Exchange exchange;
     Result result;
 };
 
+// Grows with every wish of the workstation's people that the run shall end.
+using Interrupts = std::atomic<int>;
+
 // One behind the other; a `wait` behind a restart knows that the phone goes down first.
 class Run
 {
   public:
-    explicit Run(const Settings &settings) : client_(settings.client) {}
+    Run(const Settings &settings, People &people, const Interrupts &interrupts)
+        : client_(settings.client), people_(people), interrupts_(interrupts)
+    {
+    }
 
-    Row take(const Step &step);
+    // `question_open` hears of a question before it is asked. A step that waits ends early when the number of
+    // interrupts grows.
+    Row take(const Step &step, const std::function<void(const Prompt &)> &question_open);
+
+    Client &client() { return client_; }
 
   private:
+    void ask_people(Row &row, const std::function<void(const Prompt &)> &question_open);
+
     Client client_;
+    People &people_;
+    const Interrupts &interrupts_;
+    Inputs inputs_;
+    Step step_;              // that is taken
     bool goes_down_ = false; // the last request has taken the phone down
 };
 

@@ -11,6 +11,7 @@
 #include "station/program/records.h"
 #include "station/program/reference.h"
 #include "station/program/table.h"
+#include "station/records/run.h"
 
 #include <CLI/CLI.hpp>
 #include <csignal>
@@ -38,8 +39,8 @@ static constexpr char EXIT_STATUSES[] =
     "\n"
     "Exit status: 0 success; 1 the answer is \"ERROR\" or another failure; 2 no answer, or a broken one, or "
     "no port;\n"
-    "3 refused by the router; 64 the command line is wrong, nothing was sent; 74 the output could not be "
-    "written.";
+    "3 refused by the router; 64 the command line is wrong, nothing was sent; 73 a run could not be kept;\n"
+    "74 the output could not be written; 130 interrupted.";
 
 using Words = std::vector<std::string>;
 
@@ -97,23 +98,41 @@ static void hint_at_port(const Settings &settings)
             "names another port\n");
 }
 
+static std::string station_name()
+{
+    char name[256] = "";
+    return gethostname(name, sizeof name - 1) == 0 ? name : "";
+}
+
 static int serve_run(const Words &words, Settings &settings)
 {
-    CLI::App app("Plays a script of requests over one connection and shows a table.", "run");
-    std::string script, record;
-    bool keep_going = false;
+    CLI::App app("Plays a plan over one connection and shows a table.", "run");
+    RunOptions options;
     app.footer(script_help);
-    app.add_option("FILE", script, "the script, - for standard input")->required();
-    app.add_option("--record", record, "beside the table, write the run to this file as --json shows it")
+    app.add_option("FILE", options.plan, "the plan, - for standard input")->required();
+    app.add_option("--record", options.record,
+                   "beside the table, write the run to this file as --json shows it")
         ->type_name("PATH");
-    app.add_flag("--keep-going", keep_going,
+    app.add_flag("--keep-going", options.keep_going,
                  "play all lines, also when the port has died; otherwise that ends the run, with status 2");
+    app.add_flag("--stop", options.stop, "end at the first failure; the steps of `phase always` are played");
+    app.add_flag("--no-why", options.no_why, "do not fetch a failed request's lines from the phone's log");
+    app.add_option("--answers", options.answers, "a file that answers the plan's questions: question = answer")
+        ->type_name("FILE");
+    CLI::Option *const records =
+        app.add_option("--records", options.records, "keep the run in this file, or behind it in postgresql://...")
+            ->type_name("WHERE");
+    options.station = station_name();
+    app.add_option("--name", options.station, "the station's name in the records; otherwise the host's")
+        ->type_name("STATION");
+    options.reports.add_options(app);
     add_request_options(app, settings);
     parse_words(app, words);
     check(settings);
     if (settings.plain || settings.raw_hex)
-        throw UsageError("run: a script's table has no form for --plain or --raw-hex");
-    const int status = run_script(script, settings, record, keep_going);
+        throw UsageError("run: a plan's table has no form for --plain or --raw-hex");
+    options.keeps = records->count() > 0;
+    const int status = run_plan(options, settings);
     if (status == NO_ANSWER)
         hint_at_port(settings);
     return status;
@@ -194,7 +213,7 @@ struct Subcommand {
 
 static constexpr Subcommand SUBCOMMANDS[] = {
     {"list", "list [--json]", "all commands and what they do", serve_list},
-    {"run", "run FILE", "plays a script of requests, as a table; `station run --help` tells the syntax",
+    {"run", "run FILE", "plays a plan, as a table; `station run --help` tells the syntax",
      serve_run},
     {"push", "push FILE PATH", "puts a file on the phone", serve_push},
     {"pull", "pull PATH FILE", "fetches a file from the phone", serve_pull},
@@ -283,6 +302,8 @@ static int serve(int count, char **words)
         return complain(error.what(), REFUSED);
     } catch (const OutputError &error) {
         return complain(error.what(), NO_OUTPUT);
+    } catch (const records::Error &error) {
+        return complain(error.what(), NOT_KEPT);
     } catch (const std::exception &error) {
         return complain(error.what(), USAGE);
     }

@@ -1,9 +1,13 @@
 #include "station/program/table.h"
 
-#include "station/plan/run.h"
+#include "station/line/keeper.h"
+#include "station/plan/play.h"
+#include "station/program/interrupts.h"
 #include "station/program/kept_file.h"
 #include "station/program/output.h"
 #include "station/program/progress_bar.h"
+#include "station/program/terminal.h"
+#include "station/records/store.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -26,7 +30,7 @@ class Table
     explicit Table(const std::vector<Step> &steps)
     {
         for (const Step &step : steps) {
-            name_ = std::max(name_, step.request.name.size());
+            name_ = std::max(name_, std::min<size_t>(columns(shown_name(step)), 36));
             request_ = std::max(request_, std::min<size_t>(step.request.words.size(), 36));
         }
         winsize window{};
@@ -46,18 +50,23 @@ class Table
         line(step.kind == Step::Kind::skip ? "-"
              : row.as_expected             ? " "
                                            : "!",
-             coded ? code_text(step.request.code) : "", step.request.name, step.request.words, row.answer,
+             coded ? code_text(step.request.code) : "", clipped(shown_name(step), name_),
+             escaped(step.request.words, false), escaped(row.answer, false),
              step.kind == Step::Kind::skip ? "" : milliseconds_text(row.milliseconds));
-        if (row.as_expected || step.kind != Step::Kind::request)
+        if (row.as_expected)
             return;
-        std::string wanted = step.must_fail ? "a failure" : "";
-        if (step.compares)
-            wanted +=
-                (wanted.empty() ? "" : ": ") + std::string(step.is_pattern ? "like " : "") + step.expected;
-        std::printf("  line %d wants %s\n", step.line, wanted.empty() ? "a success" : wanted.c_str());
+        if (step.kind == Step::Kind::request)
+            std::printf("  line %d wants %s\n", step.line, escaped(step.wanted(), false).c_str());
+        if (!row.cause.empty() && row.cause != row.answer)
+            std::printf("  because: %s\n", escaped(row.cause, false).c_str());
     }
 
   private:
+    static std::string shown_name(const Step &step)
+    {
+        return escaped(step.title.empty() ? step.request.name : step.title, false);
+    }
+
     static bool begins_character(char byte) { return (byte & 0xC0) != 0x80; }
 
     static size_t columns(const std::string &text)
@@ -120,10 +129,6 @@ class JsonRun
     size_t rows_ = 0;
 };
 
-struct Sums {
-    size_t requests = 0, unexpected = 0, left_out = 0, not_played = 0;
-};
-
 } // namespace
 
 static Json row_json(const Row &row)
@@ -149,66 +154,137 @@ static Json row_json(const Row &row)
         break;
     }
     json["line"] = step.line;
+    if (!step.title.empty())
+        json["as"] = step.title;
+    if (!step.phase.empty())
+        json["phase"] = step.phase;
+    if (!step.text.empty())
+        json["answer"] = row.answer;
+    if (row.measured)
+        json["measured"] = row.measured->text();
     json["as_expected"] = row.as_expected;
+    if (!row.cause.empty())
+        json["cause"] = row.cause;
     return json;
 }
 
-static void print_sums(const Sums &sums, double seconds)
+namespace
 {
-    if (sums.not_played > 0)
-        std::printf("the port has died; lines not played: %zu\n", sums.not_played);
-    std::printf("%zu requests, %zu not as expected, %zu skipped, %.1f s\n", sums.requests, sums.unexpected,
-                sums.left_out, seconds);
-}
 
-int run_script(const std::string &path, const Settings &settings, const std::string &record_path,
-               bool keep_going)
+// What stands on the terminal and in JSON's files.
+class View : public Listener
 {
-    const std::vector<Step> steps = parse_script(path, settings);
-    std::unique_ptr<KeptFile> record;
-    if (!record_path.empty())
-        record = std::make_unique<KeptFile>(record_path);
-    std::vector<JsonRun> outputs;
-    if (settings.json)
-        outputs.emplace_back(stdout);
-    if (record)
-        outputs.emplace_back(record->file());
-    const auto begin = Clock::now();
-    const Table table(steps);
-    const ProgressBar bar(!settings.json);
-    Run run(settings);
-    Sums sums;
-    bool died = false;
-    if (!settings.json)
-        table.head();
-    for (size_t i = 0; i < steps.size() && !died; i++) {
-        const Step &step = steps[i];
-        bar.show(i, steps.size(), step.request.name);
-        const Row row = run.take(step);
-        bar.clear();
-        sums.requests += step.kind == Step::Kind::request ? 1 : 0;
-        sums.left_out += step.kind == Step::Kind::skip ? 1 : 0;
-        sums.unexpected += row.as_expected ? 0 : 1;
-        for (JsonRun &output : outputs)
-            output.row(row_json(row));
-        if (!settings.json)
-            table.row(row);
-        flush_output();
-        died = row.port_died && !keep_going;
-        sums.not_played = died ? steps.size() - i - 1 : 0;
+  public:
+    View(const Plan &plan, bool json, FILE *record)
+        : table_(plan.steps), bar_(!json), shows_table_(!json), steps_(plan.steps.size())
+    {
+        if (json)
+            outputs_.emplace_back(stdout);
+        if (record)
+            outputs_.emplace_back(record);
     }
-    const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
-    for (JsonRun &output : outputs)
-        output.end({{"requests", sums.requests},
-                    {"unexpected", sums.unexpected},
-                    {"left_out", sums.left_out},
-                    {"not_played", sums.not_played},
-                    {"seconds", seconds}});
-    if (!settings.json)
-        print_sums(sums, seconds);
+
+    void run_began(const Plan &) override
+    {
+        if (shows_table_)
+            table_.head();
+    }
+
+    void step_begins(size_t index, const Step &step) override { bar_.show(index, steps_, step.request.name); }
+
+    void question_open(const Prompt &) override { bar_.clear(); }
+
+    void step_finished(const Row &row) override
+    {
+        const Step &step = *row.step;
+        bar_.clear();
+        requests_ += step.kind == Step::Kind::request ? 1 : 0;
+        left_out_ += step.kind == Step::Kind::skip ? 1 : 0;
+        unexpected_ += row.as_expected ? 0 : 1;
+        for (JsonRun &output : outputs_)
+            output.row(row_json(row));
+        if (shows_table_)
+            table_.row(row);
+        flush_output();
+    }
+
+    void run_ended(const Ended &ended) override
+    {
+        const double seconds = std::chrono::duration<double>(Clock::now() - begin_).count();
+        for (JsonRun &output : outputs_)
+            output.end({{"requests", requests_},
+                        {"unexpected", unexpected_},
+                        {"left_out", left_out_},
+                        {"not_played", ended.not_played},
+                        {"seconds", seconds}});
+        if (!shows_table_)
+            return;
+        if (ended.not_played > 0)
+            std::printf("%s; lines not played: %zu\n",
+                        ended.end == End::aborted ? "interrupted"
+                        : ended.end == End::error ? "an error of the station"
+                        : ended.port_died         ? "the port has died"
+                                                  : "stopped at a failure",
+                        ended.not_played);
+        std::printf("%zu requests, %zu not as expected, %zu skipped, %.1f s\n", requests_, unexpected_, left_out_,
+                    seconds);
+        flush_output();
+    }
+
+  private:
+    Table table_;
+    ProgressBar bar_;
+    bool shows_table_;
+    size_t steps_;
+    std::vector<JsonRun> outputs_;
+    Clock::time_point begin_ = Clock::now();
+    size_t requests_ = 0, unexpected_ = 0, left_out_ = 0;
+};
+
+} // namespace
+
+int run_plan(const RunOptions &options, const Settings &settings)
+{
+    const Plan plan = parse_plan(options.plan, settings);
+    Nobody nobody;
+    Terminal terminal;
+    People &present = isatty(STDIN_FILENO) ? static_cast<People &>(terminal) : nobody;
+    std::unique_ptr<AnswersFile> answers;
+    if (!options.answers.empty())
+        answers = std::make_unique<AnswersFile>(options.answers, present);
+
+    // What is not kept has not passed: so it is kept before it is shown, and nothing is asked that could not be.
+    std::unique_ptr<records::Store> store;
+    if (options.keeps) {
+        store = std::make_unique<records::Store>(records::where_of(options.records));
+        store->check();
+    }
+    std::unique_ptr<Keeper> keeper;
+    if (store || options.reports.any())
+        keeper = std::make_unique<Keeper>(
+            store.get(), Bench{options.station, settings.client.port, "station " STATION_VERSION}, options.reports.any());
+    std::unique_ptr<ReportFiles> reports;
+    if (options.reports.any())
+        reports = std::make_unique<ReportFiles>(options.reports);
+    std::unique_ptr<KeptFile> record;
+    if (!options.record.empty())
+        record = std::make_unique<KeptFile>(options.record);
+
+    View view(plan, settings.json, record ? record->file() : nullptr);
+    std::vector<Listener *> listeners;
+    if (keeper)
+        listeners.push_back(keeper.get());
+    listeners.push_back(&view);
+    const Playing playing{settings,     answers ? *answers : present, catch_interrupts(), options.stop,
+                          options.keep_going, !options.no_why};
+    const Ended ended = play(plan, playing, listeners);
     if (record)
         record->keep();
-    return died ? NO_ANSWER : sums.unexpected > 0 ? FAILURE : SUCCESS;
+    if (reports)
+        reports->keep({{keeper->run(), keeper->steps()}});
+    if (ended.end == End::aborted)
+        return INTERRUPTED;
+    return ended.port_died ? NO_ANSWER : ended.end == End::pass ? SUCCESS : FAILURE;
 }
 
 } // namespace station

@@ -1,0 +1,144 @@
+#include "station/plan/play.h"
+
+#include "station/plan/cause.h"
+
+#include <exception>
+
+namespace station
+{
+
+static constexpr double UNIT_TIMEOUT = 5;
+
+namespace
+{
+
+class Player
+{
+  public:
+    Player(const Plan &plan, const Playing &playing, const std::vector<Listener *> &listeners)
+        : plan_(plan), playing_(playing), listeners_(listeners),
+          run_(playing.settings, playing.people, playing.interrupts)
+    {
+    }
+
+    Ended play()
+    {
+        tell([&](Listener &listener) { listener.run_began(plan_); });
+        for (size_t i = 0; i < plan_.steps.size(); i++) {
+            const Step &step = plan_.steps[i];
+            if (wrong_phone_ || dead_for_good_ || (!step.always && is_over()))
+                ended_.not_played++;
+            else
+                play_step(i, step);
+        }
+        ended_.port_died = dead_;
+        if (failure_)
+            ended_.end = End::error;
+        else if (is_interrupted())
+            ended_.end = End::aborted;
+        else if (failed_)
+            ended_.end = End::fail;
+        if (is_interrupted() && !failure_)
+            ended_.cause = "interrupted at the station";
+        tell([&](Listener &listener) { listener.run_ended(ended_); });
+        if (failure_)
+            std::rethrow_exception(failure_);
+        return ended_;
+    }
+
+  private:
+    // All listeners hear it, whatever one of them throws.
+    template <typename Event> void tell(Event &&event)
+    {
+        for (Listener *listener : listeners_) {
+            try {
+                event(*listener);
+            } catch (const std::exception &error) {
+                if (!failure_) {
+                    failure_ = std::current_exception();
+                    ended_.end = End::error;
+                    ended_.cause = error.what();
+                }
+            }
+        }
+    }
+
+    bool is_interrupted() const { return playing_.interrupts != 0; }
+    bool is_over() const { return dead_ || stopped_ || failure_ || is_interrupted(); }
+
+    void play_step(size_t index, const Step &step)
+    {
+        tell([&](Listener &listener) { listener.step_begins(index, step); });
+        Row row = run_.take(step, [&](const Prompt &prompt) {
+            tell([&](Listener &listener) { listener.question_open(prompt); });
+        });
+        const bool asked = step.kind == Step::Kind::request;
+        if (!row.as_expected && asked && playing_.why && !row.port_died && row.result.verdict != SUCCESS &&
+            row.result.verdict != REFUSED && !step.must_fail) {
+            const std::string lines = fetch_cause(run_.client(), row.step->request);
+            if (!lines.empty())
+                row.cause = lines;
+        }
+        const bool lost = asked && row.exchange.outcome == Outcome::silence;
+        if (!lost && !unit_.empty())
+            look_whether_same(row);
+        if (step.names_unit && row.as_expected && row.result.verdict == SUCCESS && !row.answer.empty()) {
+            unit_request_ = row.step->request;
+            unit_ = row.answer;
+            tell([&](Listener &listener) { listener.unit_told(unit_); });
+        }
+        if (!lost)
+            connections_ = run_.client().connections();
+        // What has lost its answer, may come to anything or takes the phone down has its connection lost.
+        excused_ = step.kind == Step::Kind::wait || lost || step.may_fail || row.step->request.takes_phone_down;
+        failed_ = failed_ || !row.as_expected;
+        stopped_ = stopped_ || (!row.as_expected && (step.stops || playing_.stop));
+        if (row.port_died && !playing_.keep_going) {
+            dead_for_good_ = dead_ && step.always; // the first one behind the loss may have it back
+            dead_ = true;
+        }
+        tell([&](Listener &listener) { listener.step_finished(row); });
+    }
+
+    // A connection that was made anew may lead to another unit, or to one that has restarted by itself.
+    void look_whether_same(Row &row)
+    {
+        Client &client = run_.client();
+        if (client.connections() == connections_ || row.port_died)
+            return;
+        const bool excused = excused_ || row.step->kind == Step::Kind::wait || row.step->may_fail;
+        client.settings().timeout = UNIT_TIMEOUT;
+        client.settings().retries = 0;
+        const Exchange exchange = client.ask(unit_request_);
+        const std::string now = answer_line(exchange, judge(unit_request_, exchange));
+        if (exchange.outcome == Outcome::answer && now != unit_) {
+            wrong_phone_ = true;
+            row.as_expected = false;
+            row.cause = "another unit answers: " + now;
+        } else if (!excused) {
+            row.as_expected = false;
+            row.cause = "the phone, or its service, has restarted by itself";
+        }
+    }
+
+    const Plan &plan_;
+    const Playing &playing_;
+    const std::vector<Listener *> &listeners_;
+    Run run_;
+    Ended ended_;
+    std::exception_ptr failure_;
+    Request unit_request_;
+    std::string unit_; // once it has told
+    int connections_ = 0;
+    bool excused_ = false;
+    bool failed_ = false, stopped_ = false, dead_ = false, dead_for_good_ = false, wrong_phone_ = false;
+};
+
+} // namespace
+
+Ended play(const Plan &plan, const Playing &playing, const std::vector<Listener *> &listeners)
+{
+    return Player(plan, playing, listeners).play();
+}
+
+} // namespace station

@@ -1,0 +1,22 @@
+// The person at the terminal.
+#pragma once
+
+#include "station/plan/people.h"
+
+namespace station
+{
+
+// Asks on standard error and reads standard input; asks again until the answer fits.
+class Terminal : public People
+{
+  public:
+    std::optional<std::string> answer(const Prompt &prompt, Deadline deadline, std::string &why) override;
+
+  private:
+    bool ended_ = false;
+};
+
+// The prompt as a line for people, with what may be typed.
+std::string prompt_line(const Prompt &prompt);
+
+} // namespace station
