@@ -356,9 +356,11 @@ TEST(Run, WaitsForTheRestartedPhone)
         std::ofstream(directory.path + "/script") << "restart\nwait 10\nset-cpu-frequency => back\n";
         Settings settings;
         settings.client.port = path;
-        station::Run run(settings);
-        for (const Step &step : parse_script(directory.path + "/script", settings)) {
-            const Row row = run.take(step);
+        Nobody nobody;
+        const Interrupts interrupts{0};
+        station::Run run(settings, nobody, interrupts);
+        for (const Step &step : parse_plan(directory.path + "/script", settings).steps) {
+            const Row row = run.take(step, [](const Prompt &) {});
             EXPECT_TRUE(row.as_expected) << row.answer;
         }
         init.join();

@@ -61,7 +61,8 @@ std::string cause_in(const std::string &log, const std::string &handler)
             break;
         if (process_of(line) != process)
             continue;
-        if (line.find("]:Enter") != std::string::npos && line.find("[diag_cmd_get_cmd_result]") != std::string::npos)
+        if (line.find("]:Enter") != std::string::npos &&
+            line.find("[diag_cmd_get_cmd_result]") != std::string::npos)
             break; // the fetch's own
         const std::string message = escaped(message_of(line), false);
         if (message.empty() || cause.size() + message.size() > CAUSE_MAX)
@@ -84,10 +85,10 @@ std::string fetch_cause(Client &client, const Request &request)
     client.settings().retries = 0;
     const std::string handler = request.command->handler;
     const std::string piece = "head -c " + std::to_string(PIECE);
-    std::string log =
-        output_of(client, *shell, code,
-                  "(echo;logcat -d -v threadtime -t 400|tac)|sed '1,/\\[diag_cmd_get_cmd_result]:Enter/d;/\\[" +
-                      handler + "]:Enter/q'|tac|" + piece);
+    std::string log = output_of(
+        client, *shell, code,
+        "(echo;logcat -d -v threadtime -t 400|tac)|sed '1,/\\[diag_cmd_get_cmd_result]:Enter/d;/\\[" +
+            handler + "]:Enter/q'|tac|" + piece);
     const std::string entry = log.substr(0, log.find('\n'));
     if (entry.find('\'') != std::string::npos || entry.size() > 200)
         return {};

@@ -1,5 +1,5 @@
-// Numbers as plans and phones write them, compared digit by digit: a limit's end is where it was written, which
-// no binary fraction is.
+// Numbers as plans and phones write them, compared digit by digit: a limit's end is where it was written,
+// which no binary fraction is.
 #pragma once
 
 #include <optional>

@@ -50,6 +50,8 @@ class AnswersFile : public People
   public:
     // Throws UsageError.
     AnswersFile(const std::string &path, People &others);
+    // The same lines, but others to ask.
+    AnswersFile(const AnswersFile &read, People &others) : lines_(read.lines_), others_(others) {}
     std::optional<std::string> answer(const Prompt &prompt, Deadline deadline, std::string &why) override;
 
   private:

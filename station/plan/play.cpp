@@ -90,7 +90,8 @@ class Player
         if (!lost)
             connections_ = run_.client().connections();
         // What has lost its answer, may come to anything or takes the phone down has its connection lost.
-        excused_ = step.kind == Step::Kind::wait || lost || step.may_fail || row.step->request.takes_phone_down;
+        excused_ =
+            step.kind == Step::Kind::wait || lost || step.may_fail || row.step->request.takes_phone_down;
         failed_ = failed_ || !row.as_expected;
         stopped_ = stopped_ || (!row.as_expected && (step.stops || playing_.stop));
         if (row.port_died && !playing_.keep_going) {

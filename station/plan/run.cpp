@@ -134,8 +134,7 @@ void Run::ask_people(Row &row, const std::function<void(const Prompt &)> &questi
     if (!answer)
         return;
     if (!fits(prompt, *answer))
-        row.cause = prompt.kind == Prompt::Kind::ask ? "neither yes nor no"
-                                                     : "not like " + step.expected;
+        row.cause = prompt.kind == Prompt::Kind::ask ? "neither yes nor no" : "not like " + step.expected;
     else if (prompt.kind == Prompt::Kind::ask && !*yes_or_no(*answer))
         row.cause = "answered with no";
     else
@@ -154,7 +153,9 @@ Row Run::take(const Step &step, const std::function<void(const Prompt &)> &quest
     const auto begin = Clock::now();
     client_.settings().timeout = step.within > 0 ? std::min(step.timeout, step.within) : step.timeout;
     client_.settings().retries = step.retries;
-    const auto passed = [&] { return std::chrono::duration<double, std::milli>(Clock::now() - begin).count(); };
+    const auto passed = [&] {
+        return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+    };
     try {
         step_ = filled(step, inputs_);
     } catch (const UsageError &error) {

@@ -23,7 +23,8 @@ const char script_help[] =
     "  get-prop ro.bootmode => ffbm-01     must be answered with this: the text, or what it means (128 GiB)\n"
     "  shell-output \"date +%Y\" =~ ^20..$   must be answered with a text in which this pattern is found\n"
     "  battery-voltage in 3600000..4400000 uV\n"
-    "                                      must be answered with a number within these limits; ..HIGH, LOW..\n"
+    "                                      must be answered with a number within these limits; ..HIGH, "
+    "LOW..\n"
     "                                      and a value alone are limits, too\n"
     "  unit usb-serial                     a request whose answer names the unit under test\n"
     "  wait 30                             waits until the port answers, for 30 s at most; behind a restart "
@@ -56,15 +57,13 @@ using Words = std::vector<Word>;
 
 const char *left_out(const Step &step) { return step.must_fail ? "failure" : "success"; }
 
-const std::string &Step::name() const
-{
-    return !title.empty() ? title : !text.empty() ? text : request.name;
-}
+const std::string &Step::name() const { return !title.empty() ? title : !text.empty() ? text : request.name; }
 
 static std::string limits_text(const Step &step)
 {
     const std::string low = step.low ? step.low->text() : "", high = step.high ? step.high->text() : "";
-    return (!low.empty() && low == high ? low : low + ".." + high) + (step.unit.empty() ? "" : " " + step.unit);
+    return (!low.empty() && low == high ? low : low + ".." + high) +
+           (step.unit.empty() ? "" : " " + step.unit);
 }
 
 std::string Step::wanted() const
@@ -156,11 +155,11 @@ static std::string joined_pattern(const Words &words, bool is_pattern, const Inp
     std::string text;
     for (const Word &word : words)
         text += (&word == &words.front() ? "" : " ") + replaced(word, [&](const std::string &name) {
-            const auto found = inputs.find(name);
-            if (found == inputs.end())
-                throw UsageError("$" + name + " was not put in");
-            return is_pattern ? RE2::QuoteMeta(found->second) : found->second;
-        });
+                    const auto found = inputs.find(name);
+                    if (found == inputs.end())
+                        throw UsageError("$" + name + " was not put in");
+                    return is_pattern ? RE2::QuoteMeta(found->second) : found->second;
+                });
     return text;
 }
 
@@ -220,9 +219,10 @@ static void parse_modifiers(const Words &words, size_t at, Step &step)
         at++;
     }
     if (at < words.size())
-        throw UsageError("'" + words[at].text +
-                         "' is not expected here; behind a step stand as \"TEXT\", within 2 s and stop, in this "
-                         "order");
+        throw UsageError(
+            "'" + words[at].text +
+            "' is not expected here; behind a step stand as \"TEXT\", within 2 s and stop, in this "
+            "order");
 }
 
 // Where the modifiers begin behind a text that goes on to the end of its line. At least a word of it is text.
@@ -245,8 +245,9 @@ static Decimal decimal_of(const std::string &text)
 {
     const std::optional<Decimal> decimal = Decimal::parse(text);
     if (!decimal)
-        throw UsageError("'" + text + "' is no limit; limits are LOW..HIGH, LOW.., ..HIGH or a value alone, in "
-                                      "digits such as -12.50");
+        throw UsageError("'" + text +
+                         "' is no limit; limits are LOW..HIGH, LOW.., ..HIGH or a value alone, in "
+                         "digits such as -12.50");
     return *decimal;
 }
 
@@ -309,7 +310,8 @@ static void parse_skip(const Words &words, Step &step)
     step.request.name = words[1].text;
     step.request.command = find_command(words[1].text, step.request.code);
     if (!step.request.command)
-        throw UsageError("'" + words[1].text + "' is no command" + suggestion(words[1].text, command_names()));
+        throw UsageError("'" + words[1].text + "' is no command" +
+                         suggestion(words[1].text, command_names()));
     step.expected = joined(words.begin() + 2, words.end());
 }
 
@@ -349,8 +351,8 @@ static void parse_prompt(const Words &words, Step &step)
         parse_modifiers(words, at + 1, step);
 }
 
-// Parses words as a request and keeps them where inputs are to be filled in. What is put in is not known here:
-// any of some will do.
+// Parses words as a request and keeps them where inputs are to be filled in. What is put in is not known
+// here: any of some will do.
 static void parse_request_of(const Words &words, const Settings &settings, Step &step)
 {
     Settings own = settings;
@@ -461,9 +463,9 @@ class Reader
         check_names();
         if (plan_.steps.size() >= STEPS_MAX)
             mistake(path, 0, "more than " + std::to_string(STEPS_MAX) + " steps");
-        const bool does_something =
-            std::any_of(plan_.steps.begin(), plan_.steps.end(),
-                        [](const Step &step) { return step.kind != Step::Kind::sleep; });
+        const bool does_something = std::any_of(plan_.steps.begin(), plan_.steps.end(), [](const Step &step) {
+            return step.kind != Step::Kind::sleep;
+        });
         if (mistakes_.empty() && !does_something)
             mistakes_ = path + ": no line of it asks anything";
         if (!mistakes_.empty())
@@ -485,8 +487,8 @@ class Reader
 
     void mistake(const std::string &path, int line, const std::string &what)
     {
-        mistakes_ += (mistakes_.empty() ? "" : "\n") + path + ":" + (line > 0 ? std::to_string(line) + ": " : " ") +
-                     what;
+        mistakes_ += (mistakes_.empty() ? "" : "\n") + path + ":" +
+                     (line > 0 ? std::to_string(line) + ": " : " ") + what;
     }
 
     void read_line(const std::string &path, int number, const std::string &line)
@@ -538,7 +540,8 @@ class Reader
                 throw UsageError("include takes a file");
             const size_t slash = step.file.rfind('/');
             const bool is_absolute = words[1].text.compare(0, 1, "/") == 0;
-            read((slash == std::string::npos || is_absolute ? "" : step.file.substr(0, slash + 1)) + words[1].text);
+            read((slash == std::string::npos || is_absolute ? "" : step.file.substr(0, slash + 1)) +
+                 words[1].text);
             return false;
         }
         take_names(words, step);

@@ -6,6 +6,7 @@
 #include "station/client/files.h"
 #include "station/plan/script.h"
 #include "station/program/kept_file.h"
+#include "station/program/line.h"
 #include "station/program/output.h"
 #include "station/program/progress_bar.h"
 #include "station/program/records.h"
@@ -98,12 +99,6 @@ static void hint_at_port(const Settings &settings)
             "names another port\n");
 }
 
-static std::string station_name()
-{
-    char name[256] = "";
-    return gethostname(name, sizeof name - 1) == 0 ? name : "";
-}
-
 static int serve_run(const Words &words, Settings &settings)
 {
     CLI::App app("Plays a plan over one connection and shows a table.", "run");
@@ -117,11 +112,12 @@ static int serve_run(const Words &words, Settings &settings)
                  "play all lines, also when the port has died; otherwise that ends the run, with status 2");
     app.add_flag("--stop", options.stop, "end at the first failure; the steps of `phase always` are played");
     app.add_flag("--no-why", options.no_why, "do not fetch a failed request's lines from the phone's log");
-    app.add_option("--answers", options.answers, "a file that answers the plan's questions: question = answer")
+    app.add_option("--answers", options.answers,
+                   "a file that answers the plan's questions: question = answer")
         ->type_name("FILE");
-    CLI::Option *const records =
-        app.add_option("--records", options.records, "keep the run in this file, or behind it in postgresql://...")
-            ->type_name("WHERE");
+    CLI::Option *const records = app.add_option("--records", options.records,
+                                                "keep the run in this file, or behind it in postgresql://...")
+                                     ->type_name("WHERE");
     options.station = station_name();
     app.add_option("--name", options.station, "the station's name in the records; otherwise the host's")
         ->type_name("STATION");
@@ -213,8 +209,9 @@ struct Subcommand {
 
 static constexpr Subcommand SUBCOMMANDS[] = {
     {"list", "list [--json]", "all commands and what they do", serve_list},
-    {"run", "run FILE", "plays a plan, as a table; `station run --help` tells the syntax",
-     serve_run},
+    {"run", "run FILE", "plays a plan, as a table; `station run --help` tells the syntax", serve_run},
+    {"line", "line PLAN", "plays a plan on every phone that appears, many at once", serve_line},
+    {"devices", "devices", "lists the ports that answer", serve_devices},
     {"push", "push FILE PATH", "puts a file on the phone", serve_push},
     {"pull", "pull PATH FILE", "fetches a file from the phone", serve_pull},
     {"records", "records WHAT", "what was kept of runs; `station records --help` tells more", serve_records},

@@ -27,9 +27,9 @@ namespace
 class Table
 {
   public:
-    explicit Table(const std::vector<Step> &steps)
+    explicit Table(const Plan &plan) : path_(plan.path)
     {
-        for (const Step &step : steps) {
+        for (const Step &step : plan.steps) {
             name_ = std::max(name_, std::min<size_t>(columns(shown_name(step)), 36));
             request_ = std::max(request_, std::min<size_t>(step.request.words.size(), 36));
         }
@@ -56,7 +56,9 @@ class Table
         if (row.as_expected)
             return;
         if (step.kind == Step::Kind::request)
-            std::printf("  line %d wants %s\n", step.line, escaped(step.wanted(), false).c_str());
+            std::printf("  line %d%s wants %s\n", step.line,
+                        step.file == path_ ? "" : escaped(" of " + step.file, false).c_str(),
+                        escaped(step.wanted(), false).c_str());
         if (!row.cause.empty() && row.cause != row.answer)
             std::printf("  because: %s\n", escaped(row.cause, false).c_str());
     }
@@ -100,6 +102,7 @@ class Table
         flush_output();
     }
 
+    std::string path_;
     size_t name_ = 4, request_ = 7, answer_ = 0;
 };
 
@@ -176,7 +179,7 @@ class View : public Listener
 {
   public:
     View(const Plan &plan, bool json, FILE *record)
-        : table_(plan.steps), bar_(!json), shows_table_(!json), steps_(plan.steps.size())
+        : table_(plan), bar_(!json), shows_table_(!json), steps_(plan.steps.size())
     {
         if (json)
             outputs_.emplace_back(stdout);
@@ -226,8 +229,8 @@ class View : public Listener
                         : ended.port_died         ? "the port has died"
                                                   : "stopped at a failure",
                         ended.not_played);
-        std::printf("%zu requests, %zu not as expected, %zu skipped, %.1f s\n", requests_, unexpected_, left_out_,
-                    seconds);
+        std::printf("%zu requests, %zu not as expected, %zu skipped, %.1f s\n", requests_, unexpected_,
+                    left_out_, seconds);
         flush_output();
     }
 
@@ -253,7 +256,8 @@ int run_plan(const RunOptions &options, const Settings &settings)
     if (!options.answers.empty())
         answers = std::make_unique<AnswersFile>(options.answers, present);
 
-    // What is not kept has not passed: so it is kept before it is shown, and nothing is asked that could not be.
+    // What is not kept has not passed: so it is kept before it is shown, and nothing is asked that could not
+    // be.
     std::unique_ptr<records::Store> store;
     if (options.keeps) {
         store = std::make_unique<records::Store>(records::where_of(options.records));
@@ -262,7 +266,8 @@ int run_plan(const RunOptions &options, const Settings &settings)
     std::unique_ptr<Keeper> keeper;
     if (store || options.reports.any())
         keeper = std::make_unique<Keeper>(
-            store.get(), Bench{options.station, settings.client.port, "station " STATION_VERSION}, options.reports.any());
+            store.get(), Bench{options.station, settings.client.port, "station " STATION_VERSION},
+            options.reports.any());
     std::unique_ptr<ReportFiles> reports;
     if (options.reports.any())
         reports = std::make_unique<ReportFiles>(options.reports);
@@ -275,8 +280,8 @@ int run_plan(const RunOptions &options, const Settings &settings)
     if (keeper)
         listeners.push_back(keeper.get());
     listeners.push_back(&view);
-    const Playing playing{settings,     answers ? *answers : present, catch_interrupts(), options.stop,
-                          options.keep_going, !options.no_why};
+    const Playing playing{settings,     answers ? *answers : present, catch_interrupts(),
+                          options.stop, options.keep_going,           !options.no_why};
     const Ended ended = play(plan, playing, listeners);
     if (record)
         record->keep();

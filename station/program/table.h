@@ -10,11 +10,11 @@ namespace station
 {
 
 struct RunOptions {
-    std::string plan;        // its path, - for standard input
-    std::string record;      // a file for the run as JSON; or empty
-    std::string records;     // where runs are kept; or empty, unless they are kept
-    std::string answers;     // a file of answers; or empty
-    std::string station;     // its name
+    std::string plan;    // its path, - for standard input
+    std::string record;  // a file for the run as JSON; or empty
+    std::string records; // where runs are kept; or empty, unless they are kept
+    std::string answers; // a file of answers; or empty
+    std::string station; // its name
     Reports reports;
     bool keeps = false;      // the run is kept in `records`
     bool keep_going = false; // also when the port has died

@@ -1,0 +1,277 @@
+#include "station/program/line.h"
+
+#include "station/catalogue/answer.h"
+#include "station/catalogue/options.h"
+#include "station/client/errors.h"
+#include "station/line/line.h"
+#include "station/program/interrupts.h"
+#include "station/program/output.h"
+#include "station/program/terminal.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <optional>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace station
+{
+
+static constexpr int LOOK_MILLISECONDS = 100;
+static constexpr size_t BAR = 20;
+static constexpr size_t UNIT_MAX = 24;
+
+std::string station_name()
+{
+    char name[256] = "";
+    return gethostname(name, sizeof name - 1) == 0 ? name : "";
+}
+
+namespace
+{
+
+// A line a slot, and below it the cause of its failure, drawn over what was drawn before.
+class Screen
+{
+  public:
+    void draw(const std::vector<SlotState> &slots, const std::string &below)
+    {
+        winsize window = {};
+        ioctl(STDOUT_FILENO, TIOCGWINSZ, &window);
+        const size_t width = window.ws_col > 20 ? window.ws_col : 80;
+        const size_t height = window.ws_row > 4 ? window.ws_row : 24;
+        std::vector<std::string> lines;
+        for (const SlotState &slot : slots) {
+            lines.push_back(slot_line(slot, width));
+            const bool tells = slot.phase != SlotState::Phase::waits && !slot.cause.empty();
+            if (tells)
+                lines.push_back(
+                    "    " +
+                    fitted((slot.failing.empty() ? "" : slot.failing + ": ") + slot.cause, width - 5));
+        }
+        if (lines.size() > height - 2) {
+            const size_t hidden = lines.size() - (height - 3);
+            lines.resize(height - 3);
+            lines.push_back("    ... " + std::to_string(hidden) + " lines more than the terminal has");
+        }
+        lines.push_back(fitted(below, width - 1));
+        std::string text;
+        for (const std::string &line : lines)
+            text += (text.empty() ? "" : "\n") + line;
+        if (text == drawn_)
+            return;
+        std::string moved = "\r";
+        if (rows_ > 1)
+            moved += "\033[" + std::to_string(rows_ - 1) + "A";
+        moved += "\033[J";
+        std::fputs((moved + text).c_str(), stdout);
+        drawn_ = text;
+        rows_ = lines.size();
+        flush_output();
+    }
+
+    // What the person types stands behind the last line: it has to be drawn anew.
+    void forget() { drawn_.clear(); }
+
+  private:
+    static std::string fitted(const std::string &raw, size_t width)
+    {
+        const std::string text = escaped(raw, false);
+        size_t end = 0;
+        for (size_t count = 0; end < text.size(); end++)
+            if ((text[end] & 0xC0) != 0x80 && count++ == width)
+                break;
+        return text.substr(0, end);
+    }
+
+    static std::string slot_line(const SlotState &slot, size_t width)
+    {
+        std::string unit = fitted(slot.unit, UNIT_MAX);
+        unit.resize(std::max(unit.size(), UNIT_MAX), ' ');
+        char number[16];
+        std::snprintf(number, sizeof number, "%3d ", slot.number);
+        const size_t filled = slot.steps ? slot.done * BAR / slot.steps : 0;
+        const std::string bar = "[" + std::string(filled, '#') + std::string(BAR - filled, '.') + "] ";
+        const std::string head = number + unit + " " + bar;
+        const size_t left = width > head.size() + 10 ? width - head.size() - 1 : 10;
+        switch (slot.phase) {
+        case SlotState::Phase::waits:
+            return head + fitted("waits for a phone", left);
+        case SlotState::Phase::refused:
+            return head + fitted("refused", left);
+        case SlotState::Phase::tests:
+            return head + fitted(std::to_string(slot.done + 1) + "/" + std::to_string(slot.steps) + " " +
+                                     slot.step + (slot.failing.empty() ? "" : "  (has failed)"),
+                                 left);
+        default:
+            return head + (slot.end == End::pass ? "\033[1;32mPASS\033[0m"
+                                                 : "\033[1;31m" + verdict(slot.end) + "\033[0m");
+        }
+    }
+
+    static std::string verdict(End end)
+    {
+        return end == End::fail ? "FAIL" : end == End::aborted ? "ABORTED" : "ERROR";
+    }
+
+    std::string drawn_;
+    size_t rows_ = 0;
+};
+
+} // namespace
+
+static bool is_terminal()
+{
+    const char *const kind = std::getenv("TERM");
+    return isatty(STDOUT_FILENO) && kind && *kind && std::strcmp(kind, "dumb") != 0;
+}
+
+// "12:34:56  1  CV0250A7F3  pass after 3.2 s"
+static void print_event(const std::string &event)
+{
+    char time[16];
+    const std::time_t now = std::time(nullptr);
+    std::tm parts = {};
+    gmtime_r(&now, &parts);
+    std::strftime(time, sizeof time, "%H:%M:%S", &parts);
+    std::printf("%s  %s\n", time, escaped(event, false).c_str());
+    std::fflush(stdout);
+}
+
+static std::string sums(const std::vector<SlotState> &slots)
+{
+    size_t passed = 0, tested = 0;
+    for (const SlotState &slot : slots) {
+        passed += slot.passed;
+        tested += slot.tested;
+    }
+    return std::to_string(slots.size()) + " slots, " + std::to_string(tested) + " units tested, " +
+           std::to_string(passed) + " passed";
+}
+
+// A line that was typed answers the open question. False when nobody types any more.
+static bool read_answer(Desk &desk)
+{
+    char line[4096]; // a terminal gives a line at a time
+    const ssize_t count = read(STDIN_FILENO, line, sizeof line);
+    if (count <= 0)
+        return false;
+    std::string answer(line, static_cast<size_t>(count));
+    answer.erase(std::min(answer.find('\n'), answer.size()));
+    desk.give(answer);
+    return true;
+}
+
+static int status_of(const Line &line, const LineOptions &options)
+{
+    const std::vector<SlotState> slots = line.slots();
+    if (!line.not_kept().empty())
+        throw records::Error("no more units were taken: " + line.not_kept());
+    if (!options.once)
+        return INTERRUPTED;
+    const auto any = [&](auto &&is_so) { return std::any_of(slots.begin(), slots.end(), is_so); };
+    if (catch_interrupts() != 0)
+        return INTERRUPTED;
+    if (any([](const SlotState &slot) { return slot.passed < slot.tested; }))
+        return FAILURE;
+    if (slots.empty() || any([](const SlotState &slot) { return !slot.answered; }))
+        return NO_ANSWER;
+    return SUCCESS;
+}
+
+int serve_line(const std::vector<std::string> &words, Settings &settings)
+{
+    CLI::App app(
+        "Tests every phone that appears at a port by a plan, many at once, and keeps all runs.\n"
+        "Ctrl-C: running steps end, the steps of `phase always` are played, and the line ends; a second "
+        "one ends it at once.",
+        "line");
+    LineOptions options;
+    options.station = station_name();
+    options.software = "station " STATION_VERSION;
+    std::string path, answers, records;
+    bool no_why = false;
+    app.add_option("PLAN", path, "the plan")->required();
+    app.add_option("--port", options.ports, "a phone's port; may be given again")
+        ->type_name("PORT")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    app.add_option("--ports", options.glob, "the ports that match, looked at again every second")
+        ->type_name("GLOB");
+    app.add_option(
+           "--records", records,
+           "keep the runs here: a file or postgresql://...; otherwise $STATION_RECORDS, or records.db")
+        ->type_name("WHERE");
+    app.add_flag("--once", options.once,
+                 "test each port once and end: 0 all passed, 1 one failed, 2 a port never answered");
+    app.add_option("--answers", answers, "a file that answers the plan's questions: question = answer")
+        ->type_name("FILE");
+    app.add_flag("--stop", options.stop, "end a unit at its first failure");
+    app.add_flag("--no-why", no_why, "do not fetch a failed request's lines from the phone's log");
+    app.add_option("--name", options.station, "the station's name in the records; otherwise the host's")
+        ->type_name("STATION");
+    app.add_option("--timeout", settings.client.timeout,
+                   "seconds to wait for an answer, and with --once for a phone to appear")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.001, 1e6));
+    parse_words(app, words);
+    options.why = !no_why;
+    if (options.ports.empty() && options.glob.empty())
+        throw UsageError("line: --port PORT or --ports GLOB tells where phones appear");
+    const Plan plan = parse_plan(path, settings);
+
+    const bool draws = is_terminal();
+    const Interrupts &interrupts = catch_interrupts();
+    Desk desk(interrupts);
+    bool types = isatty(STDIN_FILENO) != 0;
+    if (!types)
+        desk.leave();
+    Nobody nobody;
+    std::optional<AnswersFile> read;
+    if (!answers.empty())
+        read.emplace(answers, nobody);
+    records::Store store(records::where_of(records));
+    store.check();
+    {
+        Line line(plan, settings, options, store, read ? &*read : nullptr, desk, interrupts,
+                  [&](const std::string &event) {
+                      if (!draws)
+                          print_event(event);
+                  });
+        Screen screen;
+        while (line.look()) {
+            const std::optional<Desk::Open> open = desk.open();
+            if (draws) {
+                std::string below = sums(line.slots());
+                if (!line.not_kept().empty())
+                    below = "no more units are taken: " + line.not_kept();
+                else if (interrupts != 0)
+                    below = "ends; Ctrl-C again ends at once";
+                else if (open)
+                    below = "slot " + open->slot + " asks: " + prompt_line(open->prompt);
+                screen.draw(line.slots(), below);
+            }
+            pollfd input{types ? STDIN_FILENO : -1, POLLIN, 0};
+            if (poll(&input, 1, LOOK_MILLISECONDS) > 0) {
+                types = read_answer(desk);
+                screen.forget();
+                if (!types)
+                    desk.leave();
+            }
+        }
+        if (draws) {
+            screen.draw(line.slots(), sums(line.slots()));
+            std::puts("");
+        } else {
+            print_event(sums(line.slots()));
+        }
+        return status_of(line, options);
+    }
+}
+
+} // namespace station
