@@ -6,7 +6,7 @@ _station() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} station=${COMP_WORDS[0]} name='' words i
     COMPREPLY=()
     case $previous in
-        --port | --file | --record | --cek | --pm) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
+        --port | --file | --record | --records | --answers | --junit | --csv | --jsonl | --cek | --pm) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
         --timeout | --retries | --text | --hex | --body | --byte4 | --length | --expect | --limit | --margin) return ;;
     esac
     for ((i = 1; i < COMP_CWORD; ++i)); do
@@ -23,7 +23,7 @@ _station() {
     fi
     mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
     case $name in
-        run | push | pull) [[ $current == -* ]] || mapfile -t COMPREPLY < <(compgen -f -- "$current") ;;
+        run | line | push | pull) [[ $current == -* ]] || mapfile -t COMPREPLY < <(compgen -f -- "$current") ;;
     esac
 }
 complete -o filenames -F _station station
