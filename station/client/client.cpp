@@ -72,7 +72,7 @@ static std::string seconds_text(double seconds)
 
 Question port_check()
 {
-    static std::mt19937 chance{std::random_device{}()};
+    thread_local std::mt19937 chance{std::random_device{}()};
     Bytes packet = empty_request(PORT_CHECK);
     packet.resize(ECHO_SIZE);
     packet[SELECTOR_OFFSET] = static_cast<uint8_t>(chance());

@@ -1,13 +1,6 @@
 #include "station/program/reports.h"
 
-#include "station/client/errors.h"
 #include "station/records/forms.h"
-
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace station
 {
@@ -23,52 +16,25 @@ void Reports::add_options(CLI::App &app)
 
 bool Reports::any() const { return !paths[0].empty() || !paths[1].empty() || !paths[2].empty(); }
 
-static bool is_other(const std::string &path)
+ReportFiles::ReportFiles(const Reports &reports)
 {
-    struct stat status = {};
-    return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
-}
-
-static std::string part_of(const std::string &path) { return is_other(path) ? path : path + ".part"; }
-
-ReportFiles::ReportFiles(const Reports &reports) : paths_(std::begin(reports.paths), std::end(reports.paths))
-{
-    for (const std::string &path : paths_) {
-        if (path == "-")
+    for (size_t i = 0; i < std::size(FORMS); i++) {
+        if (reports.paths[i] == "-")
             throw UsageError("a report beside the table needs a file of its own, not -");
-        if (path.empty() || is_other(path))
-            continue;
-        FILE *const file = std::fopen(part_of(path).c_str(), "we");
-        if (!file)
-            throw OutputError("cannot write " + path + ": " + std::strerror(errno));
-        std::fclose(file);
+        if (!reports.paths[i].empty())
+            files_[i] = std::make_unique<KeptFile>(reports.paths[i]);
     }
 }
 
-ReportFiles::~ReportFiles()
-{
-    for (const std::string &path : paths_)
-        if (!path.empty() && part_of(path) != path)
-            unlink(part_of(path).c_str());
-}
-
-void ReportFiles::keep(const std::vector<std::pair<records::Run, std::vector<records::Step>>> &runs)
+void ReportFiles::keep(const records::Run &run, const std::vector<records::Step> &steps)
 {
     for (size_t i = 0; i < std::size(FORMS); i++) {
-        if (paths_[i].empty())
+        if (!files_[i])
             continue;
-        const std::string written = part_of(paths_[i]);
-        try {
-            records::Export output(FORMS[i], written);
-            for (const auto &[run, steps] : runs)
-                output.add(run, steps);
-            output.close();
-        } catch (const records::Error &error) {
-            throw OutputError(error.what());
-        }
-        if (written != paths_[i] && std::rename(written.c_str(), paths_[i].c_str()) != 0)
-            throw OutputError("cannot write " + paths_[i] + ": " + std::strerror(errno));
-        paths_[i].clear();
+        records::Export output(FORMS[i], files_[i]->file());
+        output.add(run, steps);
+        output.end();
+        files_[i]->keep();
     }
 }
 

@@ -1,11 +1,12 @@
 // Files of a run for other programs, written whole or not at all.
 #pragma once
 
+#include "station/program/kept_file.h"
 #include "station/records/run.h"
 
 #include <CLI/CLI.hpp>
+#include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace station
@@ -21,17 +22,14 @@ struct Reports {
 class ReportFiles
 {
   public:
-    // Throws OutputError when a file cannot be written, before anything is tested.
+    // Throws UsageError, and OutputError when a file cannot be written, before anything is tested.
     explicit ReportFiles(const Reports &reports);
-    ~ReportFiles();
-    ReportFiles(const ReportFiles &) = delete;
-    ReportFiles &operator=(const ReportFiles &) = delete;
 
     // Throws OutputError.
-    void keep(const std::vector<std::pair<records::Run, std::vector<records::Step>>> &runs);
+    void keep(const records::Run &run, const std::vector<records::Step> &steps);
 
   private:
-    std::vector<std::string> paths_; // as given; empty: not wanted
+    std::unique_ptr<KeptFile> files_[3];
 };
 
 } // namespace station

@@ -286,7 +286,7 @@ int run_plan(const RunOptions &options, const Settings &settings)
     if (record)
         record->keep();
     if (reports)
-        reports->keep({{keeper->run(), keeper->steps()}});
+        reports->keep(keeper->run(), keeper->steps());
     if (ended.end == End::aborted)
         return INTERRUPTED;
     return ended.port_died ? NO_ANSWER : ended.end == End::pass ? SUCCESS : FAILURE;
