@@ -4,6 +4,8 @@
 #include "station/client/errors.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
 
 namespace station
 {
@@ -15,7 +17,10 @@ void add_request_options(CLI::App &app, Settings &settings)
         ->type_name("PORT");
     group->add_option("--timeout", settings.client.timeout, "seconds to wait for an answer, in each attempt")
         ->type_name("SECONDS")
-        ->check(CLI::Range(0.001, 1e6));
+        ->check(CLI::Range(0.001, 1e6))
+        ->check([](const std::string &text) { // which is in no range, nor outside of one
+            return std::isnan(std::strtod(text.c_str(), nullptr)) ? text + " is no number" : std::string();
+        });
     group
         ->add_option("--retries", settings.client.retries,
                      "attempts after the first, where repeating is safe")

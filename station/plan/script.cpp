@@ -511,6 +511,8 @@ class Reader
     // Whether it is a step.
     bool parse_line(const std::string &line, Step &step)
     {
+        if (line.find('\0') != std::string::npos)
+            throw UsageError("a byte 0 stands in the line");
         const char mark = line[0] == '!' || line[0] == '?' ? line[0] : '\0';
         step.must_fail = mark == '!';
         step.may_fail = mark == '?';

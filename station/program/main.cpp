@@ -18,6 +18,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <sstream>
 
 namespace station
@@ -152,7 +153,7 @@ static int serve_push(const Words &words, Settings &settings)
     const ProgressBar bar(!settings.json);
     push_file(client, content, path, [&](size_t done, size_t all) { bar.show(done, all, "bytes"); });
     bar.clear();
-    print_moved(settings, path, content);
+    print_moved(stdout, settings, path, content);
     return SUCCESS;
 }
 
@@ -160,25 +161,34 @@ static int serve_pull(const Words &words, Settings &settings)
 {
     CLI::App app(
         "Fetches a regular file from the phone, by shell lines of the service; its content is checked by\n"
-        "a digest. FILE is there when it is whole; a file that is there is replaced.",
+        "a digest. FILE is there when it is whole; a file that is there is replaced. With - for FILE the "
+        "content\n"
+        "goes to the standard output, and the summary to standard error.",
         "pull");
     std::string file, path;
     app.add_option("PATH", path, "the absolute path on the phone")->required();
-    app.add_option("FILE", file, "where it goes")->required();
+    app.add_option("FILE", file, "where it goes, - for standard output")->required();
     add_request_options(app, settings);
     parse_words(app, words);
     check(settings);
-    KeptFile kept(file);
-    if (isatty(fileno(kept.file())))
-        throw UsageError(file + " is a terminal; it would obey what the phone's file holds");
+    std::optional<KeptFile> kept;
+    if (file != "-")
+        kept.emplace(file);
+    std::FILE *const out = kept ? kept->file() : stdout;
+    if (isatty(fileno(out)))
+        throw UsageError((kept ? file : "the output") +
+                         " is a terminal; it would obey what the phone's file holds");
     Client client(settings.client);
     const ProgressBar bar(!settings.json);
     const Bytes content =
         pull_file(client, path, [&](size_t done, size_t all) { bar.show(done, all, "bytes"); });
     bar.clear();
-    std::fwrite(content.data(), 1, content.size(), kept.file());
-    kept.keep();
-    print_moved(settings, file, content);
+    std::fwrite(content.data(), 1, content.size(), out);
+    if (kept)
+        kept->keep();
+    else if (std::fflush(out) != 0)
+        return NO_OUTPUT; // as main tells at the end of all output
+    print_moved(kept ? stdout : stderr, settings, kept ? file : path, content);
     return SUCCESS;
 }
 

@@ -119,13 +119,14 @@ void print_result(const Settings &settings, const Request &request, const Exchan
     std::printf("%s%s\n", line.c_str(), time.c_str());
 }
 
-void print_moved(const Settings &settings, const std::string &path, const Bytes &content)
+void print_moved(std::FILE *out, const Settings &settings, const std::string &path, const Bytes &content)
 {
     if (settings.json)
-        std::printf("%s\n",
-                    dump({{"path", path}, {"bytes", content.size()}, {"sha256", digest(content)}}).c_str());
+        std::fprintf(out, "%s\n",
+                     dump({{"path", path}, {"bytes", content.size()}, {"sha256", digest(content)}}).c_str());
     else
-        std::printf("%s: %zu bytes, SHA-256 %s\n", path.c_str(), content.size(), digest(content).c_str());
+        std::fprintf(out, "%s: %zu bytes, SHA-256 %s\n", path.c_str(), content.size(),
+                     digest(content).c_str());
 }
 
 static Json list_entry(const Command &command)

@@ -21,7 +21,7 @@ void print_result(const Settings &settings, const Request &request, const Exchan
 std::string milliseconds_text(double milliseconds);
 
 // What became of a file that was pushed to or pulled into `path`.
-void print_moved(const Settings &settings, const std::string &path, const Bytes &content);
+void print_moved(std::FILE *out, const Settings &settings, const std::string &path, const Bytes &content);
 
 // Throws OutputError when standard output has not taken everything.
 void flush_output();
