@@ -12,6 +12,7 @@
 #include "frame.h"
 #include "log.h"
 #include "shell_service.h"
+#include "staging.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -241,14 +242,20 @@ Properties read_kept_properties()
     return kept;
 }
 
-void set_properties(const std::string &mode, const std::string &reason)
+// `told` hold against the build's and the kept ones; the boot hooks cannot change those of them that are set
+// once.
+void set_properties(const std::string &mode, const std::string &reason, const Properties &told)
 {
-    const Properties kept = read_kept_properties();
+    Properties kept = read_kept_properties();
+    for (const auto &[name, value] : told) {
+        set_property(name, value);
+        kept.erase(name);
+    }
     std::ifstream file(BOOT_PROPERTIES);
     for (std::string line; std::getline(file, line);) {
         const size_t equals = line.find('=');
         const std::string name = line.substr(0, std::min(equals, line.size()));
-        if (line[0] != '#' && equals != std::string::npos && kept.count(name) == 0)
+        if (line[0] != '#' && equals != std::string::npos && kept.count(name) == 0 && told.count(name) == 0)
             set_property(name, line.substr(equals + 1));
     }
     set_property("ro.bootmode", mode);
@@ -590,8 +597,14 @@ int main(int argc, char **argv)
     if (mode == "recovery")
         run_recovery(message);
     make_tree();
-    set_properties(mode, reason);
+    const Staging staging = read_staging();
+    set_properties(mode, reason, staging.properties);
     run_hooks();
+    for (const auto &[name, value] : staging.properties)
+        if (name.compare(0, 3, "ro.") != 0)
+            set_property(name, value); // a hook may have set it to what the parts tell
+    stage_nodes(staging);
+    stage_tools(staging);
     const int notifications = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
     const auto watched = watch_nodes(notifications);
     for (const char *folder : SERVICE_FILES)

@@ -17,7 +17,8 @@ constexpr char CONSOLE[] =
 constexpr char LOG[] = "log"; // of the phone that is down
 constexpr char KEPT[] =
     "kept.tar"; // /data, /mnt/vendor/persist, /sdcard and the partitions of the phone that is down
-constexpr char INSIDE[] = "inside"; // where the launcher, and it alone, sees the phone's file systems
+constexpr char STAGING[] = "staging"; // how it differs (phone/staging.h), bound into the phone
+constexpr char INSIDE[] = "inside";   // where the launcher, and it alone, sees the phone's file systems
 
 constexpr char REQUEST_DOWN = 'd'; // no answer but the end of the connection
 constexpr char REQUEST_LOG = 'l';  // answered by the log's descriptor; the connection ends with the phone

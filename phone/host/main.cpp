@@ -1,8 +1,13 @@
 // What script/phone needs that a shell script cannot do safely: phone_host VERB FOLDER [ARGUMENT]...
 //
-//   up FOLDER IMAGE [--fresh]   boots the phone whose folder it is; bubblewrap's arguments come on the
-//   standard input down FOLDER                 takes it down shell FOLDER [--raw] [LINE] a shell in it, or
-//   one command line logcat FOLDER [OPTION]...   its log
+//   up FOLDER IMAGE PROGRAMS OPTIONS STAGING [--fresh]
+//                           boots the phone whose folder it is; bubblewrap's arguments come on the standard
+//                           input
+//   down FOLDER             takes it down
+//   shell FOLDER [--raw] [LINE]
+//                           a shell in it, or one command line
+//   logcat FOLDER [OPTION]...
+//                           its log
 #include "commands.h"
 #include "launcher.h"
 
@@ -53,7 +58,7 @@ static bool take_down(const Fd &state)
 }
 
 // What `up` is told, in order.
-enum { IMAGE, PROGRAMS, OPTIONS, FRESH };
+enum { IMAGE, PROGRAMS, OPTIONS, STAGING, FRESH };
 
 static int up(const Fd &state, const std::string &path, const std::vector<std::string> &told)
 {
@@ -73,6 +78,7 @@ static int up(const Fd &state, const std::string &path, const std::vector<std::s
         unlinkat(state.get(), name, 0);
     host::write_file(state, "options", told[OPTIONS] + "\n"); // of `script/phone status`
     host::write_file(state, "programs", told[PROGRAMS] + "\n");
+    host::write_file(state, host::STAGING, told[STAGING]);
     rlimit files{};
     getrlimit(RLIMIT_NOFILE, &files);
     files.rlim_cur = std::max(files.rlim_cur, FILES_MIN);
@@ -108,7 +114,7 @@ int main(int argc, char **argv)
         return EXIT_USAGE;
     const Fd state = host::open_state(words[2]);
     std::vector<std::string> rest(words.begin() + 3, words.end());
-    if (words[1] == "up" && rest.size() > OPTIONS)
+    if (words[1] == "up" && rest.size() > STAGING)
         return up(state, words[2], rest);
     if (words[1] == "down")
         return down(state);
