@@ -3,6 +3,7 @@
 #include "log.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -55,7 +56,11 @@ static bool write_node(const fs::path &path, const std::string &text)
                         O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC, 0644);
     if (fd < 0)
         return false;
-    const ssize_t count = write(fd, text.data(), text.size());
+    struct stat there {
+    };
+    const bool is_file = fstat(fd, &there) == 0 && S_ISREG(there.st_mode);
+    errno = is_file ? ENOSPC : EINVAL; // for a write that is short
+    const ssize_t count = is_file ? write(fd, text.data(), text.size()) : -1;
     close(fd);
     return count == static_cast<ssize_t>(text.size());
 }
