@@ -10,10 +10,8 @@ namespace station
 
 static constexpr char SHELL_OUTPUT[] = "shell-output";
 static constexpr double TIMEOUT = 2;
-static constexpr size_t PIECE = 700; // of an answer's 768 bytes
-static constexpr int PIECES = 3;
-static constexpr size_t CAUSE_MAX = 600;
-static constexpr size_t LINES_MAX = 8;
+static constexpr size_t CAUSE_MAX = 700; // bytes of the log, of an answer's 768
+static constexpr char LINES_MAX[] = "8";
 
 static std::string output_of(Client &client, const Command &shell, uint16_t code, const std::string &line)
 {
@@ -49,32 +47,25 @@ static std::string message_of(const std::string &line)
     return message.substr(0, end + 1);
 }
 
-std::string cause_in(const std::string &log, const std::string &handler)
+std::string cause_in(const std::string &log)
 {
+    const size_t last = log.find_last_not_of("\r\n");
+    const size_t before = last == std::string::npos ? last : log.rfind('\n', last);
+    const std::string process = process_of(log.substr(before == std::string::npos ? 0 : before + 1));
     std::istringstream lines(log);
     std::string line, cause;
-    if (!std::getline(lines, line) || line.find("[" + handler + "]:Enter") == std::string::npos)
-        return {};
-    const std::string process = process_of(line);
-    for (size_t count = 0; std::getline(lines, line) && count < LINES_MAX;) {
-        if (lines.eof() && log.size() >= PIECE * PIECES) // cut in its middle
-            break;
-        if (process_of(line) != process)
-            continue;
-        if (line.find("]:Enter") != std::string::npos &&
-            line.find("[diag_cmd_get_cmd_result]") != std::string::npos)
-            break; // the fetch's own
+    if (log.size() >= CAUSE_MAX)
+        std::getline(lines, line); // cut in its middle
+    while (std::getline(lines, line)) {
         const std::string message = escaped(message_of(line), false);
-        if (message.empty() || cause.size() + message.size() > CAUSE_MAX)
-            continue;
-        cause += (cause.empty() ? "" : " / ") + message;
-        count++;
+        if (process_of(line) == process && !message.empty())
+            cause += (cause.empty() ? "" : " / ") + message;
     }
     return cause;
 }
 
 // Requests are served one behind the other: what lies in the log between the handler's entry and the fetch's
-// own is the request's. The fetches are logged, too, so the later ones find the entry by its whole line.
+// own is the request's. The last of it says the most, and entries nothing.
 std::string fetch_cause(Client &client, const Request &request)
 {
     uint16_t code = 0;
@@ -83,20 +74,12 @@ std::string fetch_cause(Client &client, const Request &request)
         return {};
     client.settings().timeout = TIMEOUT;
     client.settings().retries = 0;
-    const std::string handler = request.command->handler;
-    const std::string piece = "head -c " + std::to_string(PIECE);
-    std::string log = output_of(
-        client, *shell, code,
-        "(echo;logcat -d -v threadtime -t 400|tac)|sed '1,/\\[diag_cmd_get_cmd_result]:Enter/d;/\\[" +
-            handler + "]:Enter/q'|tac|" + piece);
-    const std::string entry = log.substr(0, log.find('\n'));
-    if (entry.find('\'') != std::string::npos || entry.size() > 200)
-        return {};
-    for (int i = 1; i < PIECES && log.size() == PIECE * static_cast<size_t>(i); i++)
-        log += output_of(client, *shell, code,
-                         "logcat -d -v threadtime -t 800|grep -Fx -A 60 '" + entry + "'|tail -c +" +
-                             std::to_string(log.size() + 1) + "|" + piece);
-    return cause_in(log, handler);
+    return cause_in(output_of(client, *shell, code,
+                              "(echo;logcat -d -v threadtime -t 400|tac)|"
+                              "sed '1,/\\[diag_cmd_get_cmd_result]:Enter/d;/\\[" +
+                                  std::string(request.command->handler) +
+                                  "]:Enter/q'|grep -v ']:Enter'|head -n " + LINES_MAX + "|tac|tail -c " +
+                                  std::to_string(CAUSE_MAX)));
 }
 
 } // namespace station
