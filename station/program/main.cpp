@@ -183,7 +183,8 @@ static int serve_pull(const Words &words, Settings &settings)
     const Bytes content =
         pull_file(client, path, [&](size_t done, size_t all) { bar.show(done, all, "bytes"); });
     bar.clear();
-    std::fwrite(content.data(), 1, content.size(), out);
+    if (!content.empty()) // whose data may be no pointer
+        std::fwrite(content.data(), 1, content.size(), out);
     if (kept)
         kept->keep();
     else if (std::fflush(out) != 0)
