@@ -20,6 +20,7 @@ namespace host
 
 static constexpr off_t SHOWN_MAX = off_t{4} << 20;
 static constexpr int FOLLOW_PERIOD_MS = 50;
+static constexpr int ANSWER_MS = 5000; // of a launcher that has much to do
 static constexpr char PRIORITIES[] = "VDIWEF";
 // "MM-DD HH:MM:SS.mmm  PID  TID P TAG     : text"
 static constexpr size_t PRIORITY_COLUMN = 31, TAG_COLUMN = 33;
@@ -130,7 +131,8 @@ static Fd open_log(const Fd &state, Fd &launcher)
     launcher = connect_in(state, CONTROL);
     if (launcher) {
         const char request = REQUEST_LOG;
-        if (write(launcher.get(), &request, 1) == 1)
+        pollfd answer = {launcher.get(), POLLIN, 0};
+        if (write(launcher.get(), &request, 1) == 1 && poll(&answer, 1, ANSWER_MS) == 1)
             return receive_fd(launcher.get());
     }
     return Fd(openat(state.get(), LOG, O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
