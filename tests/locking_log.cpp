@@ -26,9 +26,11 @@ int __android_log_print(int, const char *, const char *format, ...)
     return 1;
 }
 
+#ifndef __SANITIZE_THREAD__ // which stands in front of it itself
 extern "C" int sigaction(int number, const struct sigaction *action, struct sigaction *before) noexcept
 {
     static auto *const real = reinterpret_cast<decltype(&sigaction)>(dlsym(RTLD_NEXT, "sigaction"));
     const char *refused = getenv("REFUSED_SIGNAL");
     return refused && atoi(refused) == number ? -1 : real(number, action, before);
 }
+#endif

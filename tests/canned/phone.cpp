@@ -748,6 +748,19 @@ int canned_kill(pid_t id, int signal)
 
 pid_t canned_getpid() { return OWN_ID; }
 
+// How much two texts differ is logged, and every C library has numbers of its own.
+static int sign(int difference) { return (difference > 0) - (difference < 0); }
+
+int canned_strncmp(const char *one, const char *other, size_t length)
+{
+    return sign(strncmp(one, other, length));
+}
+
+int canned_strncasecmp(const char *one, const char *other, size_t length)
+{
+    return sign(strncasecmp(one, other, length));
+}
+
 int canned_pthread_create(pthread_t *made, const pthread_attr_t *, void *(*routine)(void *), void *argument)
 {
     *made = {};
