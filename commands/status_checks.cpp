@@ -62,10 +62,11 @@ void *diag_cmd_check_extsd_insert(const void *, uint8_t *response)
 void *diag_cmd_remove_file(const void *request, uint8_t *response)
 {
     char path[PATH_SIZE] = {};
-    size_t length = packet_length(request);
-    if (length >= sizeof path) // half a path would remove something else
-        return FAIL(response, "Command format error or data len[%d] is too long.\n",
-                    static_cast<int>(length));
+    const uint16_t length = packet_length(request);
+    if (length >= sizeof path) { // half a path would remove something else
+        log_format_error(__func__, length);
+        return answer_error(response);
+    }
     memcpy(path, packet_data(request), length);
     if (access(path, F_OK) != 0) {
         LOG("%s is not exist\n", path);
