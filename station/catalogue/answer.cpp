@@ -1,9 +1,10 @@
 #include "station/catalogue/answer.h"
 
 #include "station/client/encode.h"
+#include "station/text/text.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <string_view>
 
 namespace station
 {
@@ -42,29 +43,6 @@ Result judge(const Request &request, const Exchange &exchange)
     return result;
 }
 
-// The bytes of the UTF-8 character at `at` and what it is; 0 bytes when there is none.
-static size_t utf8_character(const std::string &text, size_t at, uint32_t &character)
-{
-    const auto byte = [&](size_t i) { return static_cast<unsigned char>(i < text.size() ? text[i] : 0); };
-    const unsigned first = byte(at);
-    const size_t length = first < 0x80    ? 1
-                          : first >= 0xF5 ? 0
-                          : first >= 0xF0 ? 4
-                          : first >= 0xE0 ? 3
-                          : first >= 0xC2 ? 2
-                                          : 0;
-    static constexpr unsigned HEAD_BITS[] = {0, 0x7F, 0x1F, 0x0F, 0x07};
-    static constexpr uint32_t LEAST[] = {0, 0, 0x80, 0x800, 0x10000}; // a longer form of less is no UTF-8
-    character = first & HEAD_BITS[length];
-    for (size_t i = 1; i < length; i++) {
-        if ((byte(at + i) & 0xC0) != 0x80)
-            return 0;
-        character = character << 6 | (byte(at + i) & 0x3F);
-    }
-    const bool is_surrogate = character >= 0xD800 && character < 0xE000;
-    return character < LEAST[length] || character > 0x10FFFF || is_surrogate ? 0 : length;
-}
-
 // Characters that a terminal obeys instead of showing them, or that turn around what stands beside them.
 static bool is_obeyed(uint32_t character)
 {
@@ -85,11 +63,7 @@ std::string escaped(const std::string &text, bool keep_lines)
         else if (character == '\n' && length > 0)
             line += "\\n";
         else
-            for (size_t i = 0; i < std::max<size_t>(length, 1); i++) {
-                char code[8];
-                std::snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned char>(text[at + i]));
-                line += code;
-            }
+            append_escaped(line, std::string_view(text).substr(at, std::max<size_t>(length, 1)));
         at += std::max<size_t>(length, 1);
     }
     return line;

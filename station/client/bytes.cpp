@@ -1,6 +1,7 @@
 #include "station/client/bytes.h"
 
 #include "station/client/errors.h"
+#include "station/text/text.h"
 
 #include <cctype>
 #include <cerrno>
@@ -13,13 +14,7 @@ namespace station
 
 std::string to_hex(const Bytes &bytes)
 {
-    static constexpr char DIGITS[] = "0123456789abcdef";
-    std::string text;
-    for (uint8_t byte : bytes) {
-        text += DIGITS[byte >> 4];
-        text += DIGITS[byte & 15];
-    }
-    return text;
+    return to_hex(std::string_view(reinterpret_cast<const char *>(bytes.data()), bytes.size()));
 }
 
 Bytes from_hex(const std::string &text)

@@ -1,6 +1,8 @@
 #include "station/records/forms.h"
 
+#include "station/records/columns.h"
 #include "station/records/text.h"
+#include "station/text/text.h"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -10,51 +12,22 @@ namespace station::records
 
 using Json = nlohmann::ordered_json;
 
-static const char *verdict_word(const Run &run) { return run.verdict ? word(*run.verdict) : "running"; }
-
-static Json text_or_null(const std::string &text) { return text.empty() ? Json() : Json(text); }
-
-static Json bytes_or_null(const std::optional<std::string> &bytes)
+static Json to_json(const Column &column)
 {
-    return bytes ? Json(to_hex(*bytes)) : Json();
+    if (const auto *text = std::get_if<std::string>(&column.value))
+        return column.kind == Kind::bytes ? to_hex(*text) : *text;
+    if (const auto *number = std::get_if<int64_t>(&column.value))
+        return *number;
+    const auto *real = std::get_if<double>(&column.value);
+    return real ? Json(*real) : Json();
 }
 
-static Json to_json(const Run &run)
+template <typename Row> static Json to_json(const Row &row)
 {
-    return {{"id", run.id},
-            {"unit", run.unit},
-            {"unit_source", run.unit_is_port ? "port" : "unit"},
-            {"plan", run.plan},
-            {"plan_digest", run.plan_digest},
-            {"station", run.station},
-            {"port", run.port},
-            {"software", run.software},
-            {"started", time_text(run.started)},
-            {"ended", run.ended ? Json(time_text(*run.ended)) : Json()},
-            {"verdict", run.verdict ? Json(word(*run.verdict)) : Json()},
-            {"failing", text_or_null(run.failing)},
-            {"cause", text_or_null(run.cause)}};
-}
-
-static Json to_json(const Step &step)
-{
-    return {{"number", step.number},
-            {"began", step.began},
-            {"phase", text_or_null(step.phase)},
-            {"name", step.name},
-            {"code", text_or_null(step.code)},
-            {"request", step.request},
-            {"request_bytes", bytes_or_null(step.request_bytes)},
-            {"answer", step.answer},
-            {"answer_bytes", bytes_or_null(step.answer_bytes)},
-            {"measured", text_or_null(step.measured)},
-            {"unit", text_or_null(step.unit)},
-            {"low", text_or_null(step.low)},
-            {"high", text_or_null(step.high)},
-            {"expected", text_or_null(step.expected)},
-            {"verdict", word(step.verdict)},
-            {"milliseconds", step.milliseconds},
-            {"cause", text_or_null(step.cause)}};
+    Json json = Json::object();
+    for (const Column &column : columns(row))
+        json[column.name] = to_json(column);
+    return json;
 }
 
 static std::string dump(const Json &json) { return json.dump(-1, ' ', true, Json::error_handler_t::replace); }
@@ -145,33 +118,40 @@ static std::string number_text(double number, int decimals)
     return text;
 }
 
+// For people and spreadsheets: nothing for NULL, milliseconds to the microsecond.
+static std::string shown(const Column &column)
+{
+    if (const auto *text = std::get_if<std::string>(&column.value))
+        return column.kind == Kind::bytes ? to_hex(*text) : *text;
+    if (const auto *number = std::get_if<int64_t>(&column.value))
+        return std::to_string(*number);
+    if (const auto *real = std::get_if<double>(&column.value))
+        return number_text(*real, 3);
+    return std::string_view(column.name) == "verdict" ? "running" : "";
+}
+
+// The columns' names, but for those that a run and a step share.
 static const char CSV_HEAD[] =
     "run,unit,unit_source,plan,plan_digest,station,port,software,started,ended,run_verdict,failing,run_cause,"
     "number,began,phase,name,code,request,request_bytes,answer,answer_bytes,measured,measured_unit,low,"
     "high,expected,verdict,milliseconds,cause\r\n";
 
+template <typename Row> static std::string csv_cells(const Row &row)
+{
+    std::string cells;
+    for (const Column &column : columns(row))
+        cells += "," + csv_cell(shown(column));
+    return cells.substr(1);
+}
+
 // A line for each step, the run in front of it; a run without steps has a line too.
 static std::string csv_lines(const Run &run, const std::vector<Step> &steps)
 {
-    static constexpr size_t STEP_CELLS = 17;
-    std::string head, lines;
-    for (const std::string &text :
-         {run.id, run.unit, std::string(run.unit_is_port ? "port" : "unit"), run.plan, run.plan_digest,
-          run.station, run.port, run.software, time_text(run.started), run.ended ? time_text(*run.ended) : "",
-          std::string(verdict_word(run)), run.failing, run.cause})
-        head += (head.empty() ? "" : ",") + csv_cell(text);
-    for (const Step &step : steps) {
-        lines += head;
-        for (const std::string &text :
-             {std::to_string(step.number), number_text(step.began, 3), step.phase, step.name, step.code,
-              step.request, step.request_bytes ? to_hex(*step.request_bytes) : "", step.answer,
-              step.answer_bytes ? to_hex(*step.answer_bytes) : "", step.measured, step.unit, step.low,
-              step.high, step.expected, std::string(word(step.verdict)), number_text(step.milliseconds, 3),
-              step.cause})
-            lines += "," + csv_cell(text);
-        lines += "\r\n";
-    }
-    return steps.empty() ? head + std::string(STEP_CELLS, ',') + "\r\n" : lines;
+    const std::string head = csv_cells(run);
+    std::string lines;
+    for (const Step &step : steps)
+        lines += head + "," + csv_cells(step) + "\r\n";
+    return steps.empty() ? head + std::string(columns(Step()).size(), ',') + "\r\n" : lines;
 }
 
 static const char JUNIT_HEAD[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites>\n";
@@ -226,12 +206,12 @@ static std::string junit_suite(const Run &run, const std::vector<Step> &steps)
     // had passed.
     std::string own;
     if (run.verdict != Verdict::pass && failures + errors == 0) {
+        const std::string verdict = run.verdict ? word(*run.verdict) : "running";
         tests++;
         errors++;
         own = "    <testcase" + attribute("classname", run.plan) + attribute("name", "run") +
               attribute("time", "0") + ">\n" +
-              junit_problem("error", run.cause.empty() ? verdict_word(run) : run.cause, verdict_word(run)) +
-              "    </testcase>\n";
+              junit_problem("error", run.cause.empty() ? verdict : run.cause, verdict) + "    </testcase>\n";
     }
     const double seconds = run.ended ? std::chrono::duration<double>(*run.ended - run.started).count() : 0;
     std::string text =
@@ -240,21 +220,11 @@ static std::string junit_suite(const Run &run, const std::vector<Step> &steps)
         attribute("time", number_text(seconds, 3)) + attribute("tests", std::to_string(tests)) +
         attribute("failures", std::to_string(failures)) + attribute("errors", std::to_string(errors)) +
         attribute("skipped", "0") + ">\n    <properties>\n";
-    const std::pair<const char *, std::string> properties[] = {
-        {"run", run.id},
-        {"unit", run.unit},
-        {"unit_source", run.unit_is_port ? "port" : "unit"},
-        {"plan", run.plan},
-        {"plan_digest", run.plan_digest},
-        {"station", run.station},
-        {"port", run.port},
-        {"software", run.software},
-        {"started", time_text(run.started)},
-        {"ended", run.ended ? time_text(*run.ended) : ""},
-        {"verdict", verdict_word(run)},
-        {"cause", run.cause}};
-    for (const auto &[name, value] : properties)
-        text += "      <property" + attribute("name", name) + attribute("value", value) + "/>\n";
+    for (const Column &column : columns(run)) {
+        const bool is_id = std::string_view(column.name) == "id";
+        text += "      <property" + attribute("name", is_id ? "run" : column.name) +
+                attribute("value", shown(column)) + "/>\n";
+    }
     text += "    </properties>\n";
     for (const Step &step : steps)
         text += junit_case(step.phase.empty() ? run.plan : run.plan + "." + step.phase, step);

@@ -1,16 +1,18 @@
 #include "station/records/postgres.h"
 
+#include "station/records/forms.h"
 #include "station/records/source.h"
 #include "station/records/text.h"
+#include "station/text/text.h"
 
+#include <algorithm>
+#include <array>
+#include <charconv>
 #include <cstdio>
 #include <ctime>
-#include <nlohmann/json.hpp>
 
 namespace station::records
 {
-
-using Json = nlohmann::json;
 
 // Stations that come at once make tables one after the other.
 static constexpr char MAKE_ALONE[] = "SELECT pg_advisory_xact_lock(7219833107421)";
@@ -72,22 +74,13 @@ CREATE INDEX steps_failing ON steps (name, run) WHERE verdict IN ('fail', 'error
 };
 static constexpr int VERSION = std::size(MIGRATIONS);
 
-static constexpr char INSERT_RUNS[] = "INSERT INTO runs SELECT id, unit, unit_source, plan, plan_digest, "
-                                      "station, port, software, started, ended, verdict, failing, "
-                                      "cause FROM json_to_recordset($1::json) AS given (id uuid, unit text, "
-                                      "unit_source text, plan text, plan_digest text, "
-                                      "station text, port text, software text, started timestamptz, ended "
-                                      "timestamptz, verdict text, failing text, cause text) "
-                                      "ON CONFLICT DO NOTHING";
-static constexpr char INSERT_STEPS[] =
-    "INSERT INTO steps SELECT run, number, began, phase, name, code, request, decode(request_bytes, 'hex'), "
-    "answer, "
-    "decode(answer_bytes, 'hex'), measured, unit, low, high, expected, verdict, milliseconds, cause "
-    "FROM json_to_recordset($1::json) AS given (run uuid, number integer, began double precision, phase "
-    "text, name text, code text, "
-    "request text, request_bytes text, answer text, answer_bytes text, measured text, unit text, low text, "
-    "high text, "
-    "expected text, verdict text, milliseconds double precision, cause text) ON CONFLICT DO NOTHING";
+// Runs as JSON, under the columns' names. Of two stations that bring the same run one waits for the other
+// here.
+static constexpr char INSERT_RUNS[] =
+    "INSERT INTO runs SELECT * FROM json_populate_recordset(NULL::runs, $1) "
+    "ON CONFLICT DO NOTHING RETURNING id";
+// What is left of a run that somebody has deleted would stand in its way.
+static constexpr char DELETE_OWNERLESS[] = "DELETE FROM steps WHERE run = ANY ($1::uuid[])";
 
 // What libpq is to do where the address does not say it: a network that swallows everything is noticed.
 static std::string with_limits(std::string address)
@@ -103,23 +96,28 @@ static std::string with_limits(std::string address)
 // What libpq says has several lines at times, and may quote the address.
 template <typename Work> auto Postgres::guarded(Work &&work)
 {
-    const auto refuse = [&](std::string what) {
+    const auto told = [&](std::string what) {
         const std::string address = with_limits(address_);
         for (const std::string &secret : {address, address_})
             for (size_t at = what.find(secret); at != std::string::npos; at = what.find(secret))
                 what.replace(at, secret.size(), "the database");
         while (!what.empty() && what.back() == '\n')
             what.pop_back();
-        throw Error(shown(address_) + ": " + clean(what));
+        return shown(address_) + ": " + clean(what);
     };
     try {
         return work();
+    } catch (const pqxx::sql_error &error) {
+        // A value out of range (22...), a row too long for a page (54...).
+        const std::string kind = error.sqlstate().substr(0, 2);
+        if (kind == "22" || kind == "54")
+            throw NotTaken(told(error.what()));
+        throw Error(told(error.what()));
     } catch (const pqxx::failure &error) {
-        refuse(error.what());
+        throw Error(told(error.what()));
     } catch (const std::logic_error &error) { // libpqxx's own complaints of what it is given
-        refuse(error.what());
+        throw Error(told(error.what()));
     }
-    throw Error(""); // never: refuse throws
 }
 
 Postgres::Postgres(const std::string &address) : address_(address)
@@ -175,7 +173,7 @@ std::string Postgres::prepare()
         auto id = work.exec1("SELECT id FROM station_records")[0].as<std::string>();
         work.commit();
         connection_->prepare("runs", INSERT_RUNS);
-        connection_->prepare("steps", INSERT_STEPS);
+        connection_->prepare("ownerless", DELETE_OWNERLESS);
         return id;
     });
 }
@@ -202,11 +200,7 @@ static Month month_of(const std::string &id)
     begin.tm_mon = parts.tm_mon;
     end.tm_mon = parts.tm_mon + 1;
     begin.tm_mday = end.tm_mday = 1;
-    const auto bound = [](std::tm &time) {
-        char text[16];
-        std::snprintf(text, sizeof text, "%012lx", timegm(&time) * 1000);
-        return id_bound(std::string(text, 8) + "-" + (text + 8), '0');
-    };
+    const auto bound = [](std::tm &time) { return id_at(Time(std::chrono::seconds(timegm(&time)))); };
     char name[32];
     std::snprintf(name, sizeof name, "%04d_%02d", parts.tm_year + 1900, parts.tm_mon + 1);
     return {name, bound(begin), bound(end)};
@@ -232,64 +226,67 @@ void Postgres::make_months(const std::vector<WholeRun> &runs)
     }
 }
 
-static Json to_row(const Run &run)
+// As COPY takes it, but for what the stream escapes; nothing for NULL.
+static std::optional<std::string> field_of(Column &&column)
 {
-    Json row{{"id", run.id},
-             {"unit", run.unit},
-             {"unit_source", run.unit_is_port ? "port" : "unit"},
-             {"plan", run.plan},
-             {"plan_digest", run.plan_digest},
-             {"station", run.station},
-             {"port", run.port},
-             {"software", run.software},
-             {"started", time_text(run.started)}};
-    if (run.ended)
-        row["ended"] = time_text(*run.ended);
-    if (run.verdict)
-        row["verdict"] = word(*run.verdict);
-    if (!run.failing.empty())
-        row["failing"] = run.failing;
-    if (!run.cause.empty())
-        row["cause"] = run.cause;
-    return row;
+    if (auto *text = std::get_if<std::string>(&column.value))
+        return column.kind == Kind::bytes ? "\\x" + to_hex(*text) : std::move(*text);
+    if (const auto *number = std::get_if<int64_t>(&column.value))
+        return std::to_string(*number);
+    if (const auto *real = std::get_if<double>(&column.value)) {
+        char digits[32];
+        return std::string(digits, std::to_chars(digits, std::end(digits), *real).ptr);
+    }
+    return {};
 }
 
-static Json to_row(const std::string &run, const Step &step)
+static void copy_steps(pqxx::work &work, const std::vector<WholeRun> &runs, const std::set<std::string> &ids)
 {
-    Json row{{"run", run},
-             {"number", step.number},
-             {"began", step.began},
-             {"name", step.name},
-             {"request", step.request},
-             {"answer", step.answer},
-             {"verdict", word(step.verdict)},
-             {"milliseconds", step.milliseconds}};
-    const std::pair<const char *, const std::string &> texts[] = {
-        {"phase", step.phase}, {"code", step.code}, {"measured", step.measured}, {"unit", step.unit},
-        {"low", step.low},     {"high", step.high}, {"expected", step.expected}, {"cause", step.cause}};
-    for (const auto &[column, text] : texts)
-        if (!text.empty())
-            row[column] = text;
-    if (step.request_bytes)
-        row["request_bytes"] = to_hex(*step.request_bytes);
-    if (step.answer_bytes)
-        row["answer_bytes"] = to_hex(*step.answer_bytes);
-    return row;
+    static constexpr size_t FIELDS = 18; // the stream takes tuples alone
+    std::vector<std::string> names{"run"};
+    for (const Column &column : columns(Step()))
+        names.emplace_back(column.name);
+    if (names.size() != FIELDS)
+        throw std::logic_error("a step has other columns than its copy");
+    pqxx::stream_to rows(work, "steps", names);
+    std::array<std::optional<std::string>, FIELDS> fields;
+    std::array<const char *, FIELDS> row{};
+    for (const auto &[run, steps] : runs) {
+        if (ids.count(run.id) == 0)
+            continue;
+        fields[0] = run.id;
+        for (const Step &step : steps) {
+            size_t at = 0;
+            for (Column &column : columns(step))
+                fields[++at] = field_of(std::move(column));
+            std::transform(fields.begin(), fields.end(), row.begin(),
+                           [](const auto &field) { return field ? field->c_str() : nullptr; });
+            rows << row;
+        }
+    }
+    rows.complete();
 }
 
 void Postgres::put(const std::vector<WholeRun> &runs)
 {
-    Json run_rows = Json::array(), step_rows = Json::array();
-    for (const auto &[run, steps] : runs) {
-        run_rows.push_back(to_row(run));
-        for (const Step &step : steps)
-            step_rows.push_back(to_row(run.id, step));
-    }
+    std::string rows;
+    for (const WholeRun &run : runs)
+        rows += (rows.empty() ? "[" : ",") + json(run.first);
     guarded([&] {
         make_months(runs);
         pqxx::work work(*connection_);
-        work.exec_prepared("runs", run_rows.dump());
-        work.exec_prepared("steps", step_rows.dump());
+        // The run's row says whose the steps are: they come with it, in one transaction, or are there with
+        // it.
+        std::set<std::string> ids;
+        std::string list = "{";
+        for (const auto &row : work.exec_prepared("runs", rows + "]")) {
+            ids.insert(row[0].as<std::string>());
+            list += (list.size() > 1 ? "," : "") + row[0].as<std::string>();
+        }
+        if (!ids.empty()) {
+            work.exec_prepared("ownerless", list + "}");
+            copy_steps(work, runs, ids);
+        }
         work.commit();
     });
 }
@@ -328,6 +325,7 @@ class DatabaseSource : public Source
         return "to_char(" + column + ", 'YYYY-MM-DD\"T\"HH24:MI:SS.MS\"Z\"')";
     }
     std::string hex(const std::string &column) const override { return "encode(" + column + ", 'hex')"; }
+    bool is_cut_by_id() const override { return true; }
 
   private:
     Postgres database_;

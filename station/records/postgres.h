@@ -3,7 +3,7 @@
 
 #include "station/records/run.h"
 
-#include <atomic>
+#include <memory>
 #include <pqxx/pqxx>
 #include <set>
 #include <string>
@@ -14,6 +14,11 @@ namespace station::records
 {
 
 using WholeRun = std::pair<Run, std::vector<Step>>;
+
+// It is not the database's fault but the run's: its rows are none that the database takes.
+struct NotTaken : Error {
+    using Error::Error;
+};
 
 // One connection. Everything throws Error when the database cannot be reached or does not take what it is
 // told; then the connection is to be given up.
@@ -26,7 +31,8 @@ class Postgres
     // others, for ever.
     std::string prepare();
 
-    // In one transaction, each run once: one that is there already stays as it is.
+    // In one transaction, each run once: one that is there already stays as it is. Throws NotTaken, too; then
+    // none of them is there, and the connection is good for others.
     void put(const std::vector<WholeRun> &runs);
 
     // Throws Error unless the tables are there and of the version that is known.

@@ -19,7 +19,7 @@ namespace
 class Conditions
 {
   public:
-    explicit Conditions(const Filter &filter)
+    Conditions(const Filter &filter, bool by_id)
     {
         if (!filter.unit.empty())
             add("unit = " + value(clean(filter.unit)));
@@ -38,6 +38,10 @@ class Conditions
             add("started >= " + (since = value(time_text(*filter.since))));
         if (filter.until)
             add("started < " + value(time_text(*filter.until)));
+        if (by_id && filter.since)
+            add("id >= " + (since_id = value(id_at(*filter.since))));
+        if (by_id && filter.until)
+            add("id < " + value(id_at(*filter.until)));
     }
 
     void add(const std::string &condition) { text += (text.empty() ? " WHERE " : " AND ") + condition; }
@@ -48,7 +52,7 @@ class Conditions
     }
 
     std::string text;
-    std::string since; // its parameter
+    std::string since, since_id; // their parameters
     std::vector<std::string> parameters;
 };
 
@@ -103,46 +107,31 @@ std::unique_ptr<Source> Source::open(const Where &where)
                              : std::make_unique<FileSource>(where.file);
 }
 
-std::string Source::run_columns() const
+template <typename Row> std::string Source::select() const
 {
-    return "id, unit, unit_source, plan, plan_digest, station, port, software, " + time("started") + ", " +
-           time("ended") + ", verdict, failing, cause";
-}
-
-static Run to_run(const std::vector<std::optional<std::string>> &values)
-{
-    const auto text = [&](size_t i) { return values[i].value_or(""); };
-    Run run;
-    run.id = text(0);
-    run.unit = text(1);
-    run.unit_is_port = text(2) == "port";
-    run.plan = text(3);
-    run.plan_digest = text(4);
-    run.station = text(5);
-    run.port = text(6);
-    run.software = text(7);
-    run.started = time_of(text(8));
-    if (values[9])
-        run.ended = time_of(*values[9]);
-    run.verdict = verdict_of(text(10));
-    run.failing = text(11);
-    run.cause = text(12);
-    return run;
+    std::string list;
+    for (const Column &column : columns(Row())) {
+        const std::string name = column.name;
+        list += (list.empty() ? "SELECT " : ", ") + (column.kind == Kind::time    ? time(name)
+                                                     : column.kind == Kind::bytes ? hex(name)
+                                                                                  : name);
+    }
+    return list;
 }
 
 // The runs behind `after`, or the newest so many as the filter says; always in the order of time.
 size_t Source::page(const Filter &filter, const Run *after, std::vector<Run> &runs)
 {
-    Conditions conditions(filter);
+    Conditions conditions(filter, is_cut_by_id());
     if (after) {
         const std::string started = conditions.value(time_text(after->started));
         conditions.add("(started, id) > (" + started + ", " + conditions.value(after->id) + ")");
     }
     const std::string order = filter.limit > 0 ? "runs.started DESC, id DESC" : "runs.started, id";
     runs.clear();
-    query("SELECT " + run_columns() + " FROM runs" + conditions.text + " ORDER BY " + order + " LIMIT " +
+    query(select<Run>() + " FROM runs" + conditions.text + " ORDER BY " + order + " LIMIT " +
               std::to_string(filter.limit > 0 ? filter.limit : PAGE),
-          conditions.parameters, [&](const Values &values) { runs.push_back(to_run(values)); });
+          conditions.parameters, [&](const Values &values) { runs.push_back(run_of(values)); });
     if (filter.limit > 0)
         std::reverse(runs.begin(), runs.end());
     return runs.size();
@@ -165,35 +154,8 @@ void Source::each(const Filter &filter, const std::function<void(const Run &)> &
 std::vector<Step> Source::steps(const std::string &run)
 {
     std::vector<Step> steps;
-    query("SELECT number, began, phase, name, code, request, " + hex("request_bytes") + ", answer, " +
-              hex("answer_bytes") +
-              ", measured, unit, low, high, expected, verdict, milliseconds, cause FROM steps WHERE run = $1 "
-              "ORDER BY number",
-          {run}, [&](const Values &values) {
-              const auto text = [&](size_t i) { return values[i].value_or(""); };
-              const auto bytes = [&](size_t i) {
-                  return values[i] ? std::optional(from_hex(*values[i])) : std::nullopt;
-              };
-              Step step;
-              step.number = std::atoi(text(0).c_str());
-              step.began = std::strtod(text(1).c_str(), nullptr);
-              step.phase = text(2);
-              step.name = text(3);
-              step.code = text(4);
-              step.request = text(5);
-              step.request_bytes = bytes(6);
-              step.answer = text(7);
-              step.answer_bytes = bytes(8);
-              step.measured = text(9);
-              step.unit = text(10);
-              step.low = text(11);
-              step.high = text(12);
-              step.expected = text(13);
-              step.verdict = verdict_of(text(14)).value_or(Verdict::error);
-              step.milliseconds = std::strtod(text(15).c_str(), nullptr);
-              step.cause = text(16);
-              steps.push_back(std::move(step));
-          });
+    query(select<Step>() + " FROM steps WHERE run = $1 ORDER BY number", {run},
+          [&](const Values &values) { steps.push_back(step_of(values)); });
     return steps;
 }
 
@@ -202,8 +164,8 @@ Run Source::find(const std::string &id)
     const std::string low = id_bound(id, '0'), high = id_bound(id, 'f');
     std::vector<Run> runs;
     if (!id.empty() && !low.empty())
-        query("SELECT " + run_columns() + " FROM runs WHERE id BETWEEN $1 AND $2 ORDER BY id LIMIT 2",
-              {low, high}, [&](const Values &values) { runs.push_back(to_run(values)); });
+        query(select<Run>() + " FROM runs WHERE id BETWEEN $1 AND $2 ORDER BY id LIMIT 2", {low, high},
+              [&](const Values &values) { runs.push_back(run_of(values)); });
     if (runs.empty())
         throw Error("there is no run " + clean(id));
     if (runs.size() > 1)
@@ -223,7 +185,7 @@ static std::string finished(Conditions &conditions)
 
 std::vector<PlanYield> Source::yield(const Filter &filter)
 {
-    Conditions conditions(filter);
+    Conditions conditions(filter, is_cut_by_id());
     const std::string runs = finished(conditions);
     const std::string nth = "row_number() OVER (PARTITION BY plan, who ORDER BY started";
     // A unit that was tested before the time in question does not pass for the first time in it.
@@ -233,7 +195,9 @@ std::vector<PlanYield> Source::yield(const Filter &filter)
             : " AND NOT EXISTS (SELECT 1 FROM runs AS earlier WHERE earlier.unit = ranked.unit "
               "AND earlier.unit_source = 'unit' AND ranked.unit_source = 'unit' "
               "AND earlier.plan = ranked.plan AND earlier.started < " +
-                  conditions.since + " AND earlier.verdict IN ('pass', 'fail', 'error'))";
+                  conditions.since +
+                  (conditions.since_id.empty() ? "" : " AND earlier.id < " + conditions.since_id) +
+                  " AND earlier.verdict IN ('pass', 'fail', 'error'))";
     std::vector<PlanYield> yields;
     query(
         "WITH meant AS (" + runs + "), ranked AS (SELECT *, " + nth + ", id) AS nth, " + nth +
@@ -254,7 +218,7 @@ std::vector<PlanYield> Source::yield(const Filter &filter)
 
 std::vector<Harm> Source::harm(const Filter &filter)
 {
-    Conditions conditions(filter);
+    Conditions conditions(filter, is_cut_by_id());
     std::vector<Harm> harms;
     query("WITH meant AS (" + finished(conditions) +
               "), ranked AS (SELECT verdict, failing, who, first_value(verdict) OVER (PARTITION BY plan, who "

@@ -1,7 +1,7 @@
 // Asking for what is kept, of a file or of a database.
 #pragma once
 
-#include "station/records/run.h"
+#include "station/records/columns.h"
 #include "station/records/where.h"
 
 #include <cstdint>
@@ -57,15 +57,17 @@ class Source
     std::vector<Harm> harm(const Filter &filter); // most units first, then most runs; limit counts steps
 
   protected:
-    using Values = std::vector<std::optional<std::string>>;
+    using Values = Texts;
     // The parameters are $1, $2 ... in the order in which the text has them first.
     virtual void query(const std::string &sql, const std::vector<std::string> &parameters,
                        const std::function<void(const Values &)> &row) = 0;
     virtual std::string time(const std::string &column) const = 0; // as time_text writes it
     virtual std::string hex(const std::string &column) const = 0;
+    // Whether the tables are cut by ids, so that a bound on them spares looking into other months.
+    virtual bool is_cut_by_id() const { return false; }
 
   private:
-    std::string run_columns() const;
+    template <typename Row> std::string select() const; // of all columns
     size_t page(const Filter &filter, const Run *after, std::vector<Run> &runs);
 };
 

@@ -32,7 +32,7 @@ void Database::fail(int code) const
     switch (code & 0xFF) {
     case SQLITE_CORRUPT:
     case SQLITE_NOTADB:
-        throw Error(file_ + " is damaged, or no records at all (" + sqlite3_errmsg(handle_.get()) +
+        throw Error(file_ + " is damaged, or no records at all (" + sqlite3_errstr(code) +
                     "); it was left as it is. Move it away together with " + file_ +
                     "-wal and -shm; `sqlite3 FILE .recover` "
                     "gets out of it what is left, and a new file begins by itself");
@@ -113,13 +113,21 @@ Statement &Statement::bind(double number)
     return *this;
 }
 
-Statement &Statement::bind_blob(const std::optional<std::string> &bytes)
+Statement &Statement::bind_blob(std::string_view bytes)
 {
-    if (!bytes)
-        return bind_null();
-    check(sqlite3_bind_blob64(handle_.get(), ++bound_, bytes->empty() ? "" : bytes->data(), bytes->size(),
+    check(sqlite3_bind_blob64(handle_.get(), ++bound_, bytes.empty() ? "" : bytes.data(), bytes.size(),
                               SQLITE_TRANSIENT));
     return *this;
+}
+
+Statement &Statement::bind(const Column &column)
+{
+    if (const auto *text = std::get_if<std::string>(&column.value))
+        return column.kind == Kind::bytes ? bind_blob(*text) : bind(std::string_view(*text));
+    if (const auto *number = std::get_if<int64_t>(&column.value))
+        return bind(*number);
+    const auto *real = std::get_if<double>(&column.value);
+    return real ? bind(*real) : bind_null();
 }
 
 Statement &Statement::bind_null()

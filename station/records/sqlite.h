@@ -1,7 +1,7 @@
 // SQLite with every result looked at: what fails throws Error, what is left open closes itself.
 #pragma once
 
-#include "station/records/run.h"
+#include "station/records/columns.h"
 
 #include <cstdint>
 #include <memory>
@@ -46,9 +46,10 @@ class Statement
     Statement &bind(std::string_view text);
     Statement &bind(int64_t number);
     Statement &bind(double number);
-    Statement &bind_blob(const std::optional<std::string> &bytes);
+    Statement &bind_blob(std::string_view bytes);
     Statement &bind_null();
     Statement &bind_unless_empty(std::string_view text) { return text.empty() ? bind_null() : bind(text); }
+    Statement &bind(const Column &column);
 
     bool step();    // whether there is a row
     void execute(); // to its end

@@ -1,5 +1,7 @@
 #include "station/records/text.h"
 
+#include "station/text/text.h"
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -35,50 +37,6 @@ std::optional<Verdict> verdict_of(const std::string &word_of_it)
     return {};
 }
 
-size_t utf8_character(std::string_view text, size_t at, uint32_t &character)
-{
-    const auto byte = [&](size_t i) {
-        return static_cast<unsigned char>(at + i < text.size() ? text[at + i] : 0);
-    };
-    const size_t length = byte(0) < 0x80   ? 1
-                          : byte(0) < 0xC2 ? 0
-                          : byte(0) < 0xE0 ? 2
-                          : byte(0) < 0xF0 ? 3
-                          : byte(0) < 0xF5 ? 4
-                                           : 0;
-    if (length <= 1) {
-        character = byte(0);
-        return length;
-    }
-    character = byte(0) & (0x7F >> length);
-    for (size_t i = 1; i < length; i++) {
-        if ((byte(i) & 0xC0) != 0x80)
-            return 0;
-        character = character << 6 | (byte(i) & 0x3F);
-    }
-    const bool is_longer_than_needed =
-        (length == 3 && character < 0x800) || (length == 4 && character < 0x10000);
-    const bool is_half_of_a_pair = character >= 0xD800 && character <= 0xDFFF;
-    return is_longer_than_needed || is_half_of_a_pair || character > 0x10FFFF ? 0 : length;
-}
-
-static constexpr char DIGITS[] = "0123456789abcdef";
-
-static void append_hex(std::string &text, char character)
-{
-    const auto byte = static_cast<unsigned char>(character);
-    text += DIGITS[byte >> 4];
-    text += DIGITS[byte & 15];
-}
-
-void append_escaped(std::string &text, std::string_view bytes)
-{
-    for (char byte : bytes) {
-        text += "\\x";
-        append_hex(text, byte);
-    }
-}
-
 std::string clean(std::string_view text)
 {
     std::string cleaned;
@@ -104,15 +62,6 @@ bool is_decimal(std::string_view text)
            std::count(text.begin(), text.end(), '.') <= 1 &&
            std::all_of(text.begin(), text.end(),
                        [&](char character) { return is_digit(character) || character == '.'; });
-}
-
-std::string to_hex(std::string_view bytes)
-{
-    std::string digits;
-    digits.reserve(2 * bytes.size());
-    for (char byte : bytes)
-        append_hex(digits, byte);
-    return digits;
 }
 
 std::string from_hex(std::string_view digits)
@@ -269,6 +218,13 @@ std::string id_bound(std::string_view prefix, char fill)
         id[i] = static_cast<char>(std::tolower(character));
     }
     return id;
+}
+
+std::string id_at(Time time)
+{
+    char digits[32];
+    std::snprintf(digits, sizeof digits, "%012lx", std::max<long>(time.time_since_epoch().count(), 0));
+    return id_bound(std::string(digits, 8) + "-" + (digits + 8), '0');
 }
 
 } // namespace station::records

@@ -9,20 +9,13 @@
 namespace station::records
 {
 
-// The length of the UTF-8 character at `at`, which is set; 0 when the bytes there are none.
-size_t utf8_character(std::string_view text, size_t at, uint32_t &character);
-
-// Appends \x1b, or one for each of several bytes.
-void append_escaped(std::string &text, std::string_view bytes);
-
 // Valid UTF-8 without NUL: every other byte as \xNN.
 std::string clean(std::string_view text);
 
 // Such as 5, -12.50: digits with at most one point between them, and a minus sign before them.
 bool is_decimal(std::string_view text);
 
-// Two digits a byte, lower case.
-std::string to_hex(std::string_view bytes);
+// Of the two digits a byte that to_hex writes.
 std::string from_hex(std::string_view digits);
 
 Time now();
@@ -41,5 +34,8 @@ std::string new_id(Time &time);
 
 // The smallest and the greatest id that begin as `prefix` does; empty when no id can.
 std::string id_bound(std::string_view prefix, char fill);
+
+// The smallest id of a run that was started then.
+std::string id_at(Time time);
 
 } // namespace station::records
