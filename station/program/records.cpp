@@ -324,9 +324,11 @@ static void serve_push(const std::vector<std::string> &words, Asked &asked)
                  "also what was forwarded before: after the database has lost something");
     parse_words(app, words);
     const Where where = where_of(asked.records);
-    const size_t count = push(where, asked.again);
-    std::printf("%zu run%s forwarded to %s\n", count, count == 1 ? "" : "s",
+    const Pushed pushed = push(where, asked.again);
+    std::printf("%zu run%s forwarded to %s\n", pushed.runs, pushed.runs == 1 ? "" : "s",
                 escaped(shown(where.database), false).c_str());
+    if (pushed.not_taken > 0)
+        throw records::Error(std::to_string(pushed.not_taken) + " not taken; " + pushed.why);
 }
 
 int serve_records(const std::vector<std::string> &words, Settings &settings)

@@ -15,7 +15,9 @@ namespace station::records
 
 using Clock = std::chrono::steady_clock;
 
-static constexpr size_t RUNS_AT_ONCE = 32;
+// In one transaction; a few big answers fill it too.
+static constexpr size_t RUNS_AT_ONCE = 200;
+static constexpr size_t BYTES_AT_ONCE = 8U << 20;
 static constexpr auto FIRST_PAUSE = std::chrono::seconds(1);
 static constexpr auto LONGEST_PAUSE = std::chrono::seconds(30);
 static constexpr auto LAST_TRIES = std::chrono::seconds(5);
@@ -31,7 +33,7 @@ class Spool
         : database_(open_file(where.file, Access::write)), source_(Source::open({where.file, "", false})),
           waiting_(database_,
                    "SELECT id FROM runs WHERE forwarded = 0 AND verdict IS NOT NULL ORDER BY id LIMIT ?"),
-          done_(database_, "UPDATE runs SET forwarded = 1 WHERE id = ?")
+          mark_(database_, "UPDATE runs SET forwarded = ? WHERE id = ?")
     {
     }
 
@@ -53,17 +55,21 @@ class Spool
         while (waiting_.step())
             ids.push_back(waiting_.text(0));
         std::vector<WholeRun> runs;
-        runs.reserve(ids.size());
-        for (const std::string &id : ids)
-            runs.emplace_back(source_->find(id), source_->steps(id));
+        size_t bytes = 0;
+        for (size_t i = 0; i < ids.size() && bytes < BYTES_AT_ONCE; i++) {
+            runs.emplace_back(source_->find(ids[i]), source_->steps(ids[i]));
+            for (const Step &step : runs.back().second)
+                bytes += step.request.size() + step.answer.size() + step.expected.size() + step.cause.size();
+        }
         return runs;
     }
 
-    void done(const std::vector<WholeRun> &runs)
+    // What came of them: forwarded, or not taken, which the next push of all tries again.
+    void mark(const std::vector<WholeRun> &runs, bool is_taken)
     {
         Transaction transaction(database_);
         for (const WholeRun &run : runs)
-            done_.bind(run.first.id).execute();
+            mark_.bind(int64_t{is_taken ? 1 : 2}).bind(run.first.id).execute();
         transaction.commit();
     }
 
@@ -76,18 +82,34 @@ class Spool
   private:
     Database database_;
     std::unique_ptr<Source> source_;
-    Statement waiting_, done_;
+    Statement waiting_, mark_;
 };
 
 } // namespace
 
 // A run is marked when the database has it for sure; one that is forwarded twice changes nothing there.
-static size_t forward_some(Spool &spool, Postgres &database)
+// Returns how many of the runs were looked at, 0 when none waits.
+static size_t forward_some(Spool &spool, Postgres &database, Pushed &pushed)
 {
     const std::vector<WholeRun> runs = spool.next();
-    if (!runs.empty()) {
-        database.put(runs);
-        spool.done(runs);
+    if (runs.empty())
+        return 0;
+    const auto put = [&](const std::vector<WholeRun> &some) {
+        database.put(some);
+        spool.mark(some, true);
+        pushed.runs += some.size();
+    };
+    try {
+        put(runs);
+    } catch (const NotTaken &) { // one that the database does not take must not keep back the others
+        for (const WholeRun &run : runs)
+            try {
+                put({run});
+            } catch (const NotTaken &error) {
+                spool.mark({run}, false);
+                pushed.not_taken++;
+                pushed.why = "run " + run.first.id + " was not taken: " + error.what();
+            }
     }
     return runs.size();
 }
@@ -103,8 +125,8 @@ struct Forwarder::Inside {
     std::string problem;
     size_t waiting = 0;
     Clock::time_point end = Clock::time_point::max();
-    // Returns when all is forwarded, or throws.
-    void forward_all(std::unique_ptr<Spool> &spool, std::unique_ptr<Postgres> &database)
+    // Returns when all is forwarded, with what was not taken, or throws.
+    std::string forward_all(std::unique_ptr<Spool> &spool, std::unique_ptr<Postgres> &database)
     {
         if (!spool)
             spool = std::make_unique<Spool>(where);
@@ -112,12 +134,16 @@ struct Forwarder::Inside {
         if (!database) {
             database = std::make_unique<Postgres>(where.database);
             spool->forward_to(database->prepare(), false);
-        }
-        while (forward_some(*spool, *database) > 0) {
             note_waiting(spool->waiting());
-            if (Clock::now() > end_time())
-                return;
         }
+        Pushed pushed;
+        while (const size_t count = forward_some(*spool, *database, pushed)) {
+            note_forwarded(count);
+            if (Clock::now() > end_time())
+                break;
+        }
+        note_waiting(spool->waiting()); // few or none: counting them is cheap
+        return pushed.why;
     }
 
     void serve()
@@ -130,15 +156,17 @@ struct Forwarder::Inside {
             is_awake = false;
             lock.unlock();
             std::string what;
+            bool has_failed = false;
             try {
-                forward_all(spool, database);
+                what = forward_all(spool, database);
             } catch (const std::exception &error) {
                 what = error.what();
+                has_failed = true;
                 database.reset();
             }
             lock.lock();
             problem = what;
-            has_failed_last = !what.empty();
+            has_failed_last = has_failed;
             if (has_failed_last) {
                 changed.wait_for(lock, pause, [&] { return is_ending; });
                 pause = std::min<Clock::duration>(2 * pause, LONGEST_PAUSE);
@@ -156,6 +184,11 @@ struct Forwarder::Inside {
     {
         const std::lock_guard<std::mutex> lock(mutex);
         waiting = count;
+    }
+    void note_forwarded(size_t count)
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        waiting -= std::min(waiting, count);
     }
     Clock::time_point end_time() const
     {
@@ -202,7 +235,7 @@ Forwarding Forwarder::state() const
     return {inside_->waiting, inside_->problem};
 }
 
-size_t push(const Where &where, bool again)
+Pushed push(const Where &where, bool again)
 {
     if (where.database.empty())
         throw Error(where.file +
@@ -211,10 +244,10 @@ size_t push(const Where &where, bool again)
     Spool spool(where);
     Postgres database(where.database);
     spool.forward_to(database.prepare(), again);
-    size_t all = 0;
-    while (const size_t count = forward_some(spool, database))
-        all += count;
-    return all;
+    Pushed pushed;
+    while (forward_some(spool, database, pushed) > 0)
+        continue;
+    return pushed;
 }
 
 } // namespace station::records

@@ -34,7 +34,13 @@ class Forwarder
     std::thread thread_;
 };
 
-// Forwards now all that was not forwarded, or with `again` all there is. Returns how many runs. Throws Error.
-size_t push(const Where &where, bool again);
+struct Pushed {
+    size_t runs = 0;
+    size_t not_taken = 0; // by the database, whatever one does; the others come in spite of them
+    std::string why;      // the last of these was not
+};
+
+// Forwards now all that was not forwarded, or with `again` all there is. Throws Error.
+Pushed push(const Where &where, bool again);
 
 } // namespace station::records
