@@ -111,24 +111,36 @@ void Client::forget_input()
     wire_.clear();
 }
 
+// Nothing is under way here, so what lies there is nobody's. A closed connection shows here too, before the
+// request is on its way.
+void Client::drop_what_is_late(Deadline deadline)
+{
+    try {
+        bool is_late = taken_ < input_.size();
+        for (Bytes late; !(late = port_->read(Clock::now())).empty() && Clock::now() < deadline;) {
+            is_late = true;
+            if (settings_.trace)
+                trace_frame('<', late, "late: dropped");
+        }
+        if (is_late)
+            forget_input();
+    } catch (const PortError &) {
+        port_.reset();
+        endings_++;
+    }
+}
+
+bool Client::is_connected()
+{
+    if (port_)
+        drop_what_is_late(after(settings_.timeout));
+    return static_cast<bool>(port_);
+}
+
 void Client::connect(bool patient, Deadline deadline)
 {
-    if (port_) {
-        // Nothing is under way here, so what lies there is nobody's. A closed connection shows here too,
-        // before the request is on its way.
-        try {
-            bool is_late = taken_ < input_.size();
-            for (Bytes late; !(late = port_->read(Clock::now())).empty() && Clock::now() < deadline;) {
-                is_late = true;
-                if (settings_.trace)
-                    trace_frame('<', late, "late: dropped");
-            }
-            if (is_late)
-                forget_input();
-        } catch (const PortError &) {
-            port_.reset();
-        }
-    }
+    if (port_)
+        drop_what_is_late(deadline);
     if (!port_)
         open(patient, deadline);
     if (!in_step_)
@@ -247,6 +259,7 @@ bool Client::attempt(const Question &question, bool patient, Exchange &exchange)
         exchange.problem = error.what();
         exchange.port_died = port_died;
         answer_lost_ = answer_lost_ || sent;
+        endings_ += port_ && port_died ? 1 : 0;
         port_.reset();
         if (settings_.trace)
             trace_event(exchange.problem);

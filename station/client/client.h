@@ -60,12 +60,17 @@ class Client
     Exchange ask(const Question &question);
 
     Settings &settings() { return settings_; }
+    // Looks whether there is a connection that the other side has not ended.
+    [[nodiscard]] bool is_connected();
     // Grows when a lost connection was made anew.
     [[nodiscard]] int connections() const { return connections_; }
+    // Grows when the other side has ended one. What was lost otherwise has this side given up.
+    [[nodiscard]] int endings() const { return endings_; }
 
   private:
     enum class Received { packet, broken, nothing };
 
+    void drop_what_is_late(Deadline deadline);
     void connect(bool patient, Deadline deadline);
     void open(bool patient, Deadline deadline);
     void forget_input();
@@ -77,7 +82,7 @@ class Client
     bool attempt(const Question &question, bool patient, Exchange &exchange);
 
     Settings settings_;
-    int connections_ = 0;
+    int connections_ = 0, endings_ = 0;
     bool in_step_ = false;     // the next answer that comes is the next request's
     bool answer_lost_ = false; // and may still come, if the port is alive at all
     std::unique_ptr<Port> port_;

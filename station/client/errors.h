@@ -31,6 +31,11 @@ struct PhoneError : std::runtime_error {
     using runtime_error::runtime_error;
 };
 
+// The workstation's people want it to end.
+struct Interrupted : std::runtime_error {
+    using runtime_error::runtime_error;
+};
+
 // What was to be printed or kept could not be.
 struct OutputError : std::runtime_error {
     using runtime_error::runtime_error;

@@ -17,6 +17,7 @@ static constexpr size_t LINE_MAX_LENGTH = 512; // of a shell line
 static constexpr size_t CHUNK_MIN = 24;        // bytes for a line; a path that leaves less is too long
 // Bytes of an answer: 752 digits in lines of 76 and their line feeds, of 768 that there is room for.
 static constexpr size_t PULL_CHUNK = 564;
+static constexpr size_t PULL_MAX = size_t{1} << 30; // hours, at this pace
 static constexpr char DIGITS[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 static std::string to_base64(const uint8_t *bytes, size_t count)
@@ -54,11 +55,32 @@ static Bytes from_base64(const std::string &text)
     return bytes;
 }
 
+namespace
+{
+
+class Digester
+{
+  public:
+    Digester() { SHA256Init(&context_); }
+    void add(const Bytes &content) { SHA256Update(&context_, content.data(), content.size()); }
+    std::string end()
+    {
+        char text[SHA256_DIGEST_STRING_LENGTH];
+        SHA256End(&context_, text);
+        return text;
+    }
+
+  private:
+    SHA2_CTX context_ = {};
+};
+
+} // namespace
+
 std::string digest(const Bytes &content)
 {
-    char text[SHA256_DIGEST_STRING_LENGTH];
-    SHA256Data(content.data(), content.size(), text);
-    return text;
+    Digester digester;
+    digester.add(content);
+    return digester.end();
 }
 
 // A line that knows the path as "$f" and tells its errors in its output.
@@ -144,15 +166,17 @@ static void append(Client &client, const std::string &line, const std::string &s
     }
 }
 
-// Behind a failure that is worth more than this one's.
-static void remove_quietly(Client &client, const std::string &line)
+// Behind a failure that is worth more than this one's. Whether it is known to have gone.
+static bool remove_quietly(Client &client, const std::string &line)
 {
     try {
-        output_of(client, line);
+        return output_of(client, line).empty();
     } catch (const std::runtime_error &) {
-        return;
+        return false;
     }
 }
+
+static std::string left_in(const std::string &part) { return "; a part may be left in " + part; }
 
 void push_file(Client &client, const Bytes &content, const std::string &path, const Progress &progress)
 {
@@ -193,45 +217,57 @@ void push_file(Client &client, const Bytes &content, const std::string &path, co
         const std::string moved = output_of(client, last, false);
         if (moved != "ok")
             throw PhoneError("the file could not be moved to its place: the phone says '" + moved + "'");
-    } catch (const PhoneError &) {
-        remove_quietly(client, line_of(path, "rm -f " + part));
-        throw;
+    } catch (const PhoneError &error) {
+        const bool is_gone = remove_quietly(client, line_of(path, "rm -f " + part));
+        throw PhoneError(error.what() + (is_gone ? "" : left_in(path + suffix)));
+    } catch (const Interrupted &error) {
+        const bool is_gone = remove_quietly(client, line_of(path, "rm -f " + part));
+        throw Interrupted(std::string(error.what()) + ": " + path + " is as it was" +
+                          (is_gone ? "" : left_in(path + suffix)));
     } catch (const PortError &error) {
-        throw PortError(std::string(error.what()) + "; a part may be left in " + path + suffix);
+        throw PortError(error.what() + left_in(path + suffix));
     }
 }
 
-Bytes pull_file(Client &client, const std::string &path, const Progress &progress)
+Moved pull_file(Client &client, const std::string &path, const Sink &sink, const Progress &progress)
 {
     refuse_impossible(path);
     const std::string chunk_line = "dd if=\"$f\" bs=" + std::to_string(PULL_CHUNK) + " count=1 skip=";
     const std::string behind = " 2>/dev/null|base64";
-    if (line_of(path, chunk_line + std::to_string(SIZE_MAX) + behind).size() > LINE_MAX_LENGTH)
+    if (line_of(path, chunk_line + std::to_string(PULL_MAX) + behind).size() > LINE_MAX_LENGTH)
         throw UsageError("the path on the phone is too long: a shell line has " +
                          std::to_string(LINE_MAX_LENGTH) + " bytes, and the path stands in it");
     const std::string told = output_of(
         client,
         line_of(path, "if [ -f \"$f\" ];then wc -c <\"$f\";else ls -d \"$f\"&&echo no regular file;fi"));
-    size_t size = 0;
-    for (const char character : told.substr(std::min(told.find_first_not_of(' '), told.size()))) {
-        if (character < '0' || character > '9' || size > SIZE_MAX / 16)
-            throw PhoneError("nothing can be read: the phone says '" + told + "'");
-        size = size * 10 + static_cast<size_t>(character - '0');
-    }
-    Bytes content;
-    for (size_t skip = 0; content.size() < size; skip++) {
+    const std::string digits = told.substr(std::min(told.find_first_not_of(' '), told.size()));
+    if (digits.find_first_not_of("0123456789") != std::string::npos)
+        throw PhoneError("nothing can be read: the phone says '" + told + "'");
+    // What comes from a phone is bounded, whatever it says of itself.
+    if (digits.size() > std::to_string(PULL_MAX).size() || std::stoull("0" + digits) > PULL_MAX)
+        throw PhoneError(path + " has " + digits + " bytes; more than " + std::to_string(PULL_MAX) +
+                         " are not fetched");
+    const size_t size = std::stoull("0" + digits);
+    Digester digester;
+    size_t done = 0;
+    for (size_t skip = 0; done < size; skip++) {
         std::string command = chunk_line;
         command += std::to_string(skip);
         command += behind;
         const Bytes part = from_base64(output_of(client, line_of(path, command)));
-        content.insert(content.end(), part.begin(), part.end());
-        progress(content.size(), size);
+        if (part.empty())
+            break;
+        digester.add(part);
+        sink(part);
+        done += part.size();
+        progress(done, size);
         if (part.size() != PULL_CHUNK)
             break;
     }
-    expect_digest(output_of(client, line_of(path, "sha256sum <\"$f\"")), digest(content),
+    const std::string digest = digester.end();
+    expect_digest(output_of(client, line_of(path, "sha256sum <\"$f\"")), digest,
                   "the file was changed while it was read, or it cannot be read at all");
-    return content;
+    return {done, digest};
 }
 
 } // namespace station

@@ -168,7 +168,7 @@ struct Line::Slot : Listener {
         try {
             const Ended ended = play(line.plan_,
                                      {settings, answers_file ? *answers_file : static_cast<People &>(at_desk),
-                                      line.interrupts_, line.options_.stop, false, line.options_.why},
+                                      line.interrupts_, line.options_.stop, false, line.options_.why, true},
                                      {&keeper, this});
             show(ended.end, ended.end == End::aborted ? ended.cause : "");
         } catch (const records::Error &error) {
@@ -259,6 +259,7 @@ Line::~Line()
 
 void Line::add(const std::string &port)
 {
+    const std::lock_guard<std::mutex> lock(mutex_);
     for (const std::unique_ptr<Slot> &slot : slots_)
         if (slot->state.port == port)
             return;

@@ -2,7 +2,7 @@
 
 #include "station/client/bytes.h"
 #include "station/client/errors.h"
-#include "station/plan/script.h"
+#include "station/plan/pattern.h"
 
 #include <algorithm>
 #include <sstream>

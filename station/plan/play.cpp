@@ -2,6 +2,7 @@
 
 #include "station/plan/cause.h"
 
+#include <algorithm>
 #include <exception>
 
 namespace station
@@ -17,7 +18,7 @@ class Player
   public:
     Player(const Plan &plan, const Playing &playing, const std::vector<Listener *> &listeners)
         : plan_(plan), playing_(playing), listeners_(listeners),
-          run_(playing.settings, playing.people, playing.interrupts)
+          run_(playing.settings, playing.people, playing.interrupts), watches_(playing.watch)
     {
     }
 
@@ -69,29 +70,34 @@ class Player
     void play_step(size_t index, const Step &step)
     {
         tell([&](Listener &listener) { listener.step_begins(index, step); });
-        Row row = run_.take(step, [&](const Prompt &prompt) {
-            tell([&](Listener &listener) { listener.question_open(prompt); });
-        });
         const bool asked = step.kind == Step::Kind::request;
+        Row row;
+        row.step = &step;
+        // What is meant for this unit is not sent to whoever has come in its place.
+        if (!asked || unit_.empty() || run_.client().is_connected() ||
+            is_there(step.within > 0 ? std::min(step.within, step.timeout) : step.timeout, step.retries, row))
+            row = run_.take(step, [&](const Prompt &prompt) {
+                tell([&](Listener &listener) { listener.question_open(prompt); });
+            });
         if (!row.as_expected && asked && playing_.why && !row.port_died && row.result.verdict != SUCCESS &&
-            row.result.verdict != REFUSED && !step.must_fail) {
+            row.result.verdict != REFUSED && !step.must_fail && row.exchange.attempts > 0) {
             const std::string lines = fetch_cause(run_.client(), row.step->request);
             if (!lines.empty())
                 row.cause = lines;
         }
         const bool lost = asked && row.exchange.outcome == Outcome::silence;
-        if (!lost && !unit_.empty())
+        if (!lost && !row.port_died && !wrong_phone_)
             look_whether_same(row);
-        if (step.names_unit && row.as_expected && row.result.verdict == SUCCESS && !row.answer.empty()) {
+        if (!row.unit.empty()) {
             unit_request_ = row.step->request;
-            unit_ = row.answer;
+            unit_ = row.unit;
+            connections_ = run_.client().connections();
             tell([&](Listener &listener) { listener.unit_told(unit_); });
         }
-        if (!lost)
-            connections_ = run_.client().connections();
+        watches_ = watches_ || step.names_unit;
         // What has lost its answer, may come to anything or takes the phone down has its connection lost.
-        excused_ =
-            step.kind == Step::Kind::wait || lost || step.may_fail || row.step->request.takes_phone_down;
+        if (asked || step.kind == Step::Kind::wait)
+            excused_ = !asked || lost || step.may_fail || row.step->request.takes_phone_down;
         failed_ = failed_ || !row.as_expected;
         stopped_ = stopped_ || (!row.as_expected && (step.stops || playing_.stop));
         if (row.port_died && !playing_.keep_going) {
@@ -101,24 +107,42 @@ class Player
         tell([&](Listener &listener) { listener.step_finished(row); });
     }
 
-    // A connection that was made anew may lead to another unit, or to one that has restarted by itself.
+    // Whether the unit answers by its name; if not, the row tells what is there instead.
+    bool is_there(double timeout, int retries, Row &row)
+    {
+        Client &client = run_.client();
+        client.settings().timeout = timeout;
+        client.settings().retries = retries;
+        const Exchange exchange = client.ask(unit_request_);
+        const Result result = judge(unit_request_, exchange);
+        const std::string now = answer_line(exchange, result);
+        if (now == unit_) {
+            connections_ = client.connections();
+            return true;
+        }
+        wrong_phone_ = result.verdict == SUCCESS;
+        row.as_expected = row.step->may_fail && !wrong_phone_;
+        row.port_died = exchange.port_died && !row.as_expected;
+        row.cause = (wrong_phone_ ? "another unit answers: " : "the unit tells its name no more: ") + now;
+        if (row.answer.empty())
+            row.answer = "not sent";
+        return false;
+    }
+
+    // A connection that was made anew may lead to another unit, and one that the other side has ended, to one
+    // that has restarted by itself.
     void look_whether_same(Row &row)
     {
         Client &client = run_.client();
-        if (client.connections() == connections_ || row.port_died)
+        const bool is_excused = excused_ || row.step->kind == Step::Kind::wait || row.step->may_fail;
+        const bool has_ended = client.endings() != endings_;
+        endings_ = client.endings();
+        if (!unit_.empty() && client.connections() != connections_ && !is_there(UNIT_TIMEOUT, 0, row))
             return;
-        const bool excused = excused_ || row.step->kind == Step::Kind::wait || row.step->may_fail;
-        client.settings().timeout = UNIT_TIMEOUT;
-        client.settings().retries = 0;
-        const Exchange exchange = client.ask(unit_request_);
-        const std::string now = answer_line(exchange, judge(unit_request_, exchange));
-        if (exchange.outcome == Outcome::answer && now != unit_) {
-            wrong_phone_ = true;
+        if (watches_ && has_ended && !is_excused) {
+            row.cause = "the phone, or its service, has restarted by itself" +
+                        (row.as_expected ? "" : " / " + row.cause);
             row.as_expected = false;
-            row.cause = "another unit answers: " + now;
-        } else if (!excused) {
-            row.as_expected = false;
-            row.cause = "the phone, or its service, has restarted by itself";
         }
     }
 
@@ -129,8 +153,10 @@ class Player
     Ended ended_;
     std::exception_ptr failure_;
     Request unit_request_;
-    std::string unit_; // once it has told
-    int connections_ = 0;
+    std::string unit_;    // once it has told
+    int connections_ = 0; // when it was last known to be the unit's
+    int endings_ = 0;     // that were looked at
+    bool watches_;        // it is one unit from here on
     bool excused_ = false;
     bool failed_ = false, stopped_ = false, dead_ = false, dead_for_good_ = false, wrong_phone_ = false;
 };

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "station/plan/run.h"
+#include "station/plan/script.h"
 
 #include <string>
 #include <vector>
@@ -39,6 +40,7 @@ struct Playing {
     bool stop = false;            // at the first failure
     bool keep_going = false;      // also when the port has died
     bool why = true;              // fetch the cause of a failed request
+    bool watch = false;           // whether the phone restarts by itself; else only behind the plan's `unit`
 };
 
 // Plays the plan. A listener that throws ends the run as an error: the steps of `phase always` are played all

@@ -1,6 +1,7 @@
 #include "station/plan/run.h"
 
 #include "station/client/errors.h"
+#include "station/plan/pattern.h"
 
 #include <algorithm>
 #include <thread>
@@ -66,17 +67,19 @@ static void sleep_for(double seconds, const Interrupts &interrupts)
         std::this_thread::sleep_for(std::min<Clock::duration>(deadline - Clock::now(), POLL_PAUSE));
 }
 
-// The answer's number: its text's, or its meaning's in the unit of the limits (8 GiB).
+// The answer's number: its text's, or its meaning's in the unit of the limits (8 GiB), where its bytes are
+// none.
 static std::optional<Decimal> number_of(const Step &step, const Result &result)
 {
+    const std::string &meaning = result.meaning.text;
+    if (!meaning.empty()) {
+        const size_t blank = meaning.find(' ');
+        const bool in_unit = blank != std::string::npos && meaning.substr(blank + 1) == step.unit;
+        return Decimal::parse(in_unit ? meaning.substr(0, blank) : meaning);
+    }
     std::string text = to_text(result.data);
     text.erase(std::min(text.find_last_not_of(" \t\r\n") + 1, text.size()));
     text.erase(0, std::min(text.find_first_not_of(" \t"), text.size()));
-    const std::string &meaning = result.meaning.text;
-    const std::string unit = " " + step.unit;
-    if (!step.unit.empty() && meaning.size() > unit.size() &&
-        meaning.compare(meaning.size() - unit.size(), unit.size(), unit) == 0)
-        text = meaning.substr(0, meaning.size() - unit.size());
     return Decimal::parse(text);
 }
 
@@ -87,8 +90,8 @@ static std::string fault_of(Row &row)
     const Result &result = row.result;
     if (step.must_fail && result.verdict == SUCCESS)
         return "a failure was wanted";
-    if (step.must_fail ? result.verdict != FAILURE
-                       : result.verdict != SUCCESS && !step.may_fail && !step.compares)
+    const bool may_fail = step.may_fail || step.compares || (step.only_names && result.verdict == FAILURE);
+    if (step.must_fail ? result.verdict != FAILURE : result.verdict != SUCCESS && !may_fail)
         return *result.word ? result.word : result.verdict == FAILURE ? "the phone says no" : row.answer;
     if (step.has_limits) {
         row.measured = result.verdict == SUCCESS ? number_of(step, result) : std::nullopt;
@@ -115,6 +118,14 @@ static std::string seconds_text(double seconds)
     char text[32];
     std::snprintf(text, sizeof text, "%.3g s", seconds);
     return text;
+}
+
+// Empty when the answer is none.
+static std::string name_in(const Row &row)
+{
+    const std::string text = to_text(row.result.data);
+    const bool is_blank = text.find_first_not_of(" \t\r\n") == std::string::npos;
+    return row.as_expected && row.result.verdict == SUCCESS && !is_blank ? row.answer : "";
 }
 
 void Run::ask_people(Row &row, const std::function<void(const Prompt &)> &question_open)
@@ -174,6 +185,11 @@ Row Run::take(const Step &step, const std::function<void(const Prompt &)> &quest
         if (row.cause.empty() && step.within > 0 && passed() > step.within * 1000)
             row.cause = "took " + seconds_text(passed() / 1000);
         row.as_expected = row.cause.empty();
+        if (step.names_unit) {
+            row.unit = name_in(row);
+            if (row.as_expected && row.unit.empty())
+                row.cause = "the unit has told no name: the port's stands in";
+        }
         row.port_died = row.exchange.port_died && !row.as_expected;
         goes_down_ = step_.request.takes_phone_down && row.result.verdict == SUCCESS;
         return row;

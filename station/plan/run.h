@@ -3,8 +3,8 @@
 
 #include "station/catalogue/answer.h"
 #include "station/client/client.h"
+#include "station/plan/inputs.h"
 #include "station/plan/people.h"
-#include "station/plan/script.h"
 
 #include <atomic>
 #include <functional>
@@ -21,7 +21,8 @@ struct Row {
     bool port_died = false; // and the step did not expect that
     std::string answer;
     std::optional<Decimal> measured;
-    std::string cause; // why it is not as expected
+    std::string cause; // why it is not as expected, or names nobody
+    std::string unit;  // that the answer names
     double milliseconds = 0;
     Exchange exchange;
     Result result;

@@ -5,7 +5,7 @@
 #include "station/client/errors.h"
 #include "station/line/line.h"
 #include "station/program/interrupts.h"
-#include "station/program/output.h"
+#include "station/program/screen.h"
 #include "station/program/terminal.h"
 
 #include <CLI/CLI.hpp>
@@ -16,114 +16,18 @@
 #include <ctime>
 #include <optional>
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace station
 {
 
 static constexpr int LOOK_MILLISECONDS = 100;
-static constexpr size_t BAR = 20;
-static constexpr size_t UNIT_MAX = 24;
 
 std::string station_name()
 {
     char name[256] = "";
     return gethostname(name, sizeof name - 1) == 0 ? name : "";
 }
-
-namespace
-{
-
-// A line a slot, and below it the cause of its failure, drawn over what was drawn before.
-class Screen
-{
-  public:
-    void draw(const std::vector<SlotState> &slots, const std::string &below)
-    {
-        winsize window = {};
-        ioctl(STDOUT_FILENO, TIOCGWINSZ, &window);
-        const size_t width = window.ws_col > 20 ? window.ws_col : 80;
-        const size_t height = window.ws_row > 4 ? window.ws_row : 24;
-        std::vector<std::string> lines;
-        for (const SlotState &slot : slots) {
-            lines.push_back(slot_line(slot, width));
-            const bool tells = slot.phase != SlotState::Phase::waits && !slot.cause.empty();
-            if (tells)
-                lines.push_back(
-                    "    " +
-                    fitted((slot.failing.empty() ? "" : slot.failing + ": ") + slot.cause, width - 5));
-        }
-        if (lines.size() > height - 2) {
-            const size_t hidden = lines.size() - (height - 3);
-            lines.resize(height - 3);
-            lines.push_back("    ... " + std::to_string(hidden) + " lines more than the terminal has");
-        }
-        lines.push_back(fitted(below, width - 1));
-        std::string text;
-        for (const std::string &line : lines)
-            text += (text.empty() ? "" : "\n") + line;
-        if (text == drawn_)
-            return;
-        std::string moved = "\r";
-        if (rows_ > 1)
-            moved += "\033[" + std::to_string(rows_ - 1) + "A";
-        moved += "\033[J";
-        std::fputs((moved + text).c_str(), stdout);
-        drawn_ = text;
-        rows_ = lines.size();
-        flush_output();
-    }
-
-    // What the person types stands behind the last line: it has to be drawn anew.
-    void forget() { drawn_.clear(); }
-
-  private:
-    static std::string fitted(const std::string &raw, size_t width)
-    {
-        const std::string text = escaped(raw, false);
-        size_t end = 0;
-        for (size_t count = 0; end < text.size(); end++)
-            if ((text[end] & 0xC0) != 0x80 && count++ == width)
-                break;
-        return text.substr(0, end);
-    }
-
-    static std::string slot_line(const SlotState &slot, size_t width)
-    {
-        std::string unit = fitted(slot.unit, UNIT_MAX);
-        unit.resize(std::max(unit.size(), UNIT_MAX), ' ');
-        char number[16];
-        std::snprintf(number, sizeof number, "%3d ", slot.number);
-        const size_t filled = slot.steps ? slot.done * BAR / slot.steps : 0;
-        const std::string bar = "[" + std::string(filled, '#') + std::string(BAR - filled, '.') + "] ";
-        const std::string head = number + unit + " " + bar;
-        const size_t left = width > head.size() + 10 ? width - head.size() - 1 : 10;
-        switch (slot.phase) {
-        case SlotState::Phase::waits:
-            return head + fitted("waits for a phone", left);
-        case SlotState::Phase::refused:
-            return head + fitted("refused", left);
-        case SlotState::Phase::tests:
-            return head + fitted(std::to_string(slot.done + 1) + "/" + std::to_string(slot.steps) + " " +
-                                     slot.step + (slot.failing.empty() ? "" : "  (has failed)"),
-                                 left);
-        default:
-            return head + (slot.end == End::pass ? "\033[1;32mPASS\033[0m"
-                                                 : "\033[1;31m" + verdict(slot.end) + "\033[0m");
-        }
-    }
-
-    static std::string verdict(End end)
-    {
-        return end == End::fail ? "FAIL" : end == End::aborted ? "ABORTED" : "ERROR";
-    }
-
-    std::string drawn_;
-    size_t rows_ = 0;
-};
-
-} // namespace
 
 static bool is_terminal()
 {

@@ -3,12 +3,10 @@
 #include "station/catalogue/options.h"
 #include "station/catalogue/suggest.h"
 #include "station/client/errors.h"
-#include "station/client/files.h"
 #include "station/plan/script.h"
-#include "station/program/kept_file.h"
+#include "station/program/files.h"
 #include "station/program/line.h"
 #include "station/program/output.h"
-#include "station/program/progress_bar.h"
 #include "station/program/records.h"
 #include "station/program/reference.h"
 #include "station/program/table.h"
@@ -18,7 +16,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <optional>
 #include <sstream>
 
 namespace station
@@ -133,64 +130,6 @@ static int serve_run(const Words &words, Settings &settings)
     if (status == NO_ANSWER)
         hint_at_port(settings);
     return status;
-}
-
-static int serve_push(const Words &words, Settings &settings)
-{
-    CLI::App app(
-        "Puts a file on the phone, by shell lines of the service; its content is checked by a digest.\n"
-        "It is written under a name beside PATH and moved when it is whole; a file that is there is "
-        "replaced.",
-        "push");
-    std::string file, path;
-    app.add_option("FILE", file, "the file, - for standard input")->required();
-    app.add_option("PATH", path, "the absolute path on the phone")->required();
-    add_request_options(app, settings);
-    parse_words(app, words);
-    check(settings);
-    const Bytes content = read_whole_file(file);
-    Client client(settings.client);
-    const ProgressBar bar(!settings.json);
-    push_file(client, content, path, [&](size_t done, size_t all) { bar.show(done, all, "bytes"); });
-    bar.clear();
-    print_moved(stdout, settings, path, content);
-    return SUCCESS;
-}
-
-static int serve_pull(const Words &words, Settings &settings)
-{
-    CLI::App app(
-        "Fetches a regular file from the phone, by shell lines of the service; its content is checked by\n"
-        "a digest. FILE is there when it is whole; a file that is there is replaced. With - for FILE the "
-        "content\n"
-        "goes to the standard output, and the summary to standard error.",
-        "pull");
-    std::string file, path;
-    app.add_option("PATH", path, "the absolute path on the phone")->required();
-    app.add_option("FILE", file, "where it goes, - for standard output")->required();
-    add_request_options(app, settings);
-    parse_words(app, words);
-    check(settings);
-    std::optional<KeptFile> kept;
-    if (file != "-")
-        kept.emplace(file);
-    std::FILE *const out = kept ? kept->file() : stdout;
-    if (isatty(fileno(out)))
-        throw UsageError((kept ? file : "the output") +
-                         " is a terminal; it would obey what the phone's file holds");
-    Client client(settings.client);
-    const ProgressBar bar(!settings.json);
-    const Bytes content =
-        pull_file(client, path, [&](size_t done, size_t all) { bar.show(done, all, "bytes"); });
-    bar.clear();
-    if (!content.empty()) // whose data may be no pointer
-        std::fwrite(content.data(), 1, content.size(), out);
-    if (kept)
-        kept->keep();
-    else if (std::fflush(out) != 0)
-        return NO_OUTPUT; // as main tells at the end of all output
-    print_moved(kept ? stdout : stderr, settings, kept ? file : path, content);
-    return SUCCESS;
 }
 
 static int ask(const Words &words, Settings settings)
@@ -308,6 +247,8 @@ static int serve(int count, char **words)
         return complain(error.what(), NO_ANSWER);
     } catch (const Refused &error) {
         return complain(error.what(), REFUSED);
+    } catch (const Interrupted &error) {
+        return complain(error.what(), INTERRUPTED);
     } catch (const OutputError &error) {
         return complain(error.what(), NO_OUTPUT);
     } catch (const records::Error &error) {

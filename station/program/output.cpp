@@ -3,7 +3,6 @@
 #include "station/catalogue/page.h"
 #include "station/catalogue/suggest.h"
 #include "station/client/errors.h"
-#include "station/client/files.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -119,14 +118,13 @@ void print_result(const Settings &settings, const Request &request, const Exchan
     std::printf("%s%s\n", line.c_str(), time.c_str());
 }
 
-void print_moved(std::FILE *out, const Settings &settings, const std::string &path, const Bytes &content)
+void print_moved(std::FILE *out, const Settings &settings, const std::string &path, const Moved &moved)
 {
     if (settings.json)
         std::fprintf(out, "%s\n",
-                     dump({{"path", path}, {"bytes", content.size()}, {"sha256", digest(content)}}).c_str());
+                     dump({{"path", path}, {"bytes", moved.bytes}, {"sha256", moved.digest}}).c_str());
     else
-        std::fprintf(out, "%s: %zu bytes, SHA-256 %s\n", path.c_str(), content.size(),
-                     digest(content).c_str());
+        std::fprintf(out, "%s: %zu bytes, SHA-256 %s\n", path.c_str(), moved.bytes, moved.digest.c_str());
 }
 
 static Json list_entry(const Command &command)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "station/catalogue/answer.h"
+#include "station/client/files.h"
 
 #include <nlohmann/json.hpp>
 #include <string>
@@ -21,7 +22,7 @@ void print_result(const Settings &settings, const Request &request, const Exchan
 std::string milliseconds_text(double milliseconds);
 
 // What became of a file that was pushed to or pulled into `path`.
-void print_moved(std::FILE *out, const Settings &settings, const std::string &path, const Bytes &content);
+void print_moved(std::FILE *out, const Settings &settings, const std::string &path, const Moved &moved);
 
 // Throws OutputError when standard output has not taken everything.
 void flush_output();

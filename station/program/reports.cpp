@@ -1,5 +1,6 @@
 #include "station/program/reports.h"
 
+#include "station/client/errors.h"
 #include "station/records/forms.h"
 
 namespace station

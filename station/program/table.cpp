@@ -53,14 +53,12 @@ class Table
              coded ? code_text(step.request.code) : "", clipped(shown_name(step), name_),
              escaped(step.request.words, false), escaped(row.answer, false),
              step.kind == Step::Kind::skip ? "" : milliseconds_text(row.milliseconds));
-        if (row.as_expected)
-            return;
-        if (step.kind == Step::Kind::request)
+        if (!row.as_expected && step.kind == Step::Kind::request)
             std::printf("  line %d%s wants %s\n", step.line,
                         step.file == path_ ? "" : escaped(" of " + step.file, false).c_str(),
                         escaped(step.wanted(), false).c_str());
         if (!row.cause.empty() && row.cause != row.answer)
-            std::printf("  because: %s\n", escaped(row.cause, false).c_str());
+            std::printf("  %s%s\n", row.as_expected ? "" : "because: ", escaped(row.cause, false).c_str());
     }
 
   private:

@@ -1,0 +1,34 @@
+#include "station/plan/step.h"
+
+#include <cstdio>
+
+namespace station
+{
+
+const char *left_out(const Step &step) { return step.must_fail ? "failure" : "success"; }
+
+const std::string &Step::name() const { return !title.empty() ? title : !text.empty() ? text : request.name; }
+
+static std::string limits_text(const Step &step)
+{
+    const std::string low = step.low ? step.low->text() : "", high = step.high ? step.high->text() : "";
+    return (!low.empty() && low == high ? low : low + ".." + high) +
+           (step.unit.empty() ? "" : " " + step.unit);
+}
+
+std::string Step::wanted() const
+{
+    std::string text_wanted = must_fail ? "a failure" : "";
+    if (compares)
+        text_wanted += (text_wanted.empty() ? "" : ": ") + std::string(is_pattern ? "like " : "") + expected;
+    if (has_limits)
+        text_wanted = "in " + limits_text(*this);
+    if (text_wanted.empty())
+        text_wanted = "a success";
+    char time[32] = "";
+    if (within > 0)
+        std::snprintf(time, sizeof time, ", within %g s", within);
+    return text_wanted + time;
+}
+
+} // namespace station

@@ -1,0 +1,22 @@
+// One line of a plan, from its words to a step.
+#pragma once
+
+#include "station/plan/inputs.h"
+
+namespace station
+{
+
+// A word of the plan's language; what stands in quotes is text.
+inline bool is(const Word &word, const char *text) { return !word.quoted && word.text == text; }
+
+// The texts from `begin` on, joined by one blank each.
+std::string joined_from(const Words &words, size_t begin);
+
+// Each takes a line's words into the step and throws UsageError: `words` are as they stand, the sign in front
+// left out; the step knows already whether it must or may fail.
+void parse_skip(const Words &words, Step &step);                             // skip NAME REASON
+void parse_pause(const Words &words, Step &step);                            // wait, sleep
+void parse_prompt(const Words &words, Step &step);                           // tell, ask, input
+void parse_asking(const Words &words, const Settings &settings, Step &step); // a request
+
+} // namespace station

@@ -1,0 +1,103 @@
+#include "station/program/files.h"
+
+#include "station/catalogue/options.h"
+#include "station/client/errors.h"
+#include "station/client/files.h"
+#include "station/program/interrupts.h"
+#include "station/program/kept_file.h"
+#include "station/program/output.h"
+#include "station/program/progress_bar.h"
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <optional>
+
+namespace station
+{
+
+int serve_push(const std::vector<std::string> &words, Settings &settings)
+{
+    CLI::App app(
+        "Puts a file on the phone, by shell lines of the service; its content is checked by a digest.\n"
+        "It is written under a name beside PATH and moved when it is whole; a file that is there is "
+        "replaced.",
+        "push");
+    std::string file, path;
+    app.add_option("FILE", file, "the file, - for standard input")->required();
+    app.add_option("PATH", path, "the absolute path on the phone")->required();
+    add_request_options(app, settings);
+    parse_words(app, words);
+    check(settings);
+    const Bytes content = read_whole_file(file);
+    Client client(settings.client);
+    const ProgressBar bar(!settings.json);
+    const Interrupts &interrupts = catch_interrupts();
+    push_file(client, content, path, [&](size_t done, size_t all) {
+        bar.show(done, all, "bytes");
+        if (interrupts != 0)
+            throw Interrupted("interrupted");
+    });
+    bar.clear();
+    print_moved(stdout, settings, path, {content.size(), digest(content)});
+    return SUCCESS;
+}
+
+static bool copy(std::FILE *from, std::FILE *to)
+{
+    char piece[65536];
+    std::rewind(from);
+    for (size_t count = 0; (count = std::fread(piece, 1, sizeof piece, from)) > 0;)
+        std::fwrite(piece, 1, count, to);
+    return std::fflush(to) == 0 && !std::ferror(from);
+}
+
+int serve_pull(const std::vector<std::string> &words, Settings &settings)
+{
+    CLI::App app(
+        "Fetches a regular file from the phone, by shell lines of the service; its content is checked by\n"
+        "a digest. FILE is there when it is whole; a file that is there is replaced. With - for FILE the "
+        "content\n"
+        "goes to the standard output, and the summary to standard error.",
+        "pull");
+    std::string file, path;
+    app.add_option("PATH", path, "the absolute path on the phone")->required();
+    app.add_option("FILE", file, "where it goes, - for standard output")->required();
+    add_request_options(app, settings);
+    parse_words(app, words);
+    check(settings);
+    std::optional<KeptFile> kept;
+    if (file != "-")
+        kept.emplace(file);
+    std::FILE *const out = kept ? kept->file() : stdout;
+    if (isatty(fileno(out)))
+        throw UsageError((kept ? file : "the output") +
+                         " is a terminal; it would obey what the phone's file holds");
+    // What does not get here whole goes nowhere, not to the standard output either.
+    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> waiting(kept ? nullptr : std::tmpfile(),
+                                                                   std::fclose);
+    if (!kept && !waiting)
+        throw OutputError(std::string("cannot make a temporary file: ") + std::strerror(errno));
+    std::FILE *const grows = kept ? kept->file() : waiting.get();
+    Client client(settings.client);
+    const ProgressBar bar(!settings.json);
+    const Moved moved = pull_file(
+        client, path,
+        [&](const Bytes &part) {
+            if (std::fwrite(part.data(), 1, part.size(), grows) != part.size())
+                throw OutputError("cannot write " + (kept ? file : "a temporary file") + ": " +
+                                  std::strerror(errno));
+        },
+        [&](size_t done, size_t all) { bar.show(done, all, "bytes"); });
+    bar.clear();
+    if (kept)
+        kept->keep();
+    else if (!copy(waiting.get(), stdout))
+        return NO_OUTPUT; // as main tells at the end of all output
+    print_moved(kept ? stdout : stderr, settings, kept ? file : path, moved);
+    return SUCCESS;
+}
+
+} // namespace station
