@@ -1,11 +1,198 @@
-// The plan's exact numbers, and what a phone's log tells of a failure. What plans do is tested by line_test.
+// A plan's text: what it says, all that is wrong with it, its exact numbers, and what a phone's log tells of
+// a failure. How plans are played is play_test's.
+#include "station/client/errors.h"
 #include "station/plan/cause.h"
 #include "station/plan/decimal.h"
+#include "station/plan/script.h"
 
+#include <fstream>
 #include <gtest/gtest.h>
+
+#include "tests/wire.h"
 
 namespace station
 {
+
+namespace
+{
+
+class Plans
+{
+  public:
+    temporary_folder folder;
+
+    std::string write(const std::string &name, const std::string &text) const
+    {
+        std::ofstream(folder.path + "/" + name) << text;
+        return folder.path + "/" + name;
+    }
+    Plan parse(const std::string &text) const { return parse_plan(write("plan", text), {}); }
+    // What is told of the mistakes, without the folder's name.
+    std::string mistakes(const std::string &text) const
+    {
+        try {
+            parse(text);
+            return "";
+        } catch (const UsageError &error) {
+            std::string told = error.what();
+            for (size_t at = 0; (at = told.find(folder.path + "/", at)) != std::string::npos;)
+                told.erase(at, folder.path.size() + 1);
+            return told;
+        }
+    }
+};
+
+} // namespace
+
+TEST(Plan, EveryMistakeIsToldWithItsLine)
+{
+    const Plans plans;
+    const struct {
+        const char *line, *told;
+    } rows[] = {
+        {"get-porp a", "'get-porp' is no command; `station list` shows them all; did you mean get-prop?"},
+        {"!", "no request"},
+        {"=> x", "no request"},
+        {"get-prop 'a", "a quotation mark stays open"},
+        {"get-prop a =>", "nothing stands behind =>; \"\" is the empty text"},
+        {"get-prop a =~ (", "'(' is no pattern: missing ): ("},
+        {"get-prop a --json",
+         "get-prop: --json takes no effect in a script's line; give it to `station run`"},
+        {"get-prop --help", "a plan asks for no help"},
+        {"battery-voltage in 5..4 V", "in 5..4: the low limit is above the high one"},
+        {"battery-voltage in ..", "in ..: a limit without an end limits nothing"},
+        {"battery-voltage in",
+         "nothing stands behind in; limits are LOW..HIGH, LOW.., ..HIGH or a value alone"},
+        {"battery-voltage in 1e3",
+         "'1e3' is no limit; limits are LOW..HIGH, LOW.., ..HIGH or a value alone, in digits such as -12.50"},
+        {"battery-voltage in 1 => 1", "limits and an expected text: an answer is judged by one"},
+        {"! battery-voltage in 1", "a failure has no number to be judged"},
+        {"battery-voltage stop => 1", "stop stands behind what is expected"},
+        {"port-check as x", "as takes a name in quotation marks"},
+        {"port-check as \"\"", "as takes a name in quotation marks"},
+        {"port-check within 2", "within takes a time such as 2 s, 500 ms or 1 min"},
+        {"port-check within 2 h", "within takes a time such as 2 s, 500 ms or 1 min"},
+        {"port-check within 0 s", "within 0 s: nothing is as fast"},
+        {"port-check within -1 s", "within takes a number of seconds, a day's at most"},
+        {"port-check stop as \"x\"",
+         "'as' is not expected here; behind a step stand as \"TEXT\", within 2 s and stop, in this order"},
+        {"tell", "tell takes a text in quotation marks"},
+        {"ask two words",
+         "'words' is not expected here; behind a step stand as \"TEXT\", within 2 s and stop, in this order"},
+        {"! ask \"x\"", "ask has no answer to be judged"},
+        {"input 1x \"t\"", "'1x' is no name for an input; letters, digits and _ make one"},
+        {"input A", "input takes a name and a text in quotation marks"},
+        {"input A \"t\" =~ (", "'(' is no pattern: missing ): ("},
+        {"wait soon", "wait takes a number of seconds, a day's at most"},
+        {"sleep 86401", "sleep takes a number of seconds, a day's at most"},
+        {"sleep inf", "sleep takes a number of seconds, a day's at most"},
+        {"? wait 1", "wait has no answer to be judged"},
+        {"wait 1 within 2 s", "wait has a time of its own"},
+        {"skip get-prop", "skip takes a command's name and a reason"},
+        {"skip get-porp why", "'get-porp' is no command; did you mean get-prop?"},
+        {"? skip get-prop why", "skip tells of a success, `! skip` of a failure"},
+        {"phase", "phase takes a name"},
+        {"include", "include takes a file"},
+        {"include /no/such", "cannot read /no/such: No such file or directory"},
+        {"include plan", "include plan: this file includes itself, by itself or by others"},
+    };
+    std::string text, told;
+    int number = 0;
+    for (const auto &row : rows) {
+        text += "# \n" + std::string(row.line) + "\n";
+        number += 2;
+        told += (told.empty() ? "plan:" : "\nplan:") + std::to_string(number) + ": " + row.told;
+    }
+    EXPECT_EQ(plans.mistakes(text), told);
+    EXPECT_EQ(plans.mistakes(std::string("port-check\0\n", 12)), "plan:1: a byte 0 stands in the line");
+
+    EXPECT_EQ(plans.mistakes("unit usb-serial\nunit usb-serial\nphase always\nunit usb-serial\n"),
+              "plan:2: unit stands in a plan once\nplan:4: unit stands in a plan once");
+    EXPECT_EQ(plans.mistakes("phase always\nunit usb-serial\n"),
+              "plan:2: unit stands before `phase always`: what is tested has to be known before");
+    EXPECT_EQ(
+        plans.mistakes("set-prop a $B\ninput B 't'\nset-prop a $C\ninput B 'u'\nport-check as \"of $B\"\n"),
+        "plan:4: $B is put in before already\n"
+        "plan:5: as: a step is called the same for every unit, and 'of $B' would not be; in single quotes it "
+        "is a text\n"
+        "plan:1: $B is put in only behind this line\n"
+        "plan:3: no input of this plan is called $C; did you mean $B?; in single quotes it is a text");
+    EXPECT_EQ(plans.mistakes("# nothing\nsleep 1\n"), "plan: no line of it asks anything");
+    plans.write("inner", "port-check\ninclude plan\nget-porp a\n");
+    EXPECT_EQ(plans.mistakes("include inner\n\nwait\n"),
+              "inner:2: include plan: this file includes itself, by itself or by others\n"
+              "inner:3: 'get-porp' is no command; `station list` shows them all; did you mean get-prop?\n"
+              "plan:3: wait takes a number of seconds, a day's at most");
+    // Each includes the next one twice: no loop, and no end.
+    for (int i = 0; i < 40; i++)
+        plans.write("twice" + std::to_string(i), ("include twice" + std::to_string(i + 1) + "\n") +
+                                                     "include twice" + std::to_string(i + 1) + "\n");
+    plans.write("twice40", "# \n");
+    EXPECT_NE(plans.mistakes("include twice0\n").find("more than 1000 files"), std::string::npos);
+}
+
+TEST(Plan, WhatALineSays)
+{
+    const Plans plans;
+    const struct {
+        const char *line, *name, *words, *wanted;
+        bool stops;
+    } rows[] = {
+        {"get-prop a", "get-prop", "a", "a success", false},
+        {"set-prop a stop", "set-prop", "a stop", "a success", false},
+        {"set-prop a b stop", "set-prop", "a b", "a success", true},
+        {"set-prop a \"b c\" as \"x y\" within 500 ms stop", "x y", "a \"b c\"", "a success, within 0.5 s",
+         true},
+        {"! get-prop a => no  way stop", "get-prop", "a", "a failure: no way", true},
+        {"get-prop a => \"please stop\"", "get-prop", "a", "please stop", false},
+        {"get-prop a => please \"stop\"", "get-prop", "a", "please stop", false},
+        {"get-prop a => stop", "get-prop", "a", "stop", false},
+        {"get-prop a => within 2 s", "get-prop", "a", "within 2 s", false},
+        {"get-prop a => x within 2 min", "get-prop", "a", "x, within 120 s", false},
+        {"get-prop a =~ ^a as \"b\" stop", "b", "a", "like ^a", true},
+        {"shell-output 'a => b' => c", "shell-output", "\"a => b\"", "c", false},
+        {"battery-voltage in 1..2.50 uV as \"v\"", "v", "", "in 1..2.50 uV", false},
+        {"battery-voltage in -3 stop", "battery-voltage", "", "in -3", true},
+        {"battery-voltage in ..4 within 1 s", "battery-voltage", "", "in ..4, within 1 s", false},
+        {"ask 'red?' as \"panel\" stop", "panel", "red?", "a success", true},
+        {"tell 'go'", "go", "go", "a success", false},
+        {"wait 3 stop", "wait", "3 s", "a success", true},
+    };
+    for (const auto &row : rows) {
+        const Step step = plans.parse(std::string("\xEF\xBB\xBF  ") + row.line + "\r\n").steps.at(0);
+        EXPECT_EQ(step.name(), row.name) << row.line;
+        EXPECT_EQ(step.request.words, row.words) << row.line;
+        EXPECT_EQ(step.wanted(), row.wanted) << row.line;
+        EXPECT_EQ(step.stops, row.stops) << row.line;
+    }
+    const Step own = plans.parse("get-prop a --timeout 3 --retries 4\nget-prop b").steps.at(0);
+    EXPECT_EQ(own.timeout, 3);
+    EXPECT_EQ(own.retries, 4);
+}
+
+TEST(Plan, PhasesAndFilesKeepTheirPlace)
+{
+    const Plans plans;
+    std::filesystem::create_directory(plans.folder.path + "/deep");
+    plans.write("deep/inner", "get-prop b\nphase always\nget-prop end2\n");
+    const Plan plan =
+        plans.parse("get-prop a\nphase always\nget-prop end1\nphase one\ninclude deep/inner\nget-prop c\n");
+    std::string order;
+    for (const Step &step : plan.steps)
+        order += step.request.words + "(" + step.phase + ")" + (step.always ? "! " : " ");
+    EXPECT_EQ(order, "a() b(one) c(one) end1(always)! end2(always)! ");
+    EXPECT_EQ(plan.name, "plan");
+    EXPECT_EQ(plan.steps.at(1).file, plans.folder.path + "/deep/inner");
+    EXPECT_EQ(plan.steps.at(1).line, 1);
+    const std::string before = plan.digest;
+    plans.write("deep/inner", "get-prop B\nphase always\nget-prop end2\n");
+    EXPECT_NE(parse_plan(plan.path, {}).digest, before) << "what is included counts";
+    std::string many;
+    for (int i = 0; i < 100000; i++)
+        many += "sleep 0\n";
+    EXPECT_EQ(plans.mistakes(many + "port-check\n"), "plan: more than 100000 steps");
+    EXPECT_EQ(plans.mistakes(many.substr(8) + "port-check\n"), "");
+}
 
 TEST(Decimal, ComparesEveryDigit)
 {

@@ -3,6 +3,7 @@
 #include "station/client/encode.h"
 #include "station/client/errors.h"
 #include "station/plan/run.h"
+#include "station/plan/script.h"
 
 #include <arpa/inet.h>
 #include <atomic>

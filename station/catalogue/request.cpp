@@ -8,6 +8,8 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <map>
+#include <memory>
 
 namespace station
 {
@@ -99,29 +101,65 @@ static Bytes packet_of(const Command &command, uint16_t code, const Arguments &a
     return packet;
 }
 
+namespace
+{
+
+// How a command is asked for in words. It is made once: a plan may have many thousand lines.
+struct CommandLine {
+    CommandLine(const Command &command, uint16_t code)
+        : app(command_page(command, code), command.name_of(code).name)
+    {
+        for (const Parameter &parameter : command.parameters) {
+            const std::string form = parameter.form;
+            std::string help = parameter.meaning;
+            for (const Choice &choice : parameter.choices)
+                help += std::string(&choice == &parameter.choices.front() ? ": " : ", ") + choice.word;
+            CLI::Option *option = app.add_option(parameter.key(), arguments[parameter.key()], help);
+            option->required(parameter.required);
+            if (parameter.is_option())
+                option->type_name(form.substr(form.find(' ') + 1));
+            if (parameter.takes_all())
+                option->expected(parameter.required ? 1 : 0, -1);
+            else
+                option->expected(1)->allow_extra_args(false);
+        }
+        add_request_options(app, settings);
+    }
+
+    // What is not among the words is as it was given, or empty.
+    void parse(const std::vector<std::string> &words, const Settings &given)
+    {
+        settings = given;
+        for (auto &[key, values] : arguments)
+            values.clear();
+        parse_words(app, words);
+    }
+
+    CLI::App app;
+    Arguments arguments;
+    Settings settings;
+};
+
+} // namespace
+
+static CommandLine &command_line(const Command &command, uint16_t code)
+{
+    static thread_local std::map<uint16_t, std::unique_ptr<CommandLine>> lines;
+    std::unique_ptr<CommandLine> &line = lines[code];
+    if (!line)
+        line = std::make_unique<CommandLine>(command, code);
+    return *line;
+}
+
 static Request named_request(const Command &command, uint16_t code, const std::vector<std::string> &words,
                              Settings &settings, Place place)
 {
-    CLI::App app(command_page(command, code), words.front());
-    Arguments arguments;
-    for (const Parameter &parameter : command.parameters) {
-        const std::string form = parameter.form;
-        std::string help = parameter.meaning;
-        for (const Choice &choice : parameter.choices)
-            help += std::string(&choice == &parameter.choices.front() ? ": " : ", ") + choice.word;
-        CLI::Option *option = app.add_option(parameter.key(), arguments[parameter.key()], help);
-        option->required(parameter.required);
-        if (parameter.is_option())
-            option->type_name(form.substr(form.find(' ') + 1));
-        if (parameter.takes_all())
-            option->expected(parameter.required ? 1 : 0, -1);
-        else
-            option->expected(1)->allow_extra_args(false);
-    }
-    add_request_options(app, settings);
-    parse_words(app, {words.begin() + 1, words.end()});
+    CommandLine &line = command_line(command, code);
+    line.parse({words.begin() + 1, words.end()}, settings);
+    settings = line.settings;
+    const Arguments &arguments = line.arguments;
     if (place == Place::script)
-        refuse_idle_options(app);
+        refuse_idle_options(line.app);
 
     Request request;
     request.code = code;

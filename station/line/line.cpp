@@ -259,11 +259,12 @@ Line::~Line()
 
 void Line::add(const std::string &port)
 {
-    const std::lock_guard<std::mutex> lock(mutex_);
     for (const std::unique_ptr<Slot> &slot : slots_)
         if (slot->state.port == port)
             return;
-    slots_.push_back(std::make_unique<Slot>(*this, static_cast<int>(slots_.size()) + 1, port));
+    auto slot = std::make_unique<Slot>(*this, static_cast<int>(slots_.size()) + 1, port);
+    const std::lock_guard<std::mutex> lock(mutex_); // others than the owner look at the slots
+    slots_.push_back(std::move(slot));
 }
 
 void Line::find_ports()

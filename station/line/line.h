@@ -80,7 +80,7 @@ class Line
     Desk &desk_;
     const Interrupts &interrupts_;
     std::function<void(const std::string &)> heard_;
-    mutable std::mutex mutex_; // of the slots' list, their states and not_kept_
+    mutable std::mutex mutex_; // of all slots' states and of not_kept_
     std::string not_kept_;
     Clock::time_point looked_{}, began_ = Clock::now();
     std::vector<std::unique_ptr<Slot>> slots_;

@@ -1,0 +1,317 @@
+// The slots of a line, over phones in this process: who is tested when, what is shown and kept of it, whose a
+// port is, and what a file of answers knows.
+#include "station/client/errors.h"
+#include "station/line/line.h"
+#include "station/program/screen.h"
+#include "station/records/source.h"
+
+#include <csignal>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include "tests/fake_phone.h"
+
+namespace station
+{
+
+using Lines = std::vector<std::string>;
+
+namespace
+{
+
+void write_lines(const std::string &path, const Lines &lines)
+{
+    std::ofstream file(path);
+    for (const std::string &line : lines)
+        file << line << '\n';
+}
+
+// A line and all that it has to be given.
+class Bench
+{
+  public:
+    temporary_folder folder;
+    Settings settings;
+    LineOptions options;
+    Interrupts interrupts{0};
+    Desk desk{interrupts};
+    Plan plan;
+    Lines events;
+    std::optional<records::Store> store;
+
+    explicit Bench(const Lines &lines)
+    {
+        write_lines(folder.path + "/plan", lines);
+        settings.client.timeout = 0.6;
+        plan = parse_plan(folder.path + "/plan", settings);
+        options.station = "bench";
+        store.emplace(records_file());
+        desk.leave();
+    }
+
+    records::Where records_file() const { return {folder.path + "/records.db", "", false}; }
+
+    // Until it has ended, or `is_enough` says so.
+    std::vector<SlotState> serve(const std::function<bool(const std::vector<SlotState> &)> &is_enough = {})
+    {
+        Line line(plan, settings, options, *store, nullptr, desk, interrupts,
+                  [this](const std::string &event) { events.push_back(event); });
+        const Deadline deadline = Clock::now() + std::chrono::seconds(20);
+        while (line.look() && Clock::now() < deadline) {
+            if (is_enough && is_enough(line.slots()))
+                interrupts++;
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        EXPECT_LT(Clock::now(), deadline);
+        not_kept = line.not_kept();
+        return line.slots();
+    }
+
+    Lines kept() // unit, verdict and first failing step of all runs
+    {
+        Lines all;
+        records::Source::open(records_file())->each({}, [&](const records::Run &run) {
+            all.push_back(run.unit + (run.unit_is_port ? " (port) " : " ") +
+                          (run.verdict ? records::word(*run.verdict) : "running") + " " + run.failing);
+        });
+        std::sort(all.begin(), all.end());
+        return all;
+    }
+
+    std::string not_kept;
+};
+
+bool has(const Lines &events, const std::string &part)
+{
+    return std::any_of(events.begin(), events.end(),
+                       [&](const std::string &event) { return event.find(part) != std::string::npos; });
+}
+
+TEST(Slots, EachPortIsTestedOnceByItself)
+{
+    FakePhone good("CV00000001"), bad("CV00000002"), nameless("ERROR");
+    bad.answers["get-prop"] = "ERROR";
+    Bench bench({"unit usb-serial", "get-prop a as \"name\"", "set-prop x 1", "ask 'there?' as \"asked\"",
+                 "phase always", "set-prop end 1"});
+    bench.options.ports = {good.path, bad.path, nameless.path, bench.folder.path + "/none", good.path};
+    bench.options.once = true;
+    bench.options.why = false;
+    const std::vector<SlotState> slots = bench.serve();
+    ASSERT_EQ(slots.size(), 4U) << "a port that is named twice has one slot";
+    const struct {
+        std::string unit, failing;
+        bool answered;
+    } rows[] = {{"CV00000001", "asked", true},
+                {"CV00000002", "name", true},
+                {nameless.path, "asked", true},
+                {bench.options.ports[3], "", false}};
+    for (size_t i = 0; i < slots.size(); i++) {
+        EXPECT_EQ(slots[i].number, static_cast<int>(i) + 1);
+        EXPECT_EQ(slots[i].unit, rows[i].unit);
+        EXPECT_EQ(slots[i].failing, rows[i].failing);
+        EXPECT_EQ(slots[i].answered, rows[i].answered);
+        EXPECT_EQ(slots[i].phase, rows[i].answered ? SlotState::Phase::shows : SlotState::Phase::waits);
+        EXPECT_EQ(slots[i].tested, rows[i].answered ? 1U : 0U);
+        EXPECT_EQ(slots[i].passed, 0U);
+        EXPECT_EQ(slots[i].done, slots[i].steps);
+    }
+    EXPECT_EQ(slots[0].cause, "nobody to ask");
+    EXPECT_EQ(slots[1].cause.substr(0, 39), "ERROR / because: the property is not se");
+    EXPECT_TRUE(has(bench.events, "2  CV00000002  ! name  ERROR / because: "));
+    EXPECT_TRUE(has(bench.events, "1  CV00000001  asks: there?"));
+    EXPECT_TRUE(has(bench.events, "1  CV00000001  fail after "));
+    EXPECT_EQ(bench.kept(),
+              (Lines{nameless.path + " (port) fail asked", "CV00000001 fail asked", "CV00000002 fail name"}));
+    EXPECT_EQ(good.asked(), (Lines{"usb-serial", "get-prop a", "set-prop x+1", "set-prop end+1"}));
+}
+
+TEST(Slots, APhoneIsTestedWhenItComesAndNotAgainUntilItHasGone)
+{
+    FakePhone first("CV00000001", "a.port");
+    Bench bench({"unit usb-serial", "set-prop x 1"});
+    bench.options.glob = first.folder_.path + "/*.port";
+    std::unique_ptr<FakePhone> second;
+    int stage = 0;
+    Deadline still{};
+    const std::vector<SlotState> slots = bench.serve([&](const std::vector<SlotState> &now) {
+        const size_t tested = now.empty() ? 0 : now[0].tested;
+        if (stage == 0 && tested == 1) {
+            stage = 1;
+            still = Clock::now() + std::chrono::milliseconds(300);
+        } else if (stage == 1 && Clock::now() >= still) {
+            EXPECT_EQ(tested, 1U) << "the same phone is still there";
+            EXPECT_EQ(now[0].phase, SlotState::Phase::shows);
+            first.stop();
+            first.answers["usb-serial"] = "CV00000002";
+            first.start();
+            symlink(first.path.c_str(), (first.folder_.path + "/b.port").c_str());
+            stage = 2;
+        }
+        return stage == 2 && tested == 2 && now.size() == 2 && now[1].phase == SlotState::Phase::refused;
+    });
+    EXPECT_EQ(slots.at(0).passed, 2U);
+    EXPECT_EQ(slots.at(0).unit, "CV00000002");
+    EXPECT_NE(slots.at(1).cause.find("is taken by"), std::string::npos) << "the same port by a link";
+    EXPECT_TRUE(has(bench.events, "the phone has gone"));
+    EXPECT_EQ(bench.kept(), (Lines{"CV00000001 pass ", "CV00000002 pass "}));
+}
+
+TEST(Slots, CtrlCEndsTheRunningUnitsAsAborted)
+{
+    FakePhone phone;
+    Bench bench({"unit usb-serial", "set-prop x 1", "sleep 30", "phase always", "set-prop end 1"});
+    bench.options.ports = {phone.path};
+    phone.happens = [&](const std::string &asked) {
+        bench.interrupts += asked == "set-prop x+1" ? 1 : 0;
+        return true;
+    };
+    const SlotState slot = bench.serve().at(0);
+    EXPECT_EQ(slot.end, End::aborted);
+    EXPECT_EQ(slot.cause, "interrupted at the station");
+    EXPECT_EQ(bench.kept(), Lines{"CV00000001 aborted "});
+    EXPECT_EQ(phone.asked().back(), "set-prop end+1");
+}
+
+// No file of this process grows any more, as on a full disk.
+void fill_disk(bool is_full)
+{
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit = {};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    limit.rlim_cur = is_full ? 1 : limit.rlim_max;
+    setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+TEST(Slots, WhatCannotBeKeptHasNotPassedAndNoMoreUnitsAreTaken)
+{
+    for (const bool in_the_middle : {false, true}) {
+        FakePhone phone;
+        Bench bench({"unit usb-serial", "set-prop x 1", "set-prop x 2", "phase always", "set-prop end 1"});
+        bench.options.ports = {phone.path};
+        phone.happens = [&](const std::string &asked) {
+            if (in_the_middle && asked == "set-prop x+1")
+                fill_disk(true);
+            return true;
+        };
+        fill_disk(!in_the_middle);
+        const SlotState slot = bench.serve().at(0);
+        fill_disk(false);
+        EXPECT_NE(bench.not_kept, "");
+        EXPECT_EQ(slot.passed, 0U);
+        EXPECT_TRUE(has(bench.events, "no more units are taken: "));
+        if (in_the_middle) {
+            EXPECT_EQ(slot.end, End::error);
+            EXPECT_EQ(phone.asked(), (Lines{"usb-serial", "set-prop x+1", "set-prop end+1"}));
+        } else {
+            EXPECT_EQ(slot.tested, 0U);
+            EXPECT_EQ(phone.asked(), Lines{});
+        }
+        EXPECT_FALSE(has(bench.kept(), "pass"));
+    }
+}
+
+TEST(PortLock, APortIsOneLinesHoweverItIsCalled)
+{
+    temporary_folder folder;
+    setenv("XDG_RUNTIME_DIR", folder.path.c_str(), 1);
+    const std::string port = folder.path + "/port";
+    {
+        const PortLock lock(port); // that is not there yet
+        EXPECT_THROW(PortLock(folder.path + "/./port"), PortError);
+        EXPECT_NO_THROW(PortLock(folder.path + "/other"));
+        std::ofstream(port + "2").close();
+    }
+    EXPECT_NO_THROW(PortLock{port});
+    symlink((port + "2").c_str(), (folder.path + "/link").c_str());
+    const PortLock real(port + "2");
+    EXPECT_THROW(PortLock(folder.path + "/link"), PortError);
+    const PortLock tcp("tcp:localhost:9");
+    EXPECT_THROW(PortLock("tcp:localhost:9"), PortError);
+    EXPECT_NO_THROW(PortLock("tcp:localhost:8"));
+    const int before = open_descriptors();
+    EXPECT_THROW(PortLock(folder.path + "/link"), PortError);
+    EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST(Answers, AFileAnswersWhatItHas)
+{
+    temporary_folder folder;
+    const std::string path = folder.path + "/answers";
+    write_lines(path, {"# all", "", "  red? =  yes \r", "a = b? = no", "red = pink", "empty =", "red? = no"});
+    Nobody nobody;
+    AnswersFile answers(path, nobody);
+    std::string why;
+    const auto said = [&](const std::string &question) {
+        return answers.answer({Prompt::Kind::ask, question, ""}, Deadline::max(), why).value_or("(nobody)");
+    };
+    EXPECT_EQ(said("red?"), "yes");
+    EXPECT_EQ(said("red"), "pink");
+    EXPECT_EQ(said("a = b?"), "no");
+    EXPECT_EQ(said("empty"), "");
+    EXPECT_EQ(said("re"), "(nobody)");
+    EXPECT_EQ(said("all"), "(nobody)");
+    EXPECT_EQ(why, "nobody to ask");
+    write_lines(path, {"no sign", "a = b", "= x"});
+    try {
+        AnswersFile wrong(path, nobody);
+        ADD_FAILURE();
+    } catch (const UsageError &error) {
+        EXPECT_EQ(error.what(),
+                  path + ":1: not `question = answer`\n" + path + ":3: not `question = answer`");
+    }
+    for (const char *word : {"y", "YES", " yes\t"})
+        EXPECT_EQ(yes_or_no(word), true) << word;
+    for (const char *word : {"n", "No "})
+        EXPECT_EQ(yes_or_no(word), false) << word;
+    for (const char *word : {"", "yess", "ja", "1"})
+        EXPECT_EQ(yes_or_no(word), std::nullopt) << word;
+}
+
+TEST(Screen, HasALineASlotAndKeepsToTheTerminal)
+{
+    SlotState tests;
+    tests.number = 1;
+    tests.phase = SlotState::Phase::tests;
+    tests.unit = "CV00000001";
+    tests.done = 5;
+    tests.steps = 20;
+    tests.step = "cell voltage";
+    SlotState failed = tests;
+    failed.number = 2;
+    failed.phase = SlotState::Phase::shows;
+    failed.end = End::fail;
+    failed.done = 20;
+    failed.failing = "name";
+    failed.cause = "ERROR / because: \x1b[2Jgone";
+    SlotState waits;
+    waits.number = 3;
+    waits.unit = "Gerät-\xff";
+    EXPECT_EQ(screen_lines({tests, failed, waits}, "below", 79, 23),
+              (Lines{"  1 CV00000001               [#####...............] 6/20 cell voltage",
+                     "  2 CV00000001               [####################] \033[1;31mFAIL\033[0m",
+                     "    name: ERROR / because: \\x1b[2Jgone",
+                     "  3 Gerät-\\xff               [....................] waits for a phone", "below"}));
+    failed.end = End::pass;
+    failed.cause.clear();
+    EXPECT_EQ(screen_lines({failed}, "", 79, 23).at(0).substr(52), "\033[1;32mPASS\033[0m");
+    failed.end = End::aborted;
+    failed.cause = std::string(300, 'x');
+    for (const size_t width : {20, 40, 60, 79, 200}) {
+        std::vector<SlotState> many(9, failed);
+        for (const size_t height : {3, 5, 10, 12, 30}) {
+            const Lines lines = screen_lines(many, std::string(300, 'y'), width, height);
+            EXPECT_LE(lines.size(), height);
+            EXPECT_EQ(lines.back(), std::string(width, 'y'));
+            for (const std::string &line : lines)
+                EXPECT_TRUE(line.size() <= width || line.find('\033') != std::string::npos) << line;
+        }
+        EXPECT_EQ(screen_lines(many, "", width, 5).at(3),
+                  std::string("    ... and 6 slots more").substr(0, width));
+        EXPECT_EQ(screen_lines(many, "", width, 12).at(1).substr(0, 11), "    name: x");
+    }
+}
+
+} // namespace
+
+} // namespace station
