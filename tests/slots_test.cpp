@@ -312,6 +312,18 @@ TEST(Screen, HasALineASlotAndKeepsToTheTerminal)
     }
 }
 
+TEST(Screen, IsDrawnOverItselfAndOverWhatWasTyped)
+{
+    Screen screen;
+    EXPECT_EQ(screen.printed({"a", "b", "c"}), "\r\033[Ja\nb\nc");
+    EXPECT_EQ(screen.printed({"a", "b", "c"}), "");
+    EXPECT_EQ(screen.printed({"a", "B"}), "\r\033[2A\033[Ja\nB");
+    screen.forget(); // Enter has moved the cursor on
+    EXPECT_EQ(screen.printed({"a", "B"}), "\r\033[2A\033[Ja\nB");
+    EXPECT_EQ(screen.printed({"x"}), "\r\033[1A\033[Jx");
+    EXPECT_EQ(screen.printed({"y"}), "\r\033[Jy");
+}
+
 } // namespace
 
 } // namespace station

@@ -63,8 +63,10 @@ static bool read_answer(Desk &desk)
 {
     char line[4096]; // a terminal gives a line at a time
     const ssize_t count = read(STDIN_FILENO, line, sizeof line);
-    if (count <= 0)
+    if (count <= 0) {
+        std::putchar('\n'); // as one who types a line does
         return false;
+    }
     std::string answer(line, static_cast<size_t>(count));
     answer.erase(std::min(answer.find('\n'), answer.size()));
     desk.give(answer);

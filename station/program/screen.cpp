@@ -98,20 +98,24 @@ void Screen::draw(const std::vector<SlotState> &slots, const std::string &below)
     // The last column and row stay free: a character there moves some terminals on.
     const size_t width = (window.ws_col > 20 ? window.ws_col : 80) - 1;
     const size_t height = (window.ws_row > 4 ? window.ws_row : 24) - 1;
-    const std::vector<std::string> lines = screen_lines(slots, below, width, height);
+    std::fputs(printed(screen_lines(slots, below, width, height)).c_str(), stdout);
+    flush_output();
+}
+
+std::string Screen::printed(const std::vector<std::string> &lines)
+{
     std::string text;
     for (const std::string &line : lines)
         text += (text.empty() ? "" : "\n") + line;
     if (text == drawn_)
-        return;
+        return "";
     std::string moved = "\r";
     if (rows_ > 1)
         moved += "\033[" + std::to_string(rows_ - 1) + "A";
     moved += "\033[J";
-    std::fputs((moved + text).c_str(), stdout);
     drawn_ = text;
     rows_ = lines.size();
-    flush_output();
+    return moved + text;
 }
 
 } // namespace station

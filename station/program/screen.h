@@ -21,8 +21,15 @@ class Screen
     // Throws OutputError.
     void draw(const std::vector<SlotState> &slots, const std::string &below);
 
-    // What the person types stands behind the last line: it has to be drawn anew.
-    void forget() { drawn_.clear(); }
+    // What has to be printed to have these lines where those before are; nothing when they are the same.
+    std::string printed(const std::vector<std::string> &lines);
+
+    // The person has typed a line behind the last one: all is drawn anew, from a row further below.
+    void forget()
+    {
+        drawn_.clear();
+        rows_++;
+    }
 
   private:
     std::string drawn_;

@@ -38,7 +38,10 @@ class Table
         if (isatty(STDOUT_FILENO) && ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) == 0 && window.ws_col > 0)
             width = window.ws_col;
         const size_t others = 2 + 6 + 2 + name_ + 2 + request_ + 2 + 2 + 8;
-        answer_ = std::max<size_t>(width > others ? width - others : 0, 24);
+        const size_t left = width > others ? width - others : 0;
+        if (left < ANSWER_MIN) // the request gives way, and tells its beginning
+            request_ -= std::min(request_ - std::min(request_, REQUEST_MIN), ANSWER_MIN - left);
+        answer_ = std::max(left, ANSWER_MIN);
     }
 
     void head() const { line(" ", "code", "name", "request", "answer", "ms"); }
@@ -99,6 +102,8 @@ class Table
         std::puts(row.substr(0, row.find_last_not_of(' ') + 1).c_str());
         flush_output();
     }
+
+    static constexpr size_t ANSWER_MIN = 24, REQUEST_MIN = 12;
 
     std::string path_;
     size_t name_ = 4, request_ = 7, answer_ = 0;
