@@ -2,7 +2,6 @@
 // port is, and what a file of answers knows.
 #include "station/client/errors.h"
 #include "station/line/line.h"
-#include "station/program/screen.h"
 #include "station/records/source.h"
 
 #include <csignal>
@@ -266,62 +265,6 @@ TEST(Answers, AFileAnswersWhatItHas)
         EXPECT_EQ(yes_or_no(word), false) << word;
     for (const char *word : {"", "yess", "ja", "1"})
         EXPECT_EQ(yes_or_no(word), std::nullopt) << word;
-}
-
-TEST(Screen, HasALineASlotAndKeepsToTheTerminal)
-{
-    SlotState tests;
-    tests.number = 1;
-    tests.phase = SlotState::Phase::tests;
-    tests.unit = "CV00000001";
-    tests.done = 5;
-    tests.steps = 20;
-    tests.step = "cell voltage";
-    SlotState failed = tests;
-    failed.number = 2;
-    failed.phase = SlotState::Phase::shows;
-    failed.end = End::fail;
-    failed.done = 20;
-    failed.failing = "name";
-    failed.cause = "ERROR / because: \x1b[2Jgone";
-    SlotState waits;
-    waits.number = 3;
-    waits.unit = "Gerät-\xff";
-    EXPECT_EQ(screen_lines({tests, failed, waits}, "below", 79, 23),
-              (Lines{"  1 CV00000001               [#####...............] 6/20 cell voltage",
-                     "  2 CV00000001               [####################] \033[1;31mFAIL\033[0m",
-                     "    name: ERROR / because: \\x1b[2Jgone",
-                     "  3 Gerät-\\xff               [....................] waits for a phone", "below"}));
-    failed.end = End::pass;
-    failed.cause.clear();
-    EXPECT_EQ(screen_lines({failed}, "", 79, 23).at(0).substr(52), "\033[1;32mPASS\033[0m");
-    failed.end = End::aborted;
-    failed.cause = std::string(300, 'x');
-    for (const size_t width : {20, 40, 60, 79, 200}) {
-        std::vector<SlotState> many(9, failed);
-        for (const size_t height : {3, 5, 10, 12, 30}) {
-            const Lines lines = screen_lines(many, std::string(300, 'y'), width, height);
-            EXPECT_LE(lines.size(), height);
-            EXPECT_EQ(lines.back(), std::string(width, 'y'));
-            for (const std::string &line : lines)
-                EXPECT_TRUE(line.size() <= width || line.find('\033') != std::string::npos) << line;
-        }
-        EXPECT_EQ(screen_lines(many, "", width, 5).at(3),
-                  std::string("    ... and 6 slots more").substr(0, width));
-        EXPECT_EQ(screen_lines(many, "", width, 12).at(1).substr(0, 11), "    name: x");
-    }
-}
-
-TEST(Screen, IsDrawnOverItselfAndOverWhatWasTyped)
-{
-    Screen screen;
-    EXPECT_EQ(screen.printed({"a", "b", "c"}), "\r\033[Ja\nb\nc");
-    EXPECT_EQ(screen.printed({"a", "b", "c"}), "");
-    EXPECT_EQ(screen.printed({"a", "B"}), "\r\033[2A\033[Ja\nB");
-    screen.forget(); // Enter has moved the cursor on
-    EXPECT_EQ(screen.printed({"a", "B"}), "\r\033[2A\033[Ja\nB");
-    EXPECT_EQ(screen.printed({"x"}), "\r\033[1A\033[Jx");
-    EXPECT_EQ(screen.printed({"y"}), "\r\033[Jy");
 }
 
 } // namespace

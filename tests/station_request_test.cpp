@@ -1,6 +1,7 @@
 // What the station sends for a command line, byte for byte, and what it makes of answers.
 #include "core/table.h"
 #include "station/catalogue/request.h"
+#include "station/catalogue/suggest.h"
 #include "station/client/encode.h"
 #include "station/client/errors.h"
 #include "station/program/output.h"
@@ -103,6 +104,11 @@ TEST(Request, BytesOfEveryKind)
         {"lcd-picture FF0000", "000300 ff0000"},
         {"lcd-picture 10,11,12 --margin 20", "000400 0a0b0c14"},
         {"lcd-picture cyan", "000300 00ffff"},
+        {"lcd-picture 255,0,0 --margin 255", "000400 ff0000ff"},
+        {"set-wlan-mac 00-1A-2b-3C-4d-5E", "000c00 303031413262334334643545 00"},
+        {"set-time 2026-12-31 23:59:60 --limit 0", "000a00 0c1f173b 07ea 2e3b0000"},
+        {"screen-off-timeout 0", "000300 000000"},
+        {"screen-off-timeout 1110271", "000300 10f0ff"},
         {"set-lcd-data --hex \"01 02:03\"", "000300 010203"},
         {"set-rgb-table-new 1 -2 3 255", "003000" + repeated("01000000feffffff03000000ff000000", 3)},
         {"set-rgb-table 0 10000 0 255", "00f000" + repeated("000000001027000000000000ff000000", 15)},
@@ -154,9 +160,74 @@ TEST(Request, WhatCannotBeSentIsRefused)
                              "store-widevine-keybox --file /no/such/file",
                              "send",
                              "send 0x10000",
-                             "send 1 --text a --hex 00"})
+                             "send 1 --text a --hex 00",
+                             "send 1 --length 65536",
+                             "send 1 --byte4 256",
+                             "send 1 --body 00 --byte4 1",
+                             "send 1 --body 00 --length 0",
+                             "send 1 --hex 0g",
+                             "send 1 --hex \"0 0\"",
+                             "lcd-picture 256,0,0",
+                             "lcd-picture 1,2",
+                             "lcd-picture 1,2,3,4",
+                             "lcd-picture red --margin 256",
+                             "set-time now now",
+                             "set-time 1899-12-31 00:00:00",
+                             "set-time 2026-11-21 10:00:05 --limit 256",
+                             "screen-off-timeout -1",
+                             "screen-off-timeout 1110272",
+                             "set-rgb-table-new 1 2 3 2147483648",
+                             "set-rgb-table-new 1 2 3 4 --file /dev/null",
+                             "set-wlan-mac 00:1a:2b:3c:4d:5e:6f",
+                             "boot-mode -1",
+                             "boot-mode 1x"})
         EXPECT_THROW(request_of(line), UsageError) << line;
     EXPECT_THROW(split_words("a 'b"), UsageError);
+    const auto why = [](const std::string &line) {
+        try {
+            request_of(line);
+        } catch (const UsageError &error) {
+            return std::string(error.what());
+        }
+        return std::string();
+    };
+    EXPECT_EQ(why("screen-off-timeout 600"),
+              "the request's three bytes cannot say 600 s; the nearest they can are 255 s and 4096 s");
+    EXPECT_EQ(why("set-lcd-frequency 256"), "HERTZ takes a whole number from 0 to 255, not '256'");
+    // A packet holds so much, and no byte more.
+    const File fits(std::string(65527, 'x')), too_much(std::string(65528, 'x'));
+    EXPECT_EQ(request_of("store-widevine-keybox --file " + fits.path).packet.size(), 65534U);
+    EXPECT_EQ(why("store-widevine-keybox --file " + too_much.path), "more data than a packet holds");
+}
+
+TEST(Request, WhatWasProbablyMeant)
+{
+    EXPECT_EQ(suggestion("get-porp", command_names()), "; did you mean get-prop?");
+    EXPECT_EQ(suggestion("getprop", command_names()), "; did you mean get-prop?");
+    EXPECT_EQ(suggestion("abc", {"abcd", "xyz"}), "; did you mean abcd?");
+    EXPECT_EQ(suggestion("ab", {"wxyz"}), "");
+    EXPECT_EQ(suggestion("abcdefgh", {"abxyefgh"}), "; did you mean abxyefgh?") << "two of eight letters";
+    EXPECT_EQ(suggestion("abcdefgh", {"xxyzefgh"}), "") << "four";
+    EXPECT_EQ(suggestion(std::string(65, 'a'), {std::string(65, 'a')}), "");
+    EXPECT_EQ(suggestion("a", {}), "");
+}
+
+// A command's line is made once and serves all that ask for it.
+TEST(Request, KeepsNothingOfTheOneBefore)
+{
+    EXPECT_EQ(body_of("read-node /a --expect 1"), bytes_of("010400 2f612b3100"));
+    EXPECT_EQ(body_of("read-node /b"), bytes_of("000200 2f6200"));
+    EXPECT_THROW(request_of("read-node --expect 1 --json"), UsageError);
+    Settings settings;
+    settings.client.timeout = 7;
+    parse_request({"read-node", "/b", "--timeout", "3", "--plain"}, settings);
+    EXPECT_EQ(settings.client.timeout, 3);
+    EXPECT_TRUE(settings.plain);
+    settings = {};
+    settings.client.timeout = 9;
+    parse_request({"read-node", "/b"}, settings);
+    EXPECT_EQ(settings.client.timeout, 9);
+    EXPECT_FALSE(settings.plain);
 }
 
 TEST(Request, WordsOfALine)
@@ -211,6 +282,8 @@ TEST(Answer, VerdictAndMeaning)
         {"detect-phone", "rgb0:F\0acc:F\0"s, FAILURE, "missing: rgb0 acc"},
         {"get-bt-address", "ABCDEF123456", SUCCESS, "AB:CD:EF:12:34:56"},
         {"cplc", "cplc:0102mac:03", SUCCESS, "CPLC 0102, identifier 03"},
+        {"get-bt-address", "ABC", SUCCESS, "AB:C"},
+        {"flash-size", "\x02\x02", SUCCESS, "512 GiB"},
         {"display-status", "OK", SUCCESS, "OK"},
         {"display-status", "3", FAILURE, "3"},
         {"set-hdcp-key --cek /dev/null --pm /dev/null", "store_PM_fail", FAILURE, "store_PM_fail"},

@@ -230,7 +230,9 @@ void Client::await_answer(const Bytes &request, size_t response_size, Deadline d
         if (received == Received::nothing || Clock::now() >= deadline) {
             if (settings_.trace && !wire_.empty())
                 trace_frame('<', wire_, "not a whole frame");
-            throw NoAnswer("no answer within " + seconds_text(settings_.timeout));
+            const std::string others =
+                exchange.skipped > 0 ? ", only " + std::to_string(exchange.skipped) + " that are none" : "";
+            throw NoAnswer("no answer within " + seconds_text(settings_.timeout) + others);
         }
         if (received == Received::packet && answers(packet, request)) {
             const std::string fault = fault_of(packet, response_size);

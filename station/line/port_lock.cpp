@@ -51,7 +51,7 @@ PortLock::PortLock(const std::string &port)
         for (const int each : locked_)
             close(each);
         throw PortError(taken && error == EWOULDBLOCK
-                            ? port + " is taken by another line"
+                            ? port + " is taken by another line, or has two names in this one"
                             : port + ": its lock " + name + " cannot be had: " + std::strerror(error));
     }
 }
