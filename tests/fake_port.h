@@ -58,6 +58,7 @@ class FakePort
 
     std::atomic<int> requests{0};
     std::atomic<int> connections{0};
+    std::atomic<int> ended{0}; // of them
 
     // Serves an open connection until the other side or the test ends it.
     static void serve(int fd, int stop, std::atomic<int> &requests, const Behaviour &behaviour)
@@ -101,6 +102,7 @@ class FakePort
             connections++;
             serve(fd, stop_[0], requests, behaviour_);
             close(fd);
+            ended++;
         }
     }
 

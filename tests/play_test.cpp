@@ -25,9 +25,12 @@ class Patient : public People
 {
   public:
     Lines answers, asked;
+    std::function<void()> before; // the answer
     std::optional<std::string> answer(const Prompt &prompt, Deadline, std::string &why) override
     {
         asked.push_back(prompt.text);
+        if (before)
+            before();
         if (answers.empty()) {
             why = "nobody to ask";
             return std::nullopt;
@@ -361,23 +364,25 @@ TEST(Play, ARestartThatNobodyAskedForFailsItsStep)
         bool watch;
         Lines failed;
     } rows[] = {
-        {{"unit usb-serial", "get-prop bye", "set-prop x 1", "set-prop x 2"},
+        {{"unit usb-serial", "get-prop bye", "tell gone", "set-prop x 1", "set-prop x 2"},
          false,
          {"! set-prop: OK | " + restarted}},
-        {{"unit usb-serial", "get-prop bye", "get-prop no"},
+        {{"unit usb-serial", "get-prop bye", "tell gone", "get-prop no"},
          false,
          {"! get-prop: ERROR | " + restarted + " / " + NOT_SET}},
-        {{"get-prop bye", "set-prop x 1"}, false, {}}, // a script, on whatever is there
-        {{"get-prop bye", "set-prop x 1"}, true, {"! set-prop: OK | " + restarted}},
-        {{"unit usb-serial", "? get-prop bye", "sleep 0.01", "set-prop x 1"}, false, {}},
+        {{"get-prop bye", "tell gone", "set-prop x 1"}, false, {}}, // a script, on whatever is there
+        {{"get-prop bye", "tell gone", "set-prop x 1"}, true, {"! set-prop: OK | " + restarted}},
+        {{"unit usb-serial", "? get-prop bye", "tell gone", "set-prop x 1"}, false, {}},
         {{"unit usb-serial", "get-prop bye", "wait 5", "set-prop x 1"}, false, {}},
-        {{"unit usb-serial", "get-prop bye", "? set-prop x 1", "set-prop x 2"}, false, {}},
-        {{"unit usb-serial", "restart", "sleep 0.01", "set-prop x 1"}, true, {}},
+        {{"unit usb-serial", "get-prop bye", "tell gone", "? set-prop x 1", "set-prop x 2"}, false, {}},
+        {{"unit usb-serial", "restart", "tell gone", "set-prop x 1"}, true, {}},
         {{"unit usb-serial", "? get-prop lost --timeout 0.1", "set-prop x 1"}, true, {}},
     };
     for (const auto &row : rows) {
         Played played;
         played.watch = row.watch;
+        played.people.answers = {"yes"};
+        played.people.before = [&] { played.phone.await_end(); };
         played.phone.answers["get-prop no"] = "ERROR";
         played.phone.happens = [&](const std::string &asked) -> std::optional<bool> {
             return asked == "get-prop lost" ? std::optional(false) : std::optional(true);
