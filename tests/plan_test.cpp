@@ -146,6 +146,7 @@ TEST(Plan, WhatALineSays)
         {"! get-prop a => no  way stop", "get-prop", "a", "a failure: no way", true},
         {"get-prop a => \"please stop\"", "get-prop", "a", "please stop", false},
         {"get-prop a => please \"stop\"", "get-prop", "a", "please stop", false},
+        {"get-prop a => (", "get-prop", "a", "(", false},
         {"get-prop a => stop", "get-prop", "a", "stop", false},
         {"get-prop a => within 2 s", "get-prop", "a", "within 2 s", false},
         {"get-prop a => x within 2 min", "get-prop", "a", "x, within 120 s", false},

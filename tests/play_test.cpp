@@ -276,6 +276,11 @@ TEST(Play, ALostPortEndsTheRunAndTheTeardownTriesOnce)
     EXPECT_EQ(back.phone.asked(),
               (Lines{"set-prop x+1", "set-prop x+2", "set-prop end+1", "set-prop end+2"}));
 
+    Played away;
+    away.phone.stop();
+    EXPECT_TRUE(away({"wait 0.05", "set-prop x 1"}).port_died);
+    EXPECT_EQ(away.heard.rows, Lines{"! wait: the port does not answer | the port does not answer"});
+
     back.keep_going = true;
     EXPECT_EQ(back(plan).not_played, 0U);
 }
