@@ -1,5 +1,8 @@
 #include "dispatch.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -64,16 +67,52 @@ void *allocate_response(size_t length)
     return head + 1;
 }
 
+// One page for the packet, and behind it as many as it takes.
+request_buffer::request_buffer()
+    : page_(static_cast<size_t>(sysconf(_SC_PAGESIZE))),
+      short_size_(page_ + (ROOM + page_ - 1) / page_ * page_)
+{
+    void *place = mmap(nullptr, short_size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    short_ = place == MAP_FAILED ? nullptr : static_cast<uint8_t *>(place);
+    if (short_ && !map_short(short_ + page_, short_size_ - page_)) {
+        munmap(short_, short_size_);
+        short_ = nullptr;
+    }
+}
+
+// Has all pages there be the same one.
+bool request_buffer::map_short(uint8_t *place, size_t size) const
+{
+    const int fd = memfd_create("request", MFD_CLOEXEC);
+    bool good = fd >= 0 && ftruncate(fd, static_cast<off_t>(page_)) == 0;
+    for (size_t at = 0; good && at < size; at += page_)
+        good = mmap(place + at, page_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, fd, 0) != MAP_FAILED;
+    if (fd >= 0)
+        close(fd);
+    return good;
+}
+
+request_buffer::~request_buffer()
+{
+    if (short_)
+        munmap(short_, short_size_);
+}
+
 owned_response request_buffer::serve(diagpkt_handler handler, const uint8_t *packet, size_t length)
 {
-    memcpy(bytes_, packet, length);
-    void *bytes = handler(bytes_, static_cast<uint16_t>(length));
+    long_used_ = !short_ || length > page_;
+    uint8_t *buffer = long_used_ ? long_ : short_;
+    memcpy(buffer, packet, length);
+    void *bytes = handler(buffer, static_cast<uint16_t>(length));
     return owned_response(bytes ? static_cast<response *>(bytes) - 1 : nullptr);
 }
 
 void request_buffer::clear()
 {
-    memset(bytes_, 0, sizeof bytes_); // all of it: the handler may have written anywhere
+    if (long_used_)
+        memset(long_, 0, sizeof long_);
+    else
+        memset(short_, 0, 2 * page_);
 }
 
 size_t refuse(const uint8_t *packet, size_t length, uint8_t (&refusal)[REFUSAL_MAX])

@@ -36,20 +36,34 @@ using owned_response = std::unique_ptr<response, free_response>;
 // The bytes of a new response, or null when there is no memory or the length is more than a packet's.
 [[nodiscard]] void *allocate_response(size_t length);
 
-// Lets the handler serve the packet. Null: it stays silent. The request is the handler's buffer; see clear().
+// Lets handlers serve packets, each from a buffer that is zero behind it. There a handler may read, by as
+// much as its own text and number routines do. Few write there, though any may, and packets are short: so
+// theirs is a buffer that is cheap to clear. Behind its first page one and the same page stands again and
+// again, and what a handler writes to it is there at each of its places until the buffer is cleared.
 class request_buffer
 {
   public:
+    request_buffer();
+    ~request_buffer();
+    request_buffer(const request_buffer &) = delete;
+    request_buffer &operator=(const request_buffer &) = delete;
+
+    // Null: the handler stays silent.
     [[nodiscard]] owned_response serve(diagpkt_handler handler, const uint8_t *packet, size_t length);
 
-    // Must come before the next serve(): a request is zero behind its packet.
+    // Must come before the next serve().
     void clear();
 
   private:
-    // A handler may read behind the packet, by as much as its own text and number routines do.
     static constexpr size_t ROOM = port::PACKET_MAX + 1024;
 
-    alignas(16) uint8_t bytes_[ROOM] = {};
+    [[nodiscard]] bool map_short(uint8_t *place, size_t size) const;
+
+    const size_t page_; // as the kernel has them; a packet that is not longer is short
+    const size_t short_size_;
+    uint8_t *short_; // null: there was no memory for it
+    bool long_used_ = false;
+    alignas(16) uint8_t long_[ROOM] = {};
 };
 
 // What is answered to a packet that nobody serves; returns its length.

@@ -78,6 +78,8 @@ class server
     stations stations_;
     station *served_ = nullptr; // the last one; null when it has left since
     bool more_ = false;         // it has input left
+    int unlooked_ = 0;          // its requests since the last look at all others...
+    int64_t looked_ms_ = 0;     // ...and when that was
     bool newcomer_ = false;     // somebody waits to be accepted
     bool accepting_ = true;
     bool clock_runs_ = false; // something waits for tick()
