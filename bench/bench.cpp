@@ -3,9 +3,9 @@
 // Runs inside a phone, where the service's nodes, properties and shell are. The limit of a request is the
 // same work without the service: a process that reads as many bytes from a socket, makes the system calls or
 // runs the shell lines that the request asks for, and writes as many bytes back; a second one also appends
-// what the service logs. Requests and limits take turns in a random order, and a median is taken of each.
-// Without a port the requests go to a service of the program's own. Prints figures, one a line: name, limit,
-// figure and unit, parted by tabs; "-" where there is no limit.
+// what the service logs to a file. Requests and limits take turns in a random order, and a median is taken of
+// each. Without a port the requests go to a service of the program's own. Prints figures, one a line: name,
+// limit, figure and unit, parted by tabs; "-" where there is no limit.
 #include "exchange.h"
 
 #include <benchmark/benchmark.h>
@@ -35,8 +35,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr char OWN_PORT[] = "/dev/socket/bench_port";
 constexpr char PATH[] = "/system/bin:/vendor/bin"; // the service's, so that lines find the same tools
-constexpr char LOG[] = "/dev/log/main";
-constexpr char LIMIT_LOG[] = "/dev/log/bench"; // in the same file system
+constexpr char LIMIT_LOG[] = "/dev/log/bench";     // a file in memory
 constexpr char LOGGED_LINE[] = "[my_popen]:new popen command is: ";
 constexpr char NODE[] = "/sys/class/power_supply/battery/capacity";
 constexpr char PROPERTY[] = "ro.build.id";
@@ -225,14 +224,16 @@ const Row ROWS[] = {
     {"phone detection (0x013E)", 0x013E, "", paused(DETECTION_SETTLES), true, true},
 };
 
-// What has been logged behind `offset`, line by line.
-std::vector<std::string> logged(std::streamoff offset)
+// What has been logged since the last call, line by line.
+std::vector<std::string> logged()
 {
     std::vector<std::string> lines;
-    std::ifstream log(LOG);
-    log.seekg(offset);
-    for (std::string line; std::getline(log, line);)
-        lines.push_back(line + "\n");
+    FILE *log = popen("logcat -d; logcat -c", "re");
+    char line[4608];
+    while (log != nullptr && fgets(line, sizeof line, log) != nullptr)
+        lines.emplace_back(line);
+    if (log != nullptr)
+        pclose(log);
     return lines;
 }
 
@@ -244,12 +245,6 @@ std::vector<std::string> shell_lines(const std::vector<std::string> &log)
         if (const size_t at = line.find(LOGGED_LINE); at != std::string::npos)
             lines.push_back(line.substr(at + sizeof LOGGED_LINE - 1));
     return lines;
-}
-
-std::streamoff log_size()
-{
-    std::ifstream log(LOG, std::ios::ate);
-    return log ? static_cast<std::streamoff>(log.tellg()) : 0;
 }
 
 void add_exchange(const std::string &name, int fd, const Bytes &request, bool slow)
@@ -288,7 +283,7 @@ void add_row(const Row &row, int port, const char *service)
     const std::string name = row.name;
     Bytes answer;
     Work limit = row.limit;
-    const std::streamoff before = log_size();
+    logged();
     if (row.fresh) {
         Process process;
         start_service(service, process);
@@ -296,7 +291,7 @@ void add_row(const Row &row, int port, const char *service)
     } else {
         ask(port, request, answer);
     }
-    const std::vector<std::string> log = logged(before);
+    const std::vector<std::string> log = logged();
     if (row.lines_logged)
         limit.lines = shell_lines(log);
 

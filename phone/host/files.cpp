@@ -172,41 +172,4 @@ int run(const std::vector<std::string> &command, int in, int out)
     return child > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-bool send_fd(int socket, int fd)
-{
-    char byte = 'f';
-    iovec part = {&byte, 1};
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof fd)> control{};
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    message.msg_control = control.data();
-    message.msg_controllen = control.size();
-    cmsghdr *head = CMSG_FIRSTHDR(&message);
-    head->cmsg_level = SOL_SOCKET;
-    head->cmsg_type = SCM_RIGHTS;
-    head->cmsg_len = CMSG_LEN(sizeof fd);
-    memcpy(CMSG_DATA(head), &fd, sizeof fd);
-    return sendmsg(socket, &message, MSG_NOSIGNAL | MSG_DONTWAIT) == 1;
-}
-
-Fd receive_fd(int socket)
-{
-    char byte;
-    iovec part = {&byte, 1};
-    int fd = -1;
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof fd)> control{};
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    message.msg_control = control.data();
-    message.msg_controllen = control.size();
-    if (recvmsg(socket, &message, MSG_CMSG_CLOEXEC) != 1)
-        return Fd();
-    const cmsghdr *head = CMSG_FIRSTHDR(&message);
-    if (head && head->cmsg_type == SCM_RIGHTS && head->cmsg_len == CMSG_LEN(sizeof fd))
-        memcpy(&fd, CMSG_DATA(head), sizeof fd);
-    return Fd(fd);
-}
-
 } // namespace host

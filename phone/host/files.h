@@ -61,8 +61,4 @@ bool write_all(int fd, const void *bytes, size_t length);
 // Runs a program, and returns its exit status, or -1.
 int run(const std::vector<std::string> &command, int in = -1, int out = -1);
 
-// Sends an open descriptor, with one byte; takes one, or none.
-bool send_fd(int socket, int fd);
-Fd receive_fd(int socket);
-
 } // namespace host

@@ -8,6 +8,8 @@
 #include "launcher.h"
 
 #include "filter.h"
+#include "reader.h"
+#include "share.h"
 
 #include <fcntl.h>
 #include <linux/keyctl.h>
@@ -40,9 +42,7 @@ namespace host
 static constexpr char VOLATILE_ROOM[] = "mode=755,size=256m,nr_inodes=32k";
 static constexpr char DATA_ROOM[] = "mode=755,size=512m,nr_inodes=16k";
 static constexpr char KEPT_ROOM[] = "mode=755,size=256m,nr_inodes=8k"; // persist, sdcard, partitions
-static constexpr char LOG_ROOM[] = "mode=755,size=8m,nr_inodes=16";
 static constexpr off_t CONSOLE_MAX = off_t{1} << 20;
-static constexpr off_t LOG_KEPT = off_t{4} << 20;
 
 static constexpr const char *SHARES[][2] = {{"/proc/sys/user/max_inotify_instances", "16"},
                                             {"/proc/sys/user/max_inotify_watches", "1024"}};
@@ -76,11 +76,12 @@ struct Phone {
     Fd ready;          // of who waits for the phone
     Fd console_read, console_write;
     Fd console;
-    Fd log;
-    Fd port, shell, control;
+    Fd log, phones_log; // the same ring, of which the phone gets the second
+    Fd port, shell, control, log_giver;
     std::vector<Fd> clients;
     std::string line; // of the state, not yet complete
     std::string how;  // the last that init said
+    rlimit files{};   // that a process of the phone may have open
     int boots = 0;
     bool down = false;
     pid_t bwrap = -1;
@@ -125,6 +126,16 @@ static void leave_the_workstation()
         fail("no mounts of its own");
 }
 
+// Descriptors on their way through sockets count for the user as a whole, and everybody's may be as many as
+// he himself may open: the launcher, which hands out logs, is to have more than a phone that hoards them.
+static void have_more_files(rlimit &phones)
+{
+    getrlimit(RLIMIT_NOFILE, &phones);
+    const rlimit own = {phones.rlim_max, phones.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &own);
+    phones.rlim_max = phones.rlim_cur;
+}
+
 static void mount_room(const char *path, const char *room)
 {
     mkdir(path, 0700);
@@ -156,7 +167,6 @@ static void mount_rooms()
     mount_room(INSIDE, "mode=700,size=1m,nr_inodes=64");
     if (chdir(INSIDE) != 0)
         fail(INSIDE);
-    mount_room("log", LOG_ROOM);
     mount_room("data", DATA_ROOM);
     mount_room("kept", KEPT_ROOM);
     mkdir("root", 0755);
@@ -211,25 +221,16 @@ static void save(const Phone &phone)
 
 static void save_log(const Phone &phone)
 {
-    struct stat there {
-    };
-    if (!phone.log || fstat(phone.log.get(), &there) != 0)
-        return;
-    const off_t begin = std::max<off_t>(0, there.st_size - LOG_KEPT);
-    std::string text(static_cast<size_t>(there.st_size - begin), '\0');
-    const ssize_t count = pread(phone.log.get(), text.data(), text.size(), begin);
-    text.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
-    // Of a log whose head was freed or passed over, whole lines.
-    if (const size_t first = text.find_first_not_of('\0'); begin > 0 && first != std::string::npos)
-        text.erase(0, std::min(text.find('\n', first), text.size() - 1) + 1);
-    write_file(phone.state, LOG, text);
+    std::string text;
+    if (log_ring::reader(phone.log.get()).read(text, true))
+        write_file(phone.state, LOG, text);
 }
 
 static void finish(const Phone &phone)
 {
     save(phone);
     save_log(phone);
-    for (const char *name : {PORT, SHELL, CONTROL, STATE})
+    for (const char *name : {PORT, SHELL, CONTROL, LOG_GIVER, STATE})
         unlinkat(phone.state.get(), name, 0);
 }
 
@@ -253,6 +254,7 @@ static void write_state(const Phone &phone, const char *state)
     setrlimit(RLIMIT_CORE, &no_core);
     const rlimit signals = {SIGNALS_MAX, SIGNALS_MAX};
     setrlimit(RLIMIT_SIGPENDING, &signals);
+    setrlimit(RLIMIT_NOFILE, &phone.files);
     if (const Fd score(open("/proc/self/oom_score_adj", O_WRONLY | O_CLOEXEC)); score)
         (void)!write(score.get(), OOM_SCORE, sizeof OOM_SCORE - 1);
     // Out of the way of the numbers they get.
@@ -340,7 +342,7 @@ static void take_client(Phone &phone, Fd client)
     if (request == REQUEST_DOWN)
         phone.down = true;
     else if (request == REQUEST_LOG)
-        send_fd(client.get(), phone.log.get());
+        log_ring::hand_out(client.get(), phone.log.get());
     phone.clients.push_back(std::move(client));
 }
 
@@ -373,11 +375,13 @@ static bool is_gone(const Fd &folder)
 // Until bubblewrap is gone, and with it, being the parent of everything in the phone, init and the rest.
 static void live(Phone &phone, int state_read, int signals)
 {
+    constexpr size_t CLIENTS_AT = 5; // among the events
     for (bool killed = false;;) {
         std::vector<pollfd> events = {
             {signals, POLLIN, 0},
             {state_read, POLLIN, 0},
             {phone.console_read.get(), POLLIN, 0},
+            {phone.log_giver.get(), POLLIN, 0},
             {phone.clients.size() < CLIENTS_MAX ? phone.control.get() : -1, POLLIN, 0}};
         for (const Fd &client : phone.clients)
             events.push_back({client.get(), POLLIN, 0});
@@ -389,9 +393,12 @@ static void live(Phone &phone, int state_read, int signals)
         take_state(phone, state_read);
         take_console(phone);
         for (size_t i = phone.clients.size(); i-- > 0;) // a client says no more: whatever comes is its end
-            if (events[4 + i].revents != 0)
+            if (events[CLIENTS_AT + i].revents != 0)
                 phone.clients.erase(phone.clients.begin() + static_cast<ptrdiff_t>(i));
-        if (events[3].revents != 0)
+        if (events[3].revents != 0) // a program of the phone that begins to log
+            if (const Fd guest(accept4(phone.log_giver.get(), nullptr, nullptr, SOCK_CLOEXEC)); guest)
+                log_ring::hand_out(guest.get(), phone.phones_log.get());
+        if (events[CLIENTS_AT - 1].revents != 0)
             take_client(phone, Fd(accept4(phone.control.get(), nullptr, nullptr, SOCK_CLOEXEC)));
         if (phone.down && !killed)
             killed = kill(phone.bwrap, SIGKILL) == 0; // not yet waited for: the id is still its own
@@ -462,15 +469,20 @@ static void pass_on(int signal) { kill(launcher_pid, signal); }
     prctl(PR_SET_CHILD_SUBREAPER, 1); // who loses the launcher comes here
     umask(022);                       // the phone sees the modes; the workstation is kept out by the folder's
     leave_the_workstation();
+    have_more_files(phone.files);
     // By its path: the descriptor is of the mounts that were left behind.
     if (chdir(phone.path.c_str()) != 0)
         fail(phone.path);
     mount_rooms();
     load(phone);
-    phone.log.reset(open("log/main", O_RDWR | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, 0644));
+    phone.log.reset(log_ring::make());
+    phone.phones_log.reset(log_ring::reopen(phone.log.get()));
+    if (!phone.phones_log)
+        fail("no log");
     phone.port = listen_in(phone.state, PORT);
     phone.shell = listen_in(phone.state, SHELL);
     phone.control = listen_in(phone.state, CONTROL);
+    phone.log_giver = listen_in(phone.state, LOG_GIVER);
     const pid_t keeper = getpid();
     launcher_pid = fork();
     if (launcher_pid == 0)
@@ -478,7 +490,7 @@ static void pass_on(int signal) { kill(launcher_pid, signal); }
     if (launcher_pid < 0)
         fail("no process");
     phone.ready.reset(-1);
-    for (Fd *socket : {&phone.port, &phone.shell, &phone.control})
+    for (Fd *socket : {&phone.port, &phone.shell, &phone.control, &phone.log_giver})
         socket->reset(-1);
     struct sigaction action {
     };

@@ -7,7 +7,8 @@ namespace host
 {
 
 // The names in a phone's folder (build/phone/NAME). All are made and written by the workstation alone; the
-// phone has nothing of the folder but the two sockets it listens at and cannot name them.
+// phone has nothing of the folder but the two sockets it listens at and cannot name them, and the one that it
+// gets its log from.
 constexpr char PORT[] = "port";
 constexpr char SHELL[] = "shell";
 constexpr char CONTROL[] = "control"; // of the launcher: a line of REQUEST_... below
@@ -15,6 +16,8 @@ constexpr char STATE[] = "state";     // "booting N", "ready N": the how-manieth
 constexpr char CONSOLE[] =
     "console"; // what the phone's programs wrote to standard error; the older half is console.1
 constexpr char LOG[] = "log"; // of the phone that is down
+constexpr char LOG_GIVER[] =
+    "log.ring"; // of the launcher, which hands the log out to the phone's programs there
 constexpr char KEPT[] =
     "kept.tar"; // /data, /mnt/vendor/persist, /sdcard and the partitions of the phone that is down
 constexpr char STAGING[] = "staging"; // how it differs (phone/staging.h), bound into the phone

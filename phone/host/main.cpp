@@ -73,8 +73,8 @@ static int up(const Fd &state, const std::string &path, const std::vector<std::s
         return EXIT_UP_ALREADY;
     if (told.size() > FRESH)
         unlinkat(state.get(), host::KEPT, 0);
-    for (const char *name :
-         {host::PORT, host::SHELL, host::CONTROL, host::STATE, host::CONSOLE, host::LOG, "console.1"})
+    for (const char *name : {host::PORT, host::SHELL, host::CONTROL, host::LOG_GIVER, host::STATE,
+                             host::CONSOLE, host::LOG, "console.1"})
         unlinkat(state.get(), name, 0);
     host::write_file(state, "options", told[OPTIONS] + "\n"); // of `script/phone status`
     host::write_file(state, "programs", told[PROGRAMS] + "\n");
