@@ -276,6 +276,27 @@ size_t take_numbers(const std::vector<std::string> &lines, std::map<int, std::ve
     return broken;
 }
 
+TEST(Ring, ThreadsOfOneProcessLoseNothing)
+{
+    const int fd = log_ring::make();
+    ring *log = log_ring::map(fd);
+    constexpr int LINES = 4000;
+    std::vector<std::thread> writers;
+    for (int writer = 0; writer < 4; writer++)
+        writers.emplace_back([log, writer] {
+            for (int number = 0; number < LINES; number++)
+                write_line(*log, ": " + numbered(writer, number));
+        });
+    for (auto &writer : writers)
+        writer.join();
+    std::map<int, std::vector<int>> numbers;
+    EXPECT_EQ(take_numbers(all_lines(fd), numbers), 0u);
+    for (const auto &[writer, those] : numbers)
+        EXPECT_EQ(those.size(), static_cast<size_t>(LINES)) << writer;
+    munmap(log, sizeof *log);
+    close(fd);
+}
+
 // RING_SECONDS in the environment makes it last.
 TEST(Ring, WritersThatAreKilledLeaveNoBrokenLine)
 {
