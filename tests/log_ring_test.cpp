@@ -297,10 +297,10 @@ TEST(Ring, ThreadsOfOneProcessLoseNothing)
     close(fd);
 }
 
-// RING_SECONDS in the environment makes it last.
+// BENCH_RING_SECONDS in the environment makes it last.
 TEST(Ring, WritersThatAreKilledLeaveNoBrokenLine)
 {
-    const char *seconds = getenv("RING_SECONDS");
+    const char *seconds = getenv("BENCH_RING_SECONDS");
     const auto end = Clock::now() + std::chrono::seconds(seconds ? atoi(seconds) : 3);
     const Giver giver;
     int started = 0;
