@@ -2,7 +2,7 @@
 // line for each call that failed to start something, and for each child that a signal has ended. The
 // service's own log has no place for it: its lines are contracts.
 //
-// A line: seconds.milliseconds of the clock, process, its name, what was called, and what came of it. Many
+// A line: seconds.milliseconds of the clock, process, its words, what was called, and what came of it. Many
 // processes append to one file; each line is one write.
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -21,17 +21,32 @@
 
 static constexpr char TESTIMONY[] = "/data/witness";
 
+// The words of this process, parted by blanks: of a script its name too. What does not fit is cut.
+static int name_process(char *out, size_t size)
+{
+    const int fd = open("/.proc/self/cmdline", O_RDONLY | O_CLOEXEC);
+    const ssize_t count = read(fd, out, size);
+    close(fd);
+    for (ssize_t i = 0; i < count; i++)
+        if (out[i] == '\0' || out[i] == '\n')
+            out[i] = ' ';
+    return count > 0 ? static_cast<int>(count) : 0;
+}
+
 // Keeps the caller's errno.
 __attribute__((format(printf, 1, 2))) static void testify(const char *format, ...)
 {
+    static constexpr size_t NAME_MAX_SIZE = 320;
     const int saved_errno = errno;
     char line[1024];
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
-    int length = snprintf(line, sizeof line, "%lld.%03ld %d %s ", static_cast<long long>(now.tv_sec),
-                          now.tv_nsec / 1000000, getpid(), program_invocation_short_name);
+    int length = snprintf(line, sizeof line, "%lld.%03ld %d ", static_cast<long long>(now.tv_sec),
+                          now.tv_nsec / 1000000, getpid());
+    length += name_process(line + length, NAME_MAX_SIZE);
     va_list arguments;
     va_start(arguments, format);
+    line[length++] = ' ';
     length += vsnprintf(line + length, sizeof line - static_cast<size_t>(length), format, arguments);
     va_end(arguments);
     if (length >= static_cast<int>(sizeof line))
@@ -120,6 +135,20 @@ EXPORT ssize_t read(int fd, void *data, size_t size)
     static const auto call = REAL(read);
     const ssize_t count = call(fd, data, size);
     if (count < 0 && errno != EAGAIN)
-        testify("read: %s", strerror(errno));
+        testify("read(%d): %s", fd, strerror(errno));
     return count;
+}
+
+// What is not there (a terminal above all) is not there; all else is a reason.
+EXPORT int open(const char *path, int flags, ...)
+{
+    static const auto call = reinterpret_cast<int (*)(const char *, int, unsigned)>(dlsym(RTLD_NEXT, "open"));
+    va_list arguments;
+    va_start(arguments, flags);
+    const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(arguments, unsigned) : 0;
+    va_end(arguments);
+    const int fd = call(path, flags, mode);
+    if (fd < 0 && errno != ENOENT && errno != ENXIO)
+        testify("open(%s): %s", path, strerror(errno));
+    return fd;
 }
