@@ -14,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -22,14 +23,51 @@
 #include <fstream>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
-static constexpr long EVIDENCE_MAX = 50; // times that it is saved
+static constexpr long EVIDENCE_MAX = 50;                              // times that it is saved
+static constexpr double STANDSTILL = 1;                               // seconds
+static constexpr auto PULSE_SETTLES = std::chrono::milliseconds(300); // until a gap that has ended is known
 
 static volatile std::sig_atomic_t stopped = 0;
 
 namespace
 {
+
+// Whether this process itself has stood still: stopped, or on a machine that was. Its clock goes on then, and
+// an answer that has come in time looks as if it had not.
+class Pulse
+{
+  public:
+    Pulse() : beats_(&Pulse::beat, this) {}
+    Pulse(const Pulse &) = delete;
+    Pulse &operator=(const Pulse &) = delete;
+    ~Pulse()
+    {
+        ends_ = true;
+        beats_.join();
+    }
+    // The longest time between two beats since this was last asked.
+    double longest_gap() { return longest_.exchange(0); }
+
+  private:
+    void beat()
+    {
+        using Clock = std::chrono::steady_clock;
+        for (auto last = Clock::now(); !ends_;) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            const auto now = Clock::now();
+            const double gap = std::chrono::duration<double>(now - last).count();
+            if (gap > longest_)
+                longest_ = gap;
+            last = now;
+        }
+    }
+    std::atomic<double> longest_{0};
+    std::atomic<bool> ends_{false};
+    std::thread beats_;
+};
 
 struct Asked {
     std::string line;
@@ -118,6 +156,7 @@ int main(int argc, char **argv)
         signal(number, [](int) { stopped = 1; });
 
     station::Client client(settings.client);
+    Pulse pulse;
     std::map<std::string, long> surprises; // by line
     long surprised = 0;
     const auto ask = [&](long i) {
@@ -125,11 +164,18 @@ int main(int argc, char **argv)
         const auto begin = std::chrono::system_clock::now();
         const station::Exchange exchange = client.ask(asked.request);
         const station::Result result = station::judge(asked.request, exchange);
-        if (result.verdict == asked.verdict)
+        if (result.verdict == asked.verdict) {
+            if (i % 100 == 0)
+                pulse.longest_gap();
             return true;
+        }
         surprises[asked.line]++;
-        const std::string told = time_text(begin) + " request " + std::to_string(i) + ", " + asked.line +
-                                 ": " + outcome_text(exchange, result);
+        std::this_thread::sleep_for(PULSE_SETTLES);
+        const double gap = pulse.longest_gap();
+        const std::string told =
+            time_text(begin) + " request " + std::to_string(i) + ", " + asked.line + ": " +
+            outcome_text(exchange, result) +
+            (gap > STANDSTILL ? "; the soak itself has stood still for " + std::to_string(gap) + " s" : "");
         fprintf(stderr, "%ld. %s\n", ++surprised, told.c_str());
         std::ofstream(folder + "/unexpected", std::ios::app) << surprised << ". " << told << "\n";
         if (surprised <= EVIDENCE_MAX)
