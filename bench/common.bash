@@ -39,7 +39,7 @@ below() {
     local child
     # shellcheck disable=SC2013  # the ids are words
     for child in $(cat "/proc/$1"/task/*/children 2>/dev/null); do
-        [[ $(<"/proc/$child/comm") != diag_service ]] || echo "$child"
+        [[ $(cat "/proc/$child/comm" 2>/dev/null) != diag_service ]] || echo "$child"
         below "$child"
     done
 }
@@ -56,7 +56,7 @@ pack() {
     done
 }
 # put FOLDER NAME WHERE: its content into a folder of the phone.
-put() { tar -c -C "$1" . | script/phone shell "$2" "mkdir -p $3 && cd $3 && tar -x"; }
+put() { tar -c --owner=0 --group=0 -C "$1" . | script/phone shell "$2" "mkdir -p $3 && cd $3 && tar -x"; }
 
 the_machine() { echo "$(nproc) cores, load $(cut -d' ' -f1 /proc/loadavg), $(uname -m), Linux $(uname -r)"; }
 
