@@ -1,5 +1,5 @@
 # script/bench --soak (sourced): many mixed requests to one phone or several at once, and what became of each service.
-# shellcheck shell=bash
+# shellcheck shell=bash disable=SC2154,SC2034,SC2016
 
 # A phone in which every program is watched for what it cannot start (bench/witness.cpp).
 boot_witnessed() {
