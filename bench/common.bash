@@ -58,6 +58,9 @@ pack() {
 # put FOLDER NAME WHERE: its content into a folder of the phone.
 put() { tar -c --owner=0 --group=0 -C "$1" . | script/phone shell "$2" "mkdir -p $3 && cd $3 && tar -x"; }
 
+# in_turns NAME DIVISOR WORD...: prints a command as bench_turns takes it.
+in_turns() { (IFS=$'\t' && echo "$*"); }
+
 the_machine() { echo "$(nproc) cores, load $(cut -d' ' -f1 /proc/loadavg), $(uname -m), Linux $(uname -r)"; }
 
 # show NAME LIMIT FIGURE UNIT [RATIO LOW HIGH]: one figure; the limit is "-" where there is none. RATIO is figure by limit

@@ -35,25 +35,23 @@ END
 compare_end() { ssh -F "$work/ssh_config" -O exit kept 2>/dev/null; }
 
 path='PATH=/system/bin:/vendor/bin;'
-# in_turns NAME DIVISOR WORD...: one more of the commands that are timed.
-in_turns() { (IFS=$'\t' && echo "$*") >>"$work/turns"; }
 
-# one TITLE REQUEST LINE: one request of a station beside one line of a shell.
+# compare_one TITLE REQUEST LINE: one request of a station beside one line of a shell.
 compare_one() {
     local request i
     read -ra request <<<"$2"
-    compare_begin
-    in_turns station 1 "$build/bin/station" --port "$(port_of compare)" "${request[@]}"
-    in_turns 'station, a connection that is kept' 50 "$build/bin/station" --port "$(port_of compare)" run "$work/fifty"
-    in_turns 'a shell of the phone' 1 "$build/bin/phone_host" shell "$PWD/build/phone/compare" "$path $3"
-    in_turns 'ssh, a connection that is kept' 1 ssh -F "$work/ssh_config" kept "$path $3"
-    in_turns 'ssh, a connection each time' 1 ssh -F "$work/ssh_config" each "$path $3"
+    {
+        in_turns station 1 "$build/bin/station" --port "$(port_of compare)" "${request[@]}"
+        in_turns 'station, a connection that is kept' 50 "$build/bin/station" --port "$(port_of compare)" run "$work/fifty"
+        in_turns 'a shell of the phone' 1 "$build/bin/phone_host" shell "$PWD/build/phone/compare" "$path $3"
+        in_turns 'ssh, a connection that is kept' 1 ssh -F "$work/ssh_config" kept "$path $3"
+        in_turns 'ssh, a connection each time' 1 ssh -F "$work/ssh_config" each "$path $3"
+    } >"$work/turns"
     for ((i = 0; i < 50; ++i)); do
         echo "$2"
     done >"$work/fifty"
     compare_show "$1" "$rounds"
 }
-compare_begin() { : >"$work/turns"; }
 
 # compare_show TITLE ROUNDS: each beside the station, with the spread of its own times.
 compare_show() {
@@ -73,7 +71,7 @@ ratio() { awk "BEGIN { printf \"%.4f\", $1 / $2 }"; }
 
 # The steps of a test: one plan of a station, beside a line for each step.
 compare_steps() {
-    local lines=$work/lines way
+    local lines=$work/lines way whole
     grep -v '^#' bench/compare.steps | sed 's/ | .*//' >"$work/plan"
     grep -v '^#' bench/compare.steps | sed 's/^[^|]* | //' >"$lines"
     for way in shell kept each; do
@@ -83,12 +81,14 @@ compare_steps() {
             printf '%s %q </dev/null >/dev/null || exit\n' "$command" "$path $line"
         done <"$lines" >"$work/steps.$way"
     done
-    compare_begin
-    in_turns station 1 "$build/bin/station" --port "$(port_of compare)" run "$work/plan"
-    in_turns 'one shell of the phone for all' 1 "$build/bin/phone_host" shell "$PWD/build/phone/compare" "$path set -e; $(sed -E 's/^! (.*)/if \1; then exit 1; fi/' "$lines" | paste -sd ';' | sed 's/;/; /g')"
-    in_turns 'a shell of the phone for each' 1 sh "$work/steps.shell"
-    in_turns 'ssh, a connection that is kept' 1 sh "$work/steps.kept"
-    in_turns 'ssh, a connection each time' 1 sh "$work/steps.each"
+    whole=$(sed -E 's/^! (.*)/if \1; then exit 1; fi/' "$lines" | paste -sd ';' | sed 's/;/; /g')
+    {
+        in_turns station 1 "$build/bin/station" --port "$(port_of compare)" run "$work/plan"
+        in_turns 'one shell of the phone for all' 1 "$build/bin/phone_host" shell "$PWD/build/phone/compare" "$path set -e; $whole"
+        in_turns 'a shell of the phone for each' 1 sh "$work/steps.shell"
+        in_turns 'ssh, a connection that is kept' 1 sh "$work/steps.kept"
+        in_turns 'ssh, a connection each time' 1 sh "$work/steps.each"
+    } >"$work/turns"
     compare_show "$(wc -l <"$work/plan") steps of the final test" $((rounds / 10 + 1))
 }
 
