@@ -237,6 +237,28 @@ TEST(Port, AFloodOfGarbageDoesNotHoldTheStation)
     close(listener);
 }
 
+TEST(Port, AStationThatWasStoppedFindsItsAnswer)
+{
+    temporary_folder directory;
+    const std::string path = directory.path + "/port";
+    const int listener = listen_unix(path);
+    const Bytes frame = frame_of(response_to(request(), "in time"));
+    const pid_t phone = fork();
+    if (phone == 0) {
+        const int fd = accept(listener, nullptr, nullptr);
+        uint8_t asked[64];
+        (void)!read(fd, asked, sizeof asked);
+        kill(getppid(), SIGSTOP);
+        (void)!write(fd, frame.data(), frame.size());
+        usleep(static_cast<useconds_t>(2 * SOON * 1e6));
+        kill(getppid(), SIGCONT);
+        _exit(0);
+    }
+    EXPECT_EQ(text_of_answer(Client({path, SOON, 0}).ask({request(), false})), "in time");
+    waitpid(phone, nullptr, 0);
+    close(listener);
+}
+
 TEST(Run, WaitsForTheRestartedPhone)
 {
     // Told to restart, the phone answers for a while, goes away and comes back: slowly, and faster than one

@@ -159,13 +159,14 @@ void Client::bring_into_step(Deadline deadline)
         send(check, deadline);
     }
     Bytes packet;
+    bool time_is_over = false;
     for (size_t seen = 0; seen < checks.size();) {
-        const Received received = receive(packet, deadline);
+        const Received received = receive(packet, deadline, time_is_over);
         // A port at which nobody serves the port-check yet refuses it, and that tells as much.
         const auto echoes = [&](const Bytes &check) {
             return (packet.size() == ECHO_SIZE && answers(packet, check)) || refuses(packet, check);
         };
-        if (received == Received::nothing || Clock::now() >= deadline)
+        if (received == Received::nothing)
             throw PortError("the port does not answer: no echo of a port-check within " +
                             seconds_text(settings_.timeout));
         if (received == Received::packet)
@@ -183,15 +184,19 @@ void Client::send(const Bytes &packet, Deadline deadline)
     port_->write(frame, deadline);
 }
 
-// The next frame that comes, broken ones too; nothing at the deadline.
-Client::Received Client::receive(Bytes &packet, Deadline deadline)
+// The next frame that comes, broken ones too; nothing at the deadline. What lies there then is read once
+// more: a station that was stopped, or slept with its machine, finds its answer, while somebody who never
+// stops sending does not hold it. `time_is_over` is the caller's, false at first.
+Client::Received Client::receive(Bytes &packet, Deadline deadline, bool &time_is_over)
 {
     for (;;) {
         if (taken_ == input_.size()) {
+            if (time_is_over)
+                return Received::nothing;
+            time_is_over = Clock::now() >= deadline;
             input_ = port_->read(deadline);
             taken_ = 0;
-            // Somebody who never stops sending shall not hold the station.
-            if (input_.empty() || Clock::now() >= deadline)
+            if (input_.empty())
                 return Received::nothing;
         }
         const uint8_t *input = input_.data() + taken_;
@@ -224,10 +229,10 @@ void Client::trace_input(port::event event, size_t end)
 // Throws PortError when there is none to believe before the deadline.
 void Client::await_answer(const Bytes &request, size_t response_size, Deadline deadline, Exchange &exchange)
 {
-    for (;;) {
+    for (bool time_is_over = false;;) {
         Bytes packet;
-        const Received received = receive(packet, deadline);
-        if (received == Received::nothing || Clock::now() >= deadline) {
+        const Received received = receive(packet, deadline, time_is_over);
+        if (received == Received::nothing) {
             if (settings_.trace && !wire_.empty())
                 trace_frame('<', wire_, "not a whole frame");
             const std::string others =

@@ -76,7 +76,7 @@ class Client
     void forget_input();
     void bring_into_step(Deadline deadline);
     void send(const Bytes &packet, Deadline deadline);
-    Received receive(Bytes &packet, Deadline deadline);
+    Received receive(Bytes &packet, Deadline deadline, bool &time_is_over);
     void trace_input(port::event event, size_t end);
     void await_answer(const Bytes &request, size_t response_size, Deadline deadline, Exchange &exchange);
     bool attempt(const Question &question, bool patient, Exchange &exchange);
