@@ -8,8 +8,8 @@ static constexpr auto LOOK = std::chrono::milliseconds(100); // for interrupts, 
 std::optional<std::string> Desk::ask(const std::string &slot, const Prompt &prompt, Deadline deadline,
                                      std::string &why)
 {
-    Waiting waiting{{slot, prompt}, std::nullopt};
     std::unique_lock<std::mutex> lock(mutex_);
+    Waiting waiting{{slot, prompt, ++asked_}, std::nullopt};
     waiting_.push_back(&waiting);
     const int before = interrupts_;
     while (!waiting.answer && !left_ && interrupts_ == before && Clock::now() < deadline)
@@ -20,7 +20,7 @@ std::optional<std::string> Desk::ask(const std::string &slot, const Prompt &prom
     return waiting.answer;
 }
 
-std::optional<Desk::Open> Desk::open()
+std::optional<Desk::Open> Desk::open() const
 {
     const std::lock_guard<std::mutex> lock(mutex_);
     for (const Waiting *waiting : waiting_)
@@ -29,18 +29,28 @@ std::optional<Desk::Open> Desk::open()
     return std::nullopt;
 }
 
-bool Desk::give(const std::string &answer)
+std::vector<Desk::Open> Desk::all_open() const
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<Open> all;
+    for (const Waiting *waiting : waiting_)
+        if (!waiting->answer)
+            all.push_back(waiting->open);
+    return all;
+}
+
+Desk::Given Desk::give(uint64_t id, const std::string &answer)
 {
     const std::lock_guard<std::mutex> lock(mutex_);
     for (Waiting *waiting : waiting_)
-        if (!waiting->answer) {
+        if (waiting->open.id == id && !waiting->answer) {
             if (!fits(waiting->open.prompt, answer))
-                return false;
+                return Given::unfit;
             waiting->answer = answer;
             answered_.notify_all();
-            return true;
+            return Given::taken;
         }
-    return true;
+    return Given::closed;
 }
 
 void Desk::leave()

@@ -1,14 +1,17 @@
-// Where the questions of all slots come together: one is open at a time, for one person.
+// Where the questions of all slots come together, for whoever answers first: the person at the terminal, who
+// is asked one at a time, or one of those at the pages, who see them all.
 #pragma once
 
 #include "station/plan/people.h"
 #include "station/plan/run.h"
 
 #include <condition_variable>
+#include <cstdint>
 #include <list>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace station
 {
@@ -19,6 +22,12 @@ class Desk
     struct Open {
         std::string slot;
         Prompt prompt;
+        uint64_t id = 0; // of this question, in the life of the desk
+    };
+    enum class Given {
+        taken,
+        unfit, // no answer to it: it stays open
+        closed // somebody else has answered it, or nobody waits for it any more
     };
 
     explicit Desk(const Interrupts &interrupts) : interrupts_(interrupts) {}
@@ -27,11 +36,13 @@ class Desk
     std::optional<std::string> ask(const std::string &slot, const Prompt &prompt, Deadline deadline,
                                    std::string &why);
 
-    // The question that is to be answered now.
-    std::optional<Open> open();
+    // The question that the person at the terminal is to answer now.
+    std::optional<Open> open() const;
+    // All that wait, the oldest first.
+    std::vector<Open> all_open() const;
 
-    // Answers it; false when it is no answer to it, and it stays open.
-    bool give(const std::string &answer);
+    // The first answer that fits is the answer.
+    Given give(uint64_t id, const std::string &answer);
 
     // Nobody is there any more.
     void leave();
@@ -43,9 +54,10 @@ class Desk
     };
 
     const Interrupts &interrupts_;
-    std::mutex mutex_;
+    mutable std::mutex mutex_;
     std::condition_variable answered_;
     std::list<Waiting *> waiting_;
+    uint64_t asked_ = 0;
     bool left_ = false;
 };
 

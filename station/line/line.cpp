@@ -57,6 +57,8 @@ struct Line::Slot : Listener {
             now.phase = SlotState::Phase::tests;
             now.answered = true;
             now.steps = plan.steps.size();
+            now.run = keeper->run().id;
+            now.started = keeper->run().started;
         });
         begin = Clock::now();
         hear("begins " + plan.name);
@@ -164,12 +166,15 @@ struct Line::Slot : Listener {
         }
         Settings settings = line.settings_;
         settings.client.port = state.port;
-        Keeper keeper(&line.store_, {line.options_.station, state.port, line.options_.software}, false);
+        Keeper kept(&line.store_, {line.options_.station, state.port, line.options_.software}, false);
+        keeper = &kept;
         try {
             const Ended ended = play(line.plan_,
                                      {settings, answers_file ? *answers_file : static_cast<People &>(at_desk),
                                       line.interrupts_, line.options_.stop, false, line.options_.why, true},
-                                     {&keeper, this});
+                                     {&kept, this});
+            if (line.options_.finished)
+                line.options_.finished(kept.run());
             show(ended.end, ended.end == End::aborted ? ended.cause : "");
         } catch (const records::Error &error) {
             line.stop_taking(error.what());
@@ -177,6 +182,7 @@ struct Line::Slot : Listener {
         } catch (const std::exception &error) {
             show(End::error, error.what());
         }
+        keeper = nullptr;
     }
 
     void serve()
@@ -230,6 +236,7 @@ struct Line::Slot : Listener {
     AtDesk at_desk;
     std::optional<AnswersFile> answers_file;
     std::optional<PortLock> port_lock;
+    const Keeper *keeper = nullptr; // of the run that is played; hears of everything before the slot does
     Clock::time_point begin{};
     std::atomic<bool> is_over{false};
     std::thread thread;

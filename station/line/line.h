@@ -30,6 +30,8 @@ struct SlotState {
     std::string cause;     // of that
     bool answered = false; // a phone was here
     size_t passed = 0, tested = 0;
+    std::string run;         // its id in the records, once it has begun
+    records::Time started{}; // of that
 };
 
 struct LineOptions {
@@ -39,6 +41,8 @@ struct LineOptions {
     bool once = false;
     bool stop = false;
     bool why = true;
+    // Hears of every run that has ended, from any thread; may be empty.
+    std::function<void(const records::Run &)> finished;
 };
 
 class Line
