@@ -173,37 +173,15 @@ static std::string percent(int64_t part, int64_t of)
     return of > 0 ? text : "-";
 }
 
-static nlohmann::ordered_json yield_json(const std::vector<PlanYield> &plans, const std::vector<Harm> &harms)
-{
-    nlohmann::ordered_json json{{"plans", nlohmann::ordered_json::array()},
-                                {"steps", nlohmann::ordered_json::array()}};
-    for (const PlanYield &plan : plans) {
-        json["plans"].push_back({{"plan", plan.plan},
-                                 {"units", plan.units},
-                                 {"first", plan.first},
-                                 {"first_pass", plan.first_pass},
-                                 {"first_pass_yield", nullptr},
-                                 {"passed", plan.passed},
-                                 {"runs", plan.runs}});
-        if (plan.first > 0)
-            json["plans"].back()["first_pass_yield"] =
-                static_cast<double>(plan.first_pass) / static_cast<double>(plan.first);
-    }
-    for (const Harm &harm : harms)
-        json["steps"].push_back(
-            {{"step", harm.step.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(harm.step)},
-             {"units", harm.units},
-             {"lost", harm.lost},
-             {"runs", harm.runs}});
-    return json;
-}
-
 static void yield(Source &source, const Filter &filter, bool as_json)
 {
-    const std::vector<PlanYield> plans = source.yield(filter);
-    const std::vector<Harm> harms = source.harm(filter);
+    const Tally tally = source.tally(filter);
+    const std::vector<PlanYield> plans = tally.plans();
+    std::vector<Harm> harms = tally.harms();
+    if (filter.limit > 0 && harms.size() > filter.limit)
+        harms.resize(filter.limit);
     if (as_json) {
-        std::puts(dump(yield_json(plans, harms)).c_str());
+        std::puts(json(plans, harms, 2).c_str());
         return;
     }
     std::printf("%-24s  %7s  %10s  %16s  %16s  %7s\n", "plan", "units", "first time", "first pass", "passed",

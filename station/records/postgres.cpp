@@ -71,6 +71,10 @@ CREATE TABLE steps (
 ) PARTITION BY RANGE (run);
 CREATE INDEX steps_failing ON steps (name, run) WHERE verdict IN ('fail', 'error');
 )",
+    R"(
+CREATE INDEX runs_plan ON runs (plan, started);
+CREATE INDEX steps_measured ON steps (name, run, measured) WHERE measured IS NOT NULL;
+)",
 };
 static constexpr int VERSION = std::size(MIGRATIONS);
 
@@ -299,6 +303,31 @@ pqxx::result Postgres::query(const std::string &sql, const std::vector<std::stri
     });
 }
 
+void Postgres::stream(const std::string &sql, const std::vector<std::string> &parameters,
+                      const std::function<void(const pqxx::result &)> &some)
+{
+    guarded([&] {
+        pqxx::work work(*connection_);
+        work.exec_params("DECLARE some NO SCROLL CURSOR FOR " + sql,
+                         pqxx::prepare::make_dynamic_params(parameters));
+        for (;;) {
+            const pqxx::result rows = work.exec("FETCH 10000 FROM some");
+            if (rows.empty())
+                return;
+            some(rows);
+        }
+    });
+}
+
+void Postgres::interrupt()
+{
+    try {
+        connection_->cancel_query();
+    } catch (const std::exception &) { // nothing was being asked, or nobody is there to be told
+        return;
+    }
+}
+
 namespace
 {
 
@@ -307,18 +336,18 @@ class DatabaseSource : public Source
   public:
     explicit DatabaseSource(const std::string &address) : database_(address) { database_.check(); }
 
+    void interrupt() override { database_.interrupt(); }
+
   protected:
     void query(const std::string &sql, const std::vector<std::string> &parameters,
                const std::function<void(const Values &)> &row) override
     {
-        const pqxx::result rows = database_.query(sql, parameters);
-        for (const auto &each : rows) {
-            Values values(each.size());
-            for (const auto &field : each)
-                if (!field.is_null())
-                    values[field.num()] = std::string(field.c_str(), field.size());
-            row(values);
-        }
+        visit(database_.query(sql, parameters), row);
+    }
+    void stream(const std::string &sql, const std::vector<std::string> &parameters,
+                const std::function<void(const Values &)> &row) override
+    {
+        database_.stream(sql, parameters, [&](const pqxx::result &rows) { visit(rows, row); });
     }
     std::string time(const std::string &column) const override
     {
@@ -328,6 +357,17 @@ class DatabaseSource : public Source
     bool is_cut_by_id() const override { return true; }
 
   private:
+    static void visit(const pqxx::result &rows, const std::function<void(const Values &)> &row)
+    {
+        for (const auto &each : rows) {
+            Values values(each.size());
+            for (const auto &field : each)
+                if (!field.is_null())
+                    values[field.num()] = std::string(field.c_str(), field.size());
+            row(values);
+        }
+    }
+
     Postgres database_;
 };
 

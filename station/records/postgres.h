@@ -3,6 +3,7 @@
 
 #include "station/records/run.h"
 
+#include <functional>
 #include <memory>
 #include <pqxx/pqxx>
 #include <set>
@@ -39,6 +40,10 @@ class Postgres
     void check();
 
     pqxx::result query(const std::string &sql, const std::vector<std::string> &parameters);
+    // The same, in pieces of bounded size.
+    void stream(const std::string &sql, const std::vector<std::string> &parameters,
+                const std::function<void(const pqxx::result &)> &some);
+    void interrupt(); // by any thread
 
   private:
     template <typename Work> auto guarded(Work &&work);

@@ -1,5 +1,6 @@
 #include "station/records/source.h"
 
+#include "station/records/conditions.h"
 #include "station/records/tables.h"
 #include "station/records/text.h"
 
@@ -13,48 +14,6 @@ static constexpr size_t PAGE = 500;
 
 namespace
 {
-
-// The conditions of a filter, in SQL that file and database both take: $1, $2 ... are used first in their
-// order.
-class Conditions
-{
-  public:
-    Conditions(const Filter &filter, bool by_id)
-    {
-        if (!filter.unit.empty())
-            add("unit = " + value(clean(filter.unit)));
-        if (!filter.plan.empty()) {
-            const std::string plan = value(clean(filter.plan));
-            add("(plan = " + plan + " OR plan_digest = " + plan + ")");
-        }
-        if (filter.verdict == "running")
-            add("verdict IS NULL");
-        else if (!filter.verdict.empty()) {
-            add("verdict = " + value(filter.verdict));
-            if (filter.verdict != "pass")
-                add("verdict <> 'pass'"); // the index has only these
-        }
-        if (filter.since)
-            add("started >= " + (since = value(time_text(*filter.since))));
-        if (filter.until)
-            add("started < " + value(time_text(*filter.until)));
-        if (by_id && filter.since)
-            add("id >= " + (since_id = value(id_at(*filter.since))));
-        if (by_id && filter.until)
-            add("id < " + value(id_at(*filter.until)));
-    }
-
-    void add(const std::string &condition) { text += (text.empty() ? " WHERE " : " AND ") + condition; }
-    std::string value(const std::string &parameter)
-    {
-        parameters.push_back(parameter);
-        return "$" + std::to_string(parameters.size());
-    }
-
-    std::string text;
-    std::string since, since_id; // their parameters
-    std::vector<std::string> parameters;
-};
 
 class FileSource : public Source
 {
@@ -75,6 +34,8 @@ class FileSource : public Source
         }
     }
 
+    void interrupt() override { sqlite3_interrupt(database_.get()); }
+
   protected:
     void query(const std::string &sql, const std::vector<std::string> &parameters,
                const std::function<void(const Values &)> &row) override
@@ -88,6 +49,11 @@ class FileSource : public Source
                 values[i] = statement.is_null(i) ? std::nullopt : std::optional(statement.text(i));
             row(values);
         }
+    }
+    void stream(const std::string &sql, const std::vector<std::string> &parameters,
+                const std::function<void(const Values &)> &row) override
+    {
+        query(sql, parameters, row);
     }
     std::string time(const std::string &column) const override { return column; }
     std::string hex(const std::string &column) const override
@@ -159,13 +125,19 @@ std::vector<Step> Source::steps(const std::string &run)
     return steps;
 }
 
-Run Source::find(const std::string &id)
+std::vector<Run> Source::begins_with(const std::string &id)
 {
     const std::string low = id_bound(id, '0'), high = id_bound(id, 'f');
     std::vector<Run> runs;
     if (!id.empty() && !low.empty())
-        query(select<Run>() + " FROM runs WHERE id BETWEEN $1 AND $2 ORDER BY id LIMIT 2", {low, high},
-              [&](const Values &values) { runs.push_back(run_of(values)); });
+        query(select<Run>() + " FROM runs WHERE id BETWEEN $1 AND $2 ORDER BY id LIMIT 2",
+              {low, high}, [&](const auto &values) { runs.push_back(run_of(values)); });
+    return runs;
+}
+
+Run Source::find(const std::string &id)
+{
+    const std::vector<Run> runs = begins_with(id);
     if (runs.empty())
         throw Error("there is no run " + clean(id));
     if (runs.size() > 1)
@@ -174,68 +146,21 @@ Run Source::find(const std::string &id)
     return runs[0];
 }
 
-// The finished runs that are meant, each with its unit.
-static std::string finished(Conditions &conditions)
-{
-    conditions.add("verdict IN ('pass', 'fail', 'error')");
-    return "SELECT id, plan, unit, unit_source, started, verdict, failing, "
-           "CASE WHEN unit_source = 'port' THEN CAST(id AS text) ELSE unit END AS who FROM runs" +
-           conditions.text;
-}
-
-std::vector<PlanYield> Source::yield(const Filter &filter)
+std::optional<std::vector<Run>> Source::newest(const Filter &filter, const std::string &before)
 {
     Conditions conditions(filter, is_cut_by_id());
-    const std::string runs = finished(conditions);
-    const std::string nth = "row_number() OVER (PARTITION BY plan, who ORDER BY started";
-    // A unit that was tested before the time in question does not pass for the first time in it.
-    const std::string not_before =
-        conditions.since.empty()
-            ? ""
-            : " AND NOT EXISTS (SELECT 1 FROM runs AS earlier WHERE earlier.unit = ranked.unit "
-              "AND earlier.unit_source = 'unit' AND ranked.unit_source = 'unit' "
-              "AND earlier.plan = ranked.plan AND earlier.started < " +
-                  conditions.since +
-                  (conditions.since_id.empty() ? "" : " AND earlier.id < " + conditions.since_id) +
-                  " AND earlier.verdict IN ('pass', 'fail', 'error'))";
-    std::vector<PlanYield> yields;
-    query(
-        "WITH meant AS (" + runs + "), ranked AS (SELECT *, " + nth + ", id) AS nth, " + nth +
-            " DESC, id DESC) AS nth_last FROM meant), judged AS MATERIALIZED (SELECT plan, verdict, nth, "
-            "nth_last, nth = 1" +
-            not_before +
-            " AS is_first FROM ranked) SELECT plan, count(*), count(*) FILTER (WHERE nth = 1), "
-            "count(*) FILTER (WHERE is_first), count(*) FILTER (WHERE is_first AND verdict = 'pass'), "
-            "count(*) FILTER (WHERE nth_last = 1 AND verdict = 'pass') FROM judged GROUP BY plan",
-        conditions.parameters, [&](const Values &values) {
-            const auto number = [&](size_t i) { return std::atol(values[i].value_or("").c_str()); };
-            yields.push_back({values[0].value_or(""), number(1), number(2), number(3), number(4), number(5)});
-        });
-    std::sort(yields.begin(), yields.end(),
-              [](const PlanYield &a, const PlanYield &b) { return a.plan < b.plan; });
-    return yields;
-}
-
-std::vector<Harm> Source::harm(const Filter &filter)
-{
-    Conditions conditions(filter, is_cut_by_id());
-    std::vector<Harm> harms;
-    query("WITH meant AS (" + finished(conditions) +
-              "), ranked AS (SELECT verdict, failing, who, first_value(verdict) OVER (PARTITION BY plan, who "
-              "ORDER BY started DESC, id DESC) AS in_the_end FROM meant) "
-              "SELECT failing, count(DISTINCT who), count(*), "
-              "count(DISTINCT CASE WHEN in_the_end <> 'pass' THEN who END) FROM ranked WHERE verdict <> "
-              "'pass' GROUP BY failing",
-          conditions.parameters, [&](const Values &values) {
-              const auto number = [&](size_t i) { return std::atol(values[i].value_or("").c_str()); };
-              harms.push_back({values[0].value_or(""), number(1), number(2), number(3)});
-          });
-    std::sort(harms.begin(), harms.end(), [](const Harm &a, const Harm &b) {
-        return std::tie(b.units, b.runs, a.step) < std::tie(a.units, a.runs, b.step);
-    });
-    if (filter.limit > 0 && harms.size() > filter.limit)
-        harms.resize(filter.limit);
-    return harms;
+    if (!before.empty()) {
+        const std::vector<Run> last = begins_with(before);
+        if (last.size() != 1)
+            return std::nullopt;
+        const std::string started = conditions.value(time_text(last[0].started));
+        conditions.add("(started, id) < (" + started + ", " + conditions.value(last[0].id) + ")");
+    }
+    std::vector<Run> runs;
+    query(select<Run>() + " FROM runs" + conditions.text +
+              " ORDER BY runs.started DESC, id DESC LIMIT " + std::to_string(filter.limit),
+          conditions.parameters, [&](const auto &values) { runs.push_back(run_of(values)); });
+    return runs;
 }
 
 } // namespace station::records

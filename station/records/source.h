@@ -2,6 +2,7 @@
 #pragma once
 
 #include "station/records/columns.h"
+#include "station/records/tally.h"
 #include "station/records/where.h"
 
 #include <cstdint>
@@ -9,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace station::records
@@ -23,21 +25,12 @@ struct Filter {
     size_t limit = 0;                 // the newest so many
 };
 
-// What came of a plan's units. A run whose unit did not tell its name counts as a unit of its own. Runs that
-// are running or aborted tell nothing of a unit and do not count.
-struct PlanYield {
-    std::string plan;
-    int64_t runs = 0, units = 0;
-    int64_t first = 0;      // units whose first run by this plan, ever, is among these
-    int64_t first_pass = 0; // those of them that passed in it
-    int64_t passed = 0;     // units that passed in their last run here
-};
-
-// What a step has done.
-struct Harm {
-    std::string step;            // empty: no step failed, and the run did
-    int64_t units = 0, runs = 0; // that failed, this step first
-    int64_t lost = 0; // those of the units that did not pass in their last run here, whatever failed there
+// The newest values of a measurement.
+struct Measured {
+    std::string name;
+    std::string unit, low, high;                 // of the newest; empty where there is none
+    std::vector<std::pair<Time, double>> values; // by the start of their run, the newest first
+    bool has_more = false;
 };
 
 class Source
@@ -53,14 +46,31 @@ class Source
     // The run of this id, or the one whose id begins so. Throws Error when there is none, or more than one.
     Run find(const std::string &id);
 
-    std::vector<PlanYield> yield(const Filter &filter); // in the order of their names
-    std::vector<Harm> harm(const Filter &filter); // most units first, then most runs; limit counts steps
+    // The newest first, and no more than the filter's limit: those before the run of this id, unless it is
+    // empty. Nothing when there is no such run.
+    std::optional<std::vector<Run>> newest(const Filter &filter, const std::string &before);
+    // Those whose id begins so, or is it; two at most.
+    std::vector<Run> begins_with(const std::string &id);
+    std::vector<std::string> plans(); // that have runs, in the order of their names
+
+    // What came of the finished runs that are meant; the filter's limit does not matter.
+    Tally tally(const Filter &filter);
+
+    // By the plan and the time of their runs. The names are those of the newest runs of all that are meant.
+    std::vector<std::pair<std::string, std::string>> measured_names(const Filter &filter); // with their units
+    Measured measured(const Filter &filter, const std::string &name, size_t limit);
+
+    // By any thread: what is being asked throws Error.
+    virtual void interrupt() = 0;
 
   protected:
     using Values = Texts;
     // The parameters are $1, $2 ... in the order in which the text has them first.
     virtual void query(const std::string &sql, const std::vector<std::string> &parameters,
                        const std::function<void(const Values &)> &row) = 0;
+    // The same for many rows, which are not all held at once.
+    virtual void stream(const std::string &sql, const std::vector<std::string> &parameters,
+                        const std::function<void(const Values &)> &row) = 0;
     virtual std::string time(const std::string &column) const = 0; // as time_text writes it
     virtual std::string hex(const std::string &column) const = 0;
     // Whether the tables are cut by ids, so that a bound on them spares looking into other months.

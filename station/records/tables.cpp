@@ -79,6 +79,10 @@ CREATE TABLE state (
 ) STRICT;
 INSERT INTO state (one) VALUES (1);
 )",
+    R"(
+CREATE INDEX runs_plan ON runs (plan, started);
+CREATE INDEX steps_measured ON steps (name, run, measured) WHERE measured IS NOT NULL;
+)",
 };
 static constexpr int64_t VERSION = std::size(MIGRATIONS);
 
