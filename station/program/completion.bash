@@ -7,7 +7,7 @@ _station() {
     COMPREPLY=()
     case $previous in
         --port | --file | --record | --records | --answers | --junit | --csv | --jsonl | --cek | --pm) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
-        --timeout | --retries | --text | --hex | --body | --byte4 | --length | --expect | --limit | --margin) return ;;
+        --timeout | --retries | --text | --hex | --body | --byte4 | --length | --expect | --limit | --margin | --page | --token) return ;;
     esac
     for ((i = 1; i < COMP_CWORD; ++i)); do
         case ${COMP_WORDS[i]} in

@@ -5,6 +5,7 @@
 #include "station/client/errors.h"
 #include "station/line/line.h"
 #include "station/program/interrupts.h"
+#include "station/program/page.h"
 #include "station/program/screen.h"
 #include "station/program/terminal.h"
 
@@ -58,8 +59,8 @@ static std::string sums(const std::vector<SlotState> &slots)
            std::to_string(passed) + " passed";
 }
 
-// A line that was typed answers the open question. False when nobody types any more.
-static bool read_answer(Desk &desk)
+// A line that was typed answers the question that was shown. False when nobody types any more.
+static bool read_answer(Desk &desk, const std::optional<Desk::Open> &shown)
 {
     char line[4096]; // a terminal gives a line at a time
     const ssize_t count = read(STDIN_FILENO, line, sizeof line);
@@ -69,7 +70,8 @@ static bool read_answer(Desk &desk)
     }
     std::string answer(line, static_cast<size_t>(count));
     answer.erase(std::min(answer.find('\n'), answer.size()));
-    desk.give(answer);
+    if (shown)
+        desk.give(shown->id, answer);
     return true;
 }
 
@@ -125,30 +127,44 @@ int serve_line(const std::vector<std::string> &words, Settings &settings)
                    "seconds to wait for an answer, and with --once for a phone to appear")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.001, 1e6));
+    PageOptions page;
+    page.add(app, "");
     parse_words(app, words);
     options.why = !no_why;
     if (options.ports.empty() && options.glob.empty())
         throw UsageError("line: --port PORT or --ports GLOB tells where phones appear");
     const Plan plan = parse_plan(path, settings);
+    if (page.is_wanted())
+        page.listen();
 
     const bool draws = is_terminal();
     const Interrupts &interrupts = catch_interrupts();
     Desk desk(interrupts);
     bool types = isatty(STDIN_FILENO) != 0;
-    if (!types)
+    if (!types && !page.is_wanted())
         desk.leave();
     Nobody nobody;
     std::optional<AnswersFile> read;
     if (!answers.empty())
         read.emplace(answers, nobody);
-    records::Store store(records::where_of(records));
+    const records::Where where = records::where_of(records);
+    records::Store store(where);
     store.check();
+    page::Feed feed(options.station, STATION_VERSION);
+    if (page.is_wanted())
+        options.finished = [&](const records::Run &run) { feed.run_ended(run); };
     {
         Line line(plan, settings, options, store, read ? &*read : nullptr, desk, interrupts,
                   [&](const std::string &event) {
                       if (!draws)
                           print_event(event);
                   });
+        std::optional<page::Server> server;
+        if (page.is_wanted()) {
+            server.emplace(page.listener(), page.token(), where, feed,
+                           page::LineSide{&plan, &line, &desk, &store, &interrupts});
+            std::fprintf(stderr, "station: the page is at %s\n", page.url().c_str());
+        }
         Screen screen;
         while (line.look()) {
             const std::optional<Desk::Open> open = desk.open();
@@ -164,9 +180,9 @@ int serve_line(const std::vector<std::string> &words, Settings &settings)
             }
             pollfd input{types ? STDIN_FILENO : -1, POLLIN, 0};
             if (poll(&input, 1, LOOK_MILLISECONDS) > 0) {
-                types = read_answer(desk);
+                types = read_answer(desk, open);
                 screen.forget();
-                if (!types)
+                if (!types && !page.is_wanted())
                     desk.leave();
             }
         }

@@ -7,6 +7,7 @@
 #include "station/program/files.h"
 #include "station/program/line.h"
 #include "station/program/output.h"
+#include "station/program/page.h"
 #include "station/program/records.h"
 #include "station/program/reference.h"
 #include "station/program/table.h"
@@ -165,6 +166,8 @@ static constexpr Subcommand SUBCOMMANDS[] = {
     {"push", "push FILE PATH", "puts a file on the phone", serve_push},
     {"pull", "pull PATH FILE", "fetches a file from the phone", serve_pull},
     {"records", "records WHAT", "what was kept of runs; `station records --help` tells more", serve_records},
+    {"page", "page", "serves what was kept to browsers; `station line --page` shows the line, too",
+     serve_page},
     {"reference", "reference", "the commands' reference, in Markdown", serve_reference},
 };
 
@@ -251,6 +254,8 @@ static int serve(int count, char **words)
         return complain(error.what(), INTERRUPTED);
     } catch (const OutputError &error) {
         return complain(error.what(), NO_OUTPUT);
+    } catch (const page::Error &error) {
+        return complain(error.what(), FAILURE);
     } catch (const records::Error &error) {
         return complain(error.what(), NOT_KEPT);
     } catch (const std::exception &error) {

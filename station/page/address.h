@@ -1,0 +1,50 @@
+// Where the page is served: what --page says, and the socket that listens there.
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+namespace station::page
+{
+
+// The page cannot be served. The text says why and what to do.
+struct Error : std::runtime_error {
+    using runtime_error::runtime_error;
+};
+
+struct Address {
+    std::string host; // a name or an address, without brackets
+    uint16_t port = 0;
+};
+
+// "127.0.0.1:8080", "[::1]:8080", "bench-3:8080". Port 0 is any that is free. Throws Error.
+Address parse_address(const std::string &text);
+
+// "[::1]:8080"
+std::string text_of(const Address &address);
+
+// "TOKEN", or "@FILE" whose first line it is. Throws Error when it can be guessed, or not be carried.
+std::string read_token(const std::string &text);
+
+// A socket that listens.
+class Listener
+{
+  public:
+    // Without `has_token`, only an address that nobody but this machine reaches. Throws Error.
+    Listener(const Address &address, bool has_token);
+    ~Listener();
+    Listener(const Listener &) = delete;
+    Listener &operator=(const Listener &) = delete;
+
+    int descriptor() const { return descriptor_; }
+    const Address &address() const { return address_; } // with the port that it has
+    bool is_loopback() const { return is_loopback_; }
+
+  private:
+    Address address_;
+    int descriptor_ = -1;
+    bool is_loopback_ = false;
+};
+
+} // namespace station::page

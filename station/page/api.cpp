@@ -1,0 +1,140 @@
+#include "station/page/api.h"
+
+#include "station/page/files.h"
+#include "station/page/parameters.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+namespace station::page
+{
+
+static constexpr size_t ANSWER_LONGEST = 1024;
+static constexpr auto FRESH = std::chrono::milliseconds(200); // a look at the line is good for so long
+
+// "/api/slots/1/answer": slots, 1, answer.
+static std::vector<std::string> words_of(const std::string &path)
+{
+    std::vector<std::string> words;
+    for (size_t at = sizeof "/api/" - 1; at <= path.size();) {
+        const size_t end = std::min(path.find('/', at), path.size());
+        words.push_back(path.substr(at, end - at));
+        at = end + 1;
+    }
+    return words;
+}
+
+static Reply json_reply(std::string json)
+{
+    Reply reply;
+    reply.body = std::move(json);
+    return reply;
+}
+
+static Reply not_there() { return error_reply(404, "there is nothing of that name"); }
+
+static bool takes_nothing(const Request &request) { return request.query.empty(); }
+
+Reply Api::answer(const Request &request)
+{
+    if (request.path.compare(0, 5, "/api/") != 0)
+        return file_reply(request);
+    const Words words = words_of(request.path);
+    const bool is_answer = words.size() == 3 && words[0] == "slots" && words[2] == "answer";
+    if (request.method == "POST")
+        return is_answer ? take_answer(request, words[1])
+                         : error_reply(405, "only POST /api/slots/NAME/answer is taken");
+    return is_answer ? error_reply(405, "an answer is posted") : get(request, words);
+}
+
+Reply Api::get(const Request &request, const Words &words)
+{
+    const std::string &what = words[0];
+    try {
+        if (what == "slots" && words.size() > 1)
+            return slot(request, words);
+        if (words.size() == 1 && (what == "slots" || what == "events")) {
+            if (!takes_nothing(request))
+                return error_reply(400, what + " takes no parameters");
+            if (what == "slots")
+                return json_reply(*shared_.feed.now(FRESH).json);
+            Reply reply;
+            reply.type = "text/event-stream";
+            reply.is_feed = true;
+            return reply;
+        }
+        if (what == "runs" && words.size() == 2)
+            return run(request, words[1]);
+        if (words.size() != 1)
+            return not_there();
+        if (what == "runs")
+            return runs(request);
+        if (what == "plans")
+            return plans(request);
+        if (what == "yield")
+            return yield(request);
+        if (what == "measurements")
+            return measurements(request);
+    } catch (const Unfit &error) {
+        return error_reply(400, error.what());
+    } catch (const records::Error &error) {
+        return error_reply(500, error.what());
+    }
+    return not_there();
+}
+
+std::string Api::port_of(const std::string &slot) const
+{
+    if (side_.line)
+        for (const SlotState &state : side_.line->slots())
+            if (std::to_string(state.number) == slot)
+                return state.port;
+    return {};
+}
+
+Reply Api::slot(const Request &request, const Words &words)
+{
+    const std::string port = port_of(words[1]);
+    if (port.empty() || words.size() != 3 || words[2] != "screen")
+        return not_there();
+    if (!takes_nothing(request))
+        return error_reply(400, "a screen takes no parameters");
+    if (!has_screen(port))
+        return error_reply(404, "the phone in this slot has no screen that can be seen");
+    return json_reply(shared_.screens.of(port));
+}
+
+Reply Api::take_answer(const Request &request, const std::string &slot)
+{
+    if (!takes_nothing(request))
+        return error_reply(400, "an answer takes no parameters");
+    if (port_of(slot).empty())
+        return not_there();
+    const nlohmann::json json = nlohmann::json::parse(request.body, nullptr, false);
+    const auto is_text = [&](const char *name) { return json.contains(name) && json[name].is_string(); };
+    if (!json.is_object() || json.size() != 2 || !is_text("question") || !is_text("answer"))
+        return error_reply(400, R"(an answer is {"question": "7", "answer": "yes"})");
+    const auto question = json["question"].get<std::string>(), answer = json["answer"].get<std::string>();
+    // What is typed at a terminal has no more either.
+    if (answer.size() > ANSWER_LONGEST || std::any_of(answer.begin(), answer.end(), [](unsigned char byte) {
+            return byte < ' ' || byte == 0x7F;
+        }))
+        return error_reply(422, "an answer is a line of 1024 bytes at most");
+    for (const Desk::Open &open : side_.desk->all_open()) {
+        if (open.slot != slot || std::to_string(open.id) != question)
+            continue;
+        switch (side_.desk->give(open.id, answer)) {
+        case Desk::Given::taken:
+            return json_reply(R"({"answered":true})");
+        case Desk::Given::unfit:
+            return error_reply(422, open.prompt.kind == Prompt::Kind::ask
+                                        ? "yes or no is the answer"
+                                        : "the answer has to be like " + shown(open.prompt.pattern, 256));
+        case Desk::Given::closed:
+            break;
+        }
+    }
+    return error_reply(409, "this question is not open any more");
+}
+
+} // namespace station::page
