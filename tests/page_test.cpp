@@ -1,0 +1,551 @@
+// The page's server: who may ask, what is a request, what the records answer, and who is let go.
+#include "station/page/api.h"
+#include "station/page/guard.h"
+#include "station/page/head.h"
+#include "station/page/http.h"
+#include "station/page/server.h"
+#include "station/page/statistics.h"
+#include "station/records/store.h"
+#include "station/records/tables.h"
+#include "station/records/text.h"
+
+#include <arpa/inet.h>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <nlohmann/json.hpp>
+#include <poll.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+namespace station::page
+{
+namespace
+{
+
+using nlohmann::json;
+using std::chrono::milliseconds;
+
+constexpr char TOKEN[] = "0123456789abcdef";
+
+// ---- who may ask
+
+struct Asking {
+    const char *what;
+    Request request;
+    int status; // of the refusal; 0 for none
+};
+
+Request asking(const char *method, const char *path, const char *host, const char *origin = "",
+               const char *site = "", const char *mode = "")
+{
+    Request request;
+    request.method = method;
+    request.path = path;
+    request.host = host;
+    request.origin = origin;
+    request.fetch_site = site;
+    request.fetch_mode = mode;
+    request.content_type = "application/json";
+    return request;
+}
+
+TEST(Guard, LetsOnlyTheOwnPageAsk)
+{
+    const Guard guard({"127.0.0.1", 8080}, "");
+    const Asking table[] = {
+        {"no browser", asking("GET", "/api/slots", "127.0.0.1:8080"), 0},
+        {"by name", asking("GET", "/api/slots", "LocalHost:8080", "http://localhost:8080", "same-origin"), 0},
+        {"by IPv6", asking("GET", "/", "[::1]:8080", "", "none", "navigate"), 0},
+        {"a name that was made to lead here", asking("GET", "/api/slots", "evil.example:8080"), 403},
+        {"another port", asking("GET", "/api/slots", "127.0.0.1:8081"), 403},
+        {"no port", asking("GET", "/api/slots", "127.0.0.1"), 403},
+        {"an address, but not ours", asking("GET", "/api/slots", "10.0.0.1:8080"), 403},
+        {"no host", asking("GET", "/", ""), 403},
+        {"a foreign page reads", asking("GET", "/api/runs", "127.0.0.1:8080", "http://evil.example"), 403},
+        {"a page of another port", asking("GET", "/api/runs", "127.0.0.1:8080", "http://127.0.0.1:9"), 403},
+        {"a file's page", asking("POST", "/api/slots/1/answer", "127.0.0.1:8080", "null"), 403},
+        {"our name on another's page", asking("POST", "/x", "localhost:8080", "http://127.0.0.1:8080"), 403},
+        {"no origin, but told by the browser", asking("GET", "/api/runs", "127.0.0.1:8080", "", "cross-site"),
+         403},
+        {"a picture of ours in a foreign page",
+         asking("GET", "/icon.svg", "127.0.0.1:8080", "", "cross-site", "no-cors"), 403},
+        {"a link in a foreign page", asking("GET", "/", "127.0.0.1:8080", "", "cross-site", "navigate"), 0},
+        {"a link to the API", asking("GET", "/api/runs/x", "127.0.0.1:8080", "", "cross-site", "navigate"),
+         403},
+        {"a foreign form", asking("POST", "/", "127.0.0.1:8080", "", "cross-site", "navigate"), 403},
+        {"another method", asking("PUT", "/api/slots/1/answer", "127.0.0.1:8080"), 405},
+    };
+    for (const Asking &row : table) {
+        const std::optional<Reply> stopped = guard.stops(row.request);
+        EXPECT_EQ(stopped ? stopped->status : 0, row.status) << row.what;
+    }
+    Request form = asking("POST", "/api/slots/1/answer", "127.0.0.1:8080", "http://127.0.0.1:8080");
+    EXPECT_FALSE(guard.stops(form));
+    form.content_type = "text/plain; x=application/json";
+    EXPECT_EQ(guard.stops(form)->status, 415);
+}
+
+TEST(Guard, WantsTheToken)
+{
+    const Guard guard({"0.0.0.0", 8080}, TOKEN);
+    Request request = asking("GET", "/api/slots", "10.1.2.3:8080");
+    EXPECT_EQ(guard.stops(request)->status, 401);
+    request.authorization = std::string("Bearer ") + TOKEN;
+    EXPECT_FALSE(guard.stops(request));
+    for (const char *wrong :
+         {"Bearer ", "Bearer 0123456789abcdee", "Bearer 0123456789abcdef0", "0123456789abcdef"}) {
+        request.authorization = wrong;
+        EXPECT_EQ(guard.stops(request)->status, 401) << wrong;
+    }
+    request.authorization.clear();
+    request.cookie = std::string("a=b; station_8080=") + TOKEN + "; c=d";
+    EXPECT_FALSE(guard.stops(request));
+    request.cookie = std::string("station_8081=") + TOKEN + "; xstation_8080=" + TOKEN + "; station_8080=";
+    EXPECT_EQ(guard.stops(request)->status, 401);
+    EXPECT_FALSE(guard.stops(asking("GET", "/", "10.1.2.3:8080"))) << "the files hold no secret";
+    EXPECT_EQ(guard.stops(asking("GET", "/", "evil.example:8080"))->status, 403);
+
+    Request enters = asking("GET", "/", "10.1.2.3:8080");
+    enters.query = {{"token", TOKEN}};
+    const std::optional<Reply> entered = guard.stops(enters);
+    ASSERT_TRUE(entered);
+    EXPECT_EQ(entered->status, 302);
+    EXPECT_EQ(entered->headers.back().second,
+              std::string("station_8080=") + TOKEN + "; Path=/; HttpOnly; SameSite=Strict");
+    enters.query = {{"token", ""}};
+    EXPECT_EQ(guard.stops(enters)->status, 401);
+}
+
+TEST(Address, TellsWhatIsWrong)
+{
+    EXPECT_EQ(text_of(parse_address("[::1]:80")), "[::1]:80");
+    EXPECT_EQ(parse_address("bench-3:65535").port, 65535);
+    for (const char *wrong :
+         {"", "8080", ":8080", "127.0.0.1:", "127.0.0.1:65536", "::1:80", "a:-1", "a:0x50"})
+        EXPECT_THROW(parse_address(wrong), page::Error) << wrong;
+    EXPECT_THROW(Listener({"0.0.0.0", 0}, false), page::Error);
+    EXPECT_THROW(Listener({"192.0.2.1", 0}, true), page::Error);
+    const Listener first({"127.0.0.1", 0}, false);
+    EXPECT_NE(first.address().port, 0);
+    EXPECT_THROW(Listener(first.address(), false), page::Error);
+    for (const char *weak : {"short", "has blanks in it", "semi;colons;everywhere", "@/no/such"})
+        EXPECT_THROW(read_token(weak), page::Error) << weak;
+}
+
+// ---- what is a request
+
+TEST(Head, IsMeasuredBeforeItIsParsed)
+{
+    const std::string start = "POST / HTTP/1.1\r\n";
+    const auto state = [](const std::string &bytes) {
+        const Extent extent = extent_of(bytes);
+        return extent.state == Extent::State::partial ? -1
+               : extent.state == Extent::State::whole ? static_cast<int>(extent.length)
+                                                      : -extent.status;
+    };
+    EXPECT_EQ(state(""), -1);
+    EXPECT_EQ(state("GET / HTTP/1.1\r\nHost: a\r\n"), -1);
+    EXPECT_EQ(state("GET / HTTP/1.1\r\nHost: a\r\n\r\nGET /next"), 27);
+    EXPECT_EQ(state(start + "Content-length:  3 \r\n\r\nabcdef"), static_cast<int>(start.size() + 23 + 3));
+    EXPECT_EQ(state(start + "Content-Length: 3\r\n\r\nab"), -1);
+    EXPECT_EQ(state(start + "Content-Length: 4097\r\n\r\n"), -413);
+    EXPECT_EQ(state(start + "Content-Length: 3\r\nContent-Length: 3\r\n\r\nabc"), -400);
+    for (const char *length : {"", "-1", "+3", "0x3", "3,3", "99999999999999999999"})
+        EXPECT_EQ(state(start + "Content-Length: " + length + "\r\n\r\nabc"), -400) << length;
+    EXPECT_EQ(state(start + "transfer-Encoding: chunked\r\n\r\n"), -411);
+    EXPECT_EQ(state(start + std::string("a: \0b\r\n\r\n", 9)), -400);
+    EXPECT_EQ(state(start + "a: b\nContent-Length: 3\r\n\r\n"), -400);
+    EXPECT_EQ(state("GET /" + std::string(9000, 'a')), -414);
+    EXPECT_EQ(state(start + "a: " + std::string(9000, 'a')), -431);
+    std::string many = start;
+    for (int i = 0; i < 101; i++)
+        many += "a:b\r\n";
+    EXPECT_EQ(state(many + "\r\n"), -431);
+    for (many = start; many.size() < HEAD_MAX; many += std::string(200, 'a') + ":\r\n")
+        continue;
+    EXPECT_EQ(state(many), -431);
+}
+
+Served answered(const std::string &request, const Reply &reply = {})
+{
+    const Extent extent = extent_of(request);
+    return serve(request, extent.head, [&](const Request &) { return reply; });
+}
+
+TEST(Http, AnswersEveryRequestOnceAndWithItsGuards)
+{
+    Reply reply;
+    reply.body = std::string(5000, 'x');
+    const Served whole = answered("GET / HTTP/1.1\r\nHost: a\r\nRange: bytes=0-1,0-1,0-1\r\nAccept-Encoding: "
+                                  "gzip, br\r\n\r\n",
+                                  reply);
+    EXPECT_NE(whole.bytes.find("\r\nContent-Length: 5000\r\n"), std::string::npos)
+        << whole.bytes.substr(0, 500);
+    EXPECT_TRUE(whole.keeps);
+    for (const char *guard :
+         {"Content-Security-Policy: default-src 'none'; script-src 'self'", "nosniff",
+          "frame-ancestors 'none'", "Referrer-Policy: no-referrer", "Cache-Control: no-store"})
+        EXPECT_NE(whole.bytes.find(guard), std::string::npos) << guard;
+    const Served head = answered("HEAD / HTTP/1.1\r\nHost: a\r\n\r\n", reply);
+    EXPECT_EQ(head.bytes.substr(head.bytes.size() - 4), "\r\n\r\n");
+    EXPECT_FALSE(answered("GET / HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n").keeps);
+    for (const char *none : {"GET\r\n\r\n", "FROB / HTTP/1.1\r\n\r\n", "GET / HTTP/9\r\n\r\n", "\r\n\r\n"}) {
+        const Served refused = answered(none);
+        EXPECT_FALSE(refused.keeps) << none;
+        EXPECT_TRUE(refused.bytes.empty() || refused.bytes.rfind("HTTP/1.1 400", 0) == 0) << refused.bytes;
+    }
+    const Served thrown = serve("GET / HTTP/1.1\r\n\r\n", 18,
+                                [](const Request &) -> Reply { throw std::runtime_error("\xff<script>"); });
+    EXPECT_EQ(thrown.bytes.rfind("HTTP/1.1 500", 0), 0U);
+    EXPECT_TRUE(json::accept(thrown.bytes.substr(thrown.bytes.find("\r\n\r\n"))));
+    EXPECT_EQ(answered("GET / HTTP/1.1\r\nHost: a\r\nhost: b\r\n\r\n").bytes.rfind("HTTP/1.1 400", 0), 0U);
+}
+
+// ---- what the records answer
+
+std::string new_folder()
+{
+    char name[] = "/tmp/page_test.XXXXXX";
+    return mkdtemp(name);
+}
+
+class Records : public testing::Test
+{
+  protected:
+    ~Records() override { std::system(("rm -rf " + folder_).c_str()); }
+
+    // A run of the plan "final" that has lasted no time.
+    void keep(const std::string &unit, records::Time started, records::Verdict verdict,
+              const std::string &measured = "", const std::string &plan = "final")
+    {
+        records::Database database = records::open_file(where_.file, records::Access::write);
+        records::Transaction transaction(database);
+        records::Tables tables(database);
+        records::Run run;
+        run.started = started;
+        run.id = records::new_id(started);
+        run.unit = unit.empty() ? "/a/port" : unit;
+        run.unit_is_port = unit.empty();
+        run.plan = plan;
+        tables.insert(run, 1);
+        records::Step step;
+        step.number = 1;
+        step.name = "cell <b>voltage</b>";
+        step.measured = measured;
+        step.low = "1";
+        step.high = "9";
+        step.unit = "V";
+        step.verdict = verdict;
+        tables.insert(run.id, step);
+        tables.end(run.id, run.started, verdict, "");
+        transaction.commit();
+    }
+
+    json get(const std::string &target, int status = 200)
+    {
+        const Guard guard({"127.0.0.1", 80}, "");
+        const std::string request = "GET " + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
+        const Served served = serve(request, request.size(), [&](const Request &asked) {
+            const std::optional<Reply> stopped = guard.stops(asked);
+            return stopped ? *stopped : api_.answer(asked);
+        });
+        EXPECT_EQ(std::atoi(served.bytes.c_str() + 9), status) << target << served.bytes.substr(0, 1000);
+        return json::parse(served.bytes.substr(served.bytes.find("\r\n\r\n")), nullptr, false);
+    }
+
+    const std::string folder_ = new_folder();
+    const records::Where where_{folder_ + "/records.db", "", false};
+    Feed feed_{"bench-3", "1.0.0"};
+    Screens screens_;
+    AskedOften asked_often_;
+    Shared shared_{where_, feed_, screens_, asked_often_};
+    Api api_{shared_, {}};
+};
+
+TEST_F(Records, ARunStandsOnOnePageOfTheList)
+{
+    const records::Time start = records::now();
+    for (int i = 0; i < 25; i++) // many at the same time, and not in the order of their ids
+        keep(i % 3 == 0 ? "" : "U" + std::to_string(i % 4), start - milliseconds(1000 * (i % 5)),
+             records::Verdict::pass);
+    std::vector<std::string> seen, newest_first;
+    std::string before;
+    for (int i = 0; i < 20; i++) {
+        const json page = get("/api/runs?limit=4&unit=&before=" + before);
+        for (const json &run : page["runs"]) {
+            seen.push_back(run["id"]);
+            newest_first.push_back(run["started"]);
+        }
+        if (page["next"].is_null())
+            break;
+        before = page["next"];
+    }
+    EXPECT_EQ(seen.size(), 25U);
+    EXPECT_TRUE(std::is_sorted(newest_first.rbegin(), newest_first.rend()));
+    std::sort(seen.begin(), seen.end());
+    EXPECT_EQ(std::unique(seen.begin(), seen.end()), seen.end());
+    EXPECT_EQ(get("/api/runs?unit=U1")["runs"].size(), 4U);
+    EXPECT_EQ(get("/api/runs/" + seen[3])["steps"][0]["name"], "cell <b>voltage</b>");
+    EXPECT_EQ(get("/api/plans")["plans"], json::array({"final"}));
+    get("/api/runs/" + seen[3] + "?form=csv");
+    for (const char *wrong :
+         {"/api/runs?limit=0", "/api/runs?limit=501", "/api/runs?limit=1e1", "/api/runs?since=soon",
+          "/api/runs?x=", "/api/runs?unit=a&unit=b", "/api/runs?verdict=good", "/api/runs?before=zz",
+          "/api/runs?unit=%FF", "/api/runs?unit=%00", "/api/yield?unit=a", "/api/slots?a=b"})
+        EXPECT_TRUE(get(wrong, 400).contains("error")) << wrong;
+    for (const char *none : {"/api/runs/zz", "/api/runs/", "/api/runs/%25", "/api", "/api/", "/api/runs/x/y",
+                             "/../etc/passwd", "/%2e%2e/etc/passwd", "/index.html/", "/files/index.html",
+                             "/api/slots/1/screen", "/api/slots/1/answer/x", "//"})
+        EXPECT_TRUE(get(none, 404).contains("error")) << none;
+}
+
+TEST_F(Records, YieldAndTimeAgree)
+{
+    using records::Verdict;
+    const records::Time now = records::now();
+    const auto ago = [&](int hours) { return now - std::chrono::hours(hours); };
+    keep("old", ago(100), Verdict::pass);
+    keep("old", ago(30), Verdict::pass);
+    keep("new", ago(29), Verdict::fail);
+    keep("new", ago(28), Verdict::pass);
+    keep("", ago(28), Verdict::error);
+    keep("", ago(3), Verdict::pass);
+    keep("new", ago(2), Verdict::fail, "", "other");
+    keep("gone", ago(2), Verdict::aborted);
+    const json yield = get("/api/yield?since=2d");
+    EXPECT_EQ(yield["plans"][0], (json{{"plan", "final"},
+                                       {"units", 4},
+                                       {"first", 3},
+                                       {"first_pass", 1},
+                                       {"first_pass_yield", 1.0 / 3},
+                                       {"passed", 3},
+                                       {"runs", 5}}));
+    EXPECT_EQ(yield["steps"][0],
+              (json{{"step", "cell <b>voltage</b>"}, {"units", 2}, {"lost", 2}, {"runs", 3}}));
+    EXPECT_EQ(yield["over_time"]["bucket"], "hour");
+    int64_t runs = 0, first = 0, first_pass = 0;
+    for (const json &point : yield["over_time"]["points"]) {
+        runs += point["runs"].get<int64_t>();
+        first += point["first"].get<int64_t>();
+        first_pass += point["first_pass"].get<int64_t>();
+    }
+    EXPECT_EQ(std::make_tuple(runs, first, first_pass), std::make_tuple(6, 4, 1));
+}
+
+TEST_F(Records, AMeasurementIsToldByItsNewest)
+{
+    const records::Time now = records::now();
+    for (int i = 0; i < 10; i++)
+        keep("U", now - std::chrono::minutes(10 - i), records::Verdict::pass, std::to_string(i) + ".5");
+    keep("U", now, records::Verdict::pass, "7", "other");
+    EXPECT_EQ(get("/api/measurements")["names"],
+              (json::array({{{"name", "cell <b>voltage</b>"}, {"unit", "V"}}})));
+    const std::string name = "name=cell+%3Cb%3Evoltage%3C/b%3E";
+    const json all = get("/api/measurements?" + name);
+    EXPECT_EQ(all["count"], 11);
+    EXPECT_EQ(all["low"], "1");
+    const json one = get("/api/measurements?plan=final&since=30m&" + name);
+    EXPECT_EQ(one["count"], 10);
+    EXPECT_DOUBLE_EQ(one["mean"], 5);
+    EXPECT_NEAR(one["sigma"], 3.02765, 1e-5);
+    EXPECT_NEAR(one["cpk"], 4 / (3 * 3.02765), 1e-5);
+    EXPECT_EQ(get("/api/measurements?name=none")["mean"], nullptr);
+}
+
+TEST(Statistics, KeepsItsFooting)
+{
+    std::vector<Sample> samples;
+    const records::Time start = records::now();
+    for (int i = 0; i < 1000; i++) // a small spread far from zero, which a sum of squares would lose
+        samples.push_back({start + milliseconds(i), 4'000'000'000.0 + (i % 2)});
+    const Summary all = summary(samples, std::nullopt, 4'000'000'002.0);
+    EXPECT_NEAR(*all.sigma, 0.50025, 1e-4);
+    EXPECT_NEAR(*all.cpk, 1.5 / (3 * 0.50025), 1e-3);
+    size_t count = 0;
+    for (const Bin &bin : histogram(samples, 30))
+        count += bin.count;
+    EXPECT_EQ(count, 1000U);
+    EXPECT_LE(drift(samples, 60).size(), 60U);
+    const std::vector<Sample> same(3, {start, 5});
+    EXPECT_EQ(histogram(same, 30).size(), 1U);
+    EXPECT_EQ(drift(same, 60).size(), 1U);
+    EXPECT_FALSE(summary(same, 1, 9).cpk);
+    EXPECT_EQ(histogram({{start, -1e308}, {start, 1e308}}, 30).size(), 1U) << "a width that no number holds";
+}
+
+TEST(Screen, ShowsOnlyWhatFitsItsPattern)
+{
+    const json shown = json::parse(screen_json("ON|90|102|2047|FF0000 10|aw2015_led|01 A||1|"));
+    EXPECT_EQ(shown["picture"], (json{{"color", "FF0000"}, {"margin", 10}}));
+    EXPECT_EQ(shown["lamp"], (json{{"on", true}, {"color", "red"}, {"brightness", 10}, {"switch", true}}));
+    EXPECT_EQ(shown["screen"],
+              (json{{"on", true}, {"refresh_rate", 90}, {"brightness", 102}, {"max_brightness", 2047}}));
+    for (const char *hostile :
+         {"", "|", "\xff", "<script>|<script>|-1|99999999999|<b>|x|zz|zz|<|", "||||||||||||"}) {
+        const json nothing = json::parse(screen_json(hostile));
+        EXPECT_TRUE(nothing["picture"].is_null() &&
+                    (nothing["screen"].is_null() || nothing["screen"]["brightness"].is_null()))
+            << hostile;
+    }
+    EXPECT_EQ(json::parse(screen_json("||||FF0000 999|aw9120_led||0010FF05|x|"))["lamp"]["brightness"], 255);
+}
+
+TEST(Feed, CutsAndCleansWhatAPhoneSays)
+{
+    EXPECT_EQ(shown("a\xff", 10), "a\\xff");
+    EXPECT_EQ(shown("€€€", 4), "€…");
+    EXPECT_EQ(shown(std::string(10'000, 'a'), 100).size(), 103U);
+}
+
+// ---- questions
+
+TEST(Desk, EachQuestionIsAnsweredOnceByWhoeverIsFirst)
+{
+    Interrupts interrupts{0};
+    Desk desk(interrupts);
+    std::string why;
+    std::optional<std::string> answers[2];
+    std::thread slots[2];
+    for (int i = 0; i < 2; i++) {
+        slots[i] = std::thread([&, i] {
+            answers[i] = desk.ask(std::to_string(i + 1), {Prompt::Kind::ask, "red?", ""},
+                                  Clock::now() + std::chrono::seconds(10), why);
+        });
+        while (desk.all_open().size() <= static_cast<size_t>(i))
+            std::this_thread::yield();
+    }
+    const std::vector<Desk::Open> open = desk.all_open();
+    EXPECT_EQ(desk.open()->slot, "1") << "the terminal's, the oldest";
+    EXPECT_EQ(desk.give(open[1].id, "perhaps"), Desk::Given::unfit);
+    EXPECT_EQ(desk.give(open[1].id, "no"), Desk::Given::taken);
+    EXPECT_EQ(desk.give(open[1].id, "yes"), Desk::Given::closed) << "the page was first";
+    EXPECT_EQ(desk.open()->slot, "1") << "what the terminal shows has not changed by it";
+    EXPECT_EQ(desk.give(open[0].id, "yes"), Desk::Given::taken);
+    for (std::thread &slot : slots)
+        slot.join();
+    EXPECT_EQ(answers[0], "yes");
+    EXPECT_EQ(answers[1], "no");
+    EXPECT_EQ(desk.give(99, "yes"), Desk::Given::closed);
+}
+
+// ---- who is let go
+
+class Connection
+{
+  public:
+    explicit Connection(const Listener &listener, int receive_buffer = 0)
+        : descriptor_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        if (receive_buffer > 0)
+            setsockopt(descriptor_, SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(listener.address().port);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        EXPECT_EQ(connect(descriptor_, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+        host_ = "Host: 127.0.0.1:" + std::to_string(listener.address().port) + "\r\n";
+    }
+    Connection(const Connection &) = delete;
+    Connection &operator=(const Connection &) = delete;
+    ~Connection() { close(descriptor_); }
+
+    void say(const std::string &text) const { send(descriptor_, text.data(), text.size(), MSG_NOSIGNAL); }
+    void get(const std::string &path) const { say("GET " + path + " HTTP/1.1\r\n" + host_ + "\r\n"); }
+    // All until `wanted` stands in it, or the end, or a second without anything.
+    std::string hear(const std::string &wanted, int patience = 3000)
+    {
+        std::string heard;
+        pollfd input = {descriptor_, POLLIN, 0};
+        while (heard.find(wanted) == std::string::npos && poll(&input, 1, patience) == 1) {
+            char some[4096];
+            const ssize_t count = recv(descriptor_, some, sizeof some, 0);
+            if (count <= 0) {
+                has_ended = true;
+                break;
+            }
+            heard.append(some, static_cast<size_t>(count));
+        }
+        return heard;
+    }
+
+    bool has_ended = false;
+
+  private:
+    int descriptor_;
+    std::string host_;
+};
+
+class Serving : public Records
+{
+  protected:
+    Serving()
+    {
+        keep("U", records::now(), records::Verdict::pass);
+        limits_.request = milliseconds(300);
+        limits_.event = milliseconds(300);
+        limits_.look = milliseconds(20);
+        limits_.feeds = 3;
+        limits_.connections = 8;
+        server_ = std::make_unique<Server>(listener_, "", where_, feed_, LineSide{}, limits_);
+    }
+    Listener listener_{{"127.0.0.1", 0}, false};
+    Limits limits_;
+    std::unique_ptr<Server> server_;
+};
+
+TEST_F(Serving, LetsGoOfWhoIsTooSlowOrTooMany)
+{
+    Connection slow(listener_);
+    slow.say("GET / HTTP/1.1\r\nHost:");
+    EXPECT_NE(slow.hear("408").find("408"), std::string::npos);
+    Connection feeds[] = {Connection(listener_), Connection(listener_), Connection(listener_)};
+    for (Connection &feed : feeds) {
+        feed.get("/api/events");
+        EXPECT_NE(feed.hear("\"time\"").find("retry: 1000\n\nevent: slots\ndata: {"), std::string::npos);
+    }
+    Connection fourth(listener_);
+    fourth.get("/api/events");
+    EXPECT_NE(fourth.hear("503").find("too many open pages"), std::string::npos);
+
+    // One of them reads no more; the others get what comes.
+    Connection deaf(listener_, 2048);
+    records::Run run;
+    run.id = "x";
+    run.cause = std::string(50'000, 'x');
+    feeds[2].say("a page says nothing");
+    EXPECT_EQ(feeds[2].hear("never"), "");
+    EXPECT_TRUE(feeds[2].has_ended);
+    deaf.get("/api/events");
+    deaf.hear("\"time\"");
+    for (int i = 0; i < 40; i++) {
+        feed_.run_ended(run);
+        EXPECT_NE(feeds[0].hear("\n\n").find("event: run"), std::string::npos);
+    }
+    std::this_thread::sleep_for(milliseconds(600));
+    Connection next(listener_);
+    next.get("/api/events");
+    EXPECT_NE(next.hear("event: slots").find("200 OK"), std::string::npos) << "its place is free";
+}
+
+TEST_F(Serving, ServesOneRequestAfterTheOtherAndEndsAtOnce)
+{
+    Connection browser(listener_), feed(listener_);
+    feed.get("/api/events");
+    feed.hear("retry");
+    browser.get("/");
+    EXPECT_NE(browser.hear("</html>").find("text/html"), std::string::npos);
+    browser.say("GET /api/runs HTTP/1.1\r\nHost: localhost:" + std::to_string(listener_.address().port) +
+                "\r\n\r\nGET /api/none HTTP/1.1\r\nHost: x\r\n\r\n");
+    EXPECT_NE(browser.hear("403").find("\"unit\":\"U\""), std::string::npos);
+    browser.get("/api/runs");
+    const auto begin = Clock::now();
+    server_.reset();
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(1));
+    EXPECT_NE(feed.hear("never"), "never");
+    EXPECT_TRUE(feed.has_ended);
+}
+
+} // namespace
+} // namespace station::page
