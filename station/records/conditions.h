@@ -28,6 +28,8 @@ class Conditions
             if (filter.verdict != "pass")
                 add("verdict <> 'pass'"); // the index has only these
         }
+        if (!filter.failing.empty())
+            add("failing = " + value(clean(filter.failing)));
         if (filter.since)
             add("started >= " + (since = value(time_text(*filter.since))));
         if (filter.until)

@@ -43,15 +43,18 @@ Tally Source::tally(const Filter &filter)
     Tally tally(bucket_of(meant.since, meant.until));
     Conditions conditions(filter, is_cut_by_id());
     conditions.add("verdict IN ('pass', 'fail', 'error')");
-    // A unit that was tested before the time in question does not pass for the first time in it.
+    // A unit that was tested before the time in question does not pass for the first time in it. Its earlier
+    // runs are found by its name, not by the plan's, which most runs share: hence the empty text behind that.
     const std::string before =
         conditions.since.empty()
             ? "0"
             : "CASE WHEN unit_source = 'unit' AND EXISTS (SELECT 1 FROM runs AS earlier WHERE earlier.unit = "
-              "meant.unit AND earlier.unit_source = 'unit' AND earlier.plan = meant.plan AND earlier.started "
+              "meant.unit AND earlier.unit_source = 'unit' AND earlier.plan || '' = meant.plan AND "
+              "earlier.started "
               "< " +
                   conditions.since + " AND earlier.verdict IN ('pass', 'fail', 'error')) THEN 1 ELSE 0 END";
     Finished run;
+    std::string hour = "none";
     stream("WITH meant AS (SELECT id, plan, unit, unit_source, started, verdict, failing FROM runs" +
                conditions.text +
                ") SELECT plan, CASE WHEN unit_source = 'port' THEN CAST(id AS text) ELSE unit END, " +
@@ -59,7 +62,10 @@ Tally Source::tally(const Filter &filter)
            conditions.parameters, [&](const auto &values) {
                run.plan = values[0].value_or("");
                run.who = values[1].value_or("");
-               run.started = time_of(values[2].value_or(""));
+               if (values[2]->compare(0, hour.size(), hour) != 0) { // a tally asks no more than the hour
+                   hour = values[2]->substr(0, sizeof "2026-11-21T21" - 1);
+                   run.started = time_of(*values[2]);
+               }
                run.verdict = verdict_of(values[3].value_or("")).value_or(Verdict::error);
                run.failing = values[4].value_or("");
                run.was_here_before = values[5] == "1";

@@ -81,6 +81,7 @@ INSERT INTO state (one) VALUES (1);
 )",
     R"(
 CREATE INDEX runs_plan ON runs (plan, started);
+CREATE INDEX runs_yield ON runs (started, id, plan, unit, unit_source, verdict, failing);
 CREATE INDEX steps_measured ON steps (name, run, measured) WHERE measured IS NOT NULL;
 )",
 };
