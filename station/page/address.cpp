@@ -111,8 +111,8 @@ Listener::Listener(const Address &address, bool has_token) : address_(address)
             chosen = each;
     is_loopback_ = page::is_loopback(chosen->ai_addr);
     if (!is_loopback_ && !has_token)
-        throw Error("--page " + text_of(address) +
-                    " is reached from other machines: that needs --token TOKEN or --token @FILE");
+        throw NeedsToken("--page " + text_of(address) +
+                         " is reached from other machines: that needs --token TOKEN or --token @FILE");
     descriptor_ = socket(chosen->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     const int on = 1;
     setsockopt(descriptor_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);

@@ -13,6 +13,11 @@ struct Error : std::runtime_error {
     using runtime_error::runtime_error;
 };
 
+// Other machines would reach it, and nobody would be asked for a token.
+struct NeedsToken : Error {
+    using Error::Error;
+};
+
 struct Address {
     std::string host; // a name or an address, without brackets
     uint16_t port = 0;

@@ -68,7 +68,8 @@ template <typename Ask> auto Api::ask(Ask &&question)
 
 Reply Api::runs(const Request &request)
 {
-    const Parameters parameters(request, {"unit", "plan", "verdict", "since", "until", "limit", "before"});
+    const Parameters parameters(request,
+                                {"unit", "plan", "verdict", "failing", "since", "until", "limit", "before"});
     records::Filter filter = parameters.filter();
     filter.limit = parameters.number("limit", RUNS_USUAL, 1, RUNS_MAX);
     const std::string before = parameters.text("before");

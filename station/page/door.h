@@ -28,7 +28,7 @@ struct Limits {
     std::chrono::milliseconds idle{20'000};    // between two requests
     std::chrono::milliseconds reply{30'000};   // for the whole of a reply
     std::chrono::milliseconds event{10'000};   // for the whole of an event
-    std::chrono::milliseconds silence{10'000}; // of a feed, behind which it is told that it lives
+    std::chrono::milliseconds silence{2'000};  // of a feed, behind which it is told that it lives
     std::chrono::milliseconds look{200};       // between two looks at the line
 };
 

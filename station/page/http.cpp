@@ -92,7 +92,7 @@ class Exchange : private httplib::Server
         Memory stream(request);
         bool closes = false;
         const bool is_written = process_request(stream, false, closes, prepare);
-        return {std::move(stream.written), is_written && is_parsed_ && !closes && !is_feed_, is_feed_};
+        return {std::move(stream.written), is_written && is_parsed_ && !closes && !ends_, is_feed_};
     }
 
   private:
@@ -131,10 +131,13 @@ class Exchange : private httplib::Server
         Reply reply;
         try {
             reply = answer_(parsed(in));
+        } catch (const std::invalid_argument &error) {
+            reply = error_reply(400, error.what());
         } catch (const std::exception &error) {
             reply = error_reply(500, error.what());
         }
         is_feed_ = reply.is_feed && in.method == "GET";
+        ends_ = reply.is_feed; // with the connection: its length is not told
         fill(reply, out);
     }
 
@@ -153,7 +156,7 @@ class Exchange : private httplib::Server
         };
         for (const auto &[name, value] : wanted) {
             if (in.get_header_value_count(name) > 1)
-                throw std::runtime_error(std::string("two headers ") + name);
+                throw std::invalid_argument(std::string("two headers ") + name);
             request.*value = in.get_header_value(name);
         }
         request.method = in.method == "HEAD" ? "GET" : in.method;
@@ -165,7 +168,7 @@ class Exchange : private httplib::Server
 
     std::string_view body_;
     const std::function<Reply(const Request &)> &answer_;
-    bool is_parsed_ = false, is_feed_ = false;
+    bool is_parsed_ = false, is_feed_ = false, ends_ = false;
 };
 
 } // namespace

@@ -69,6 +69,7 @@ records::Filter Parameters::filter() const
     filter.unit = text("unit");
     filter.plan = text("plan");
     filter.verdict = word("verdict", {"pass", "fail", "aborted", "error", "running"});
+    filter.failing = text("failing");
     filter.since = time("since");
     filter.until = time("until");
     return filter;

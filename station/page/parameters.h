@@ -27,7 +27,7 @@ class Parameters
     // Throws Unfit when it is none of them and not empty.
     std::string word(const std::string &name, std::initializer_list<const char *> allowed) const;
     size_t number(const std::string &name, size_t otherwise, size_t least, size_t most) const;
-    // unit, plan, verdict, since and until, as far as they are known.
+    // unit, plan, verdict, failing, since and until, as far as they are known.
     records::Filter filter() const;
 
   private:

@@ -4,6 +4,7 @@ namespace station::page
 {
 
 static constexpr size_t WAITING_MAX = 64;
+static constexpr auto ENDING = std::chrono::milliseconds(5);
 static constexpr auto LONGEST = std::chrono::seconds(15); // that one request may ask the records
 
 Workers::Workers(size_t count, const std::function<std::unique_ptr<Api>()> &make,
@@ -21,14 +22,15 @@ Workers::Workers(size_t count, const std::function<std::unique_ptr<Api>()> &make
 
 Workers::~Workers()
 {
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        ends_ = true;
-        jobs_.clear();
-    }
+    std::unique_lock<std::mutex> lock(mutex_);
+    ends_ = true;
+    jobs_.clear();
     changed_.notify_all();
-    for (const std::unique_ptr<Worker> &worker : workers_)
-        worker->api->interrupt();
+    // Again and again: one may just be about to ask.
+    while (!changed_.wait_for(lock, ENDING, [this] { return working_ == 0; }))
+        for (const std::unique_ptr<Worker> &worker : workers_)
+            worker->api->interrupt();
+    lock.unlock();
     for (const std::unique_ptr<Worker> &worker : workers_)
         worker->thread.join();
 }
@@ -61,12 +63,16 @@ void Workers::work(Worker &worker)
         const Job job = std::move(jobs_.front());
         jobs_.pop_front();
         worker.since = Clock::now();
+        working_++;
         lock.unlock();
         Served served = serve(job.request, job.head,
                               [&](const Request &request) { return answer_(*worker.api, request); });
         done_(job.connection, std::move(served));
         lock.lock();
         worker.since = {};
+        working_--;
+        if (ends_)
+            changed_.notify_all();
     }
 }
 

@@ -56,6 +56,7 @@ class Workers
     std::condition_variable changed_;
     std::deque<Job> jobs_;
     bool ends_ = false;
+    size_t working_ = 0;
     std::vector<std::unique_ptr<Worker>> workers_;
 };
 

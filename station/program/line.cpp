@@ -136,6 +136,8 @@ int serve_line(const std::vector<std::string> &words, Settings &settings)
     const Plan plan = parse_plan(path, settings);
     if (page.is_wanted())
         page.listen();
+    else if (!page.token().empty())
+        throw UsageError("line: --token is what a browser has to know; --page ADDRESS:PORT serves one");
 
     const bool draws = is_terminal();
     const Interrupts &interrupts = catch_interrupts();

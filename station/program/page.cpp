@@ -39,7 +39,11 @@ void PageOptions::listen()
     } catch (const page::Error &error) {
         throw UsageError(error.what());
     }
-    listener_ = std::make_unique<page::Listener>(address, !token_.empty());
+    try {
+        listener_ = std::make_unique<page::Listener>(address, !token_.empty());
+    } catch (const page::NeedsToken &error) {
+        throw UsageError(error.what());
+    }
 }
 
 std::string PageOptions::url() const { return "http://" + page::text_of(listener_->address()) + "/"; }
