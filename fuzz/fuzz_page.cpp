@@ -8,6 +8,8 @@
 #include "station/records/tables.h"
 #include "station/records/text.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
@@ -75,8 +77,10 @@ class World
     Reply answer(const Request &request, bool has_token)
     {
         const std::optional<Reply> stopped = (has_token ? closed_ : open_).stops(request);
-        if (!stopped && request.host != OWN_HOST && request.host != "localhost:8080" &&
-            request.host != "[::1]:8080" && !has_token)
+        std::string host = request.host;
+        std::transform(host.begin(), host.end(), host.begin(),
+                       [](unsigned char byte) { return std::tolower(byte); });
+        if (!stopped && host != OWN_HOST && host != "localhost:8080" && host != "[::1]:8080" && !has_token)
             broken("only who names this machine is answered", request.host);
         if (!stopped && request.method == "POST" && request.content_type.find("json") == std::string::npos)
             broken("only JSON is taken", request.content_type);

@@ -403,7 +403,7 @@ TEST_F(Records, YieldCountsUnitsNotRuns)
     const auto from = source();
     const auto yields = [&](const Filter &filter) {
         std::string text;
-        for (const PlanYield &plan : from->yield(filter))
+        for (const PlanYield &plan : from->tally(filter).plans())
             text += plan.plan + " " + std::to_string(plan.runs) + " runs " + std::to_string(plan.units) +
                     " units " + std::to_string(plan.first) + " first " + std::to_string(plan.first_pass) +
                     " at once " + std::to_string(plan.passed) + " passed\n";
@@ -411,7 +411,7 @@ TEST_F(Records, YieldCountsUnitsNotRuns)
     };
     const auto harms = [&](const Filter &filter) {
         std::string text;
-        for (const Harm &harm : from->harm(filter))
+        for (const Harm &harm : from->tally(filter).harms(filter.limit))
             text += harm.step + " " + std::to_string(harm.units) + " " + std::to_string(harm.lost) + " " +
                     std::to_string(harm.runs) + "\n";
         return text;

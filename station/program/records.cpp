@@ -177,9 +177,7 @@ static void yield(Source &source, const Filter &filter, bool as_json)
 {
     const Tally tally = source.tally(filter);
     const std::vector<PlanYield> plans = tally.plans();
-    std::vector<Harm> harms = tally.harms();
-    if (filter.limit > 0 && harms.size() > filter.limit)
-        harms.resize(filter.limit);
+    const std::vector<Harm> harms = tally.harms(filter.limit);
     if (as_json) {
         std::puts(json(plans, harms, 2).c_str());
         return;

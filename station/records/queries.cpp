@@ -52,7 +52,9 @@ Tally Source::tally(const Filter &filter)
               "meant.unit AND earlier.unit_source = 'unit' AND earlier.plan || '' = meant.plan AND "
               "earlier.started "
               "< " +
-                  conditions.since + " AND earlier.verdict IN ('pass', 'fail', 'error')) THEN 1 ELSE 0 END";
+                  conditions.since +
+                  (conditions.since_id.empty() ? "" : " AND earlier.id < " + conditions.since_id) +
+                  " AND earlier.verdict IN ('pass', 'fail', 'error')) THEN 1 ELSE 0 END";
     Finished run;
     std::string hour = "none";
     stream("WITH meant AS (SELECT id, plan, unit, unit_source, started, verdict, failing FROM runs" +

@@ -22,8 +22,8 @@ struct Filter {
     std::string plan;                 // its name or its digest
     std::optional<Time> since, until; // started then or later; before then
     std::string verdict;              // or "running"
-    std::string failing;              // the first step that failed
     size_t limit = 0;                 // the newest so many
+    std::string failing;              // the first step that failed
 };
 
 // The newest values of a measurement.

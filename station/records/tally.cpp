@@ -74,7 +74,7 @@ std::vector<PlanYield> Tally::plans() const
     return yields;
 }
 
-std::vector<Harm> Tally::harms() const
+std::vector<Harm> Tally::harms(size_t limit) const
 {
     std::vector<Harm> harms;
     for (const auto &[step, failed] : failed_) {
@@ -87,6 +87,8 @@ std::vector<Harm> Tally::harms() const
     std::sort(harms.begin(), harms.end(), [](const Harm &a, const Harm &b) {
         return std::tie(b.units, b.runs, a.step) < std::tie(a.units, a.runs, b.step);
     });
+    if (limit > 0 && harms.size() > limit)
+        harms.resize(limit);
     return harms;
 }
 

@@ -60,11 +60,15 @@ class Tally
   public:
     explicit Tally(Bucket bucket = Bucket::day) { over_time_.bucket = bucket; }
 
+    Tally(Tally &&) = default; // what failed points at the units
+    Tally &operator=(Tally &&) = default;
+
     // In the order of their starts.
     void add(const Finished &run);
 
     std::vector<PlanYield> plans() const; // in the order of their names
-    std::vector<Harm> harms() const;      // most units first, then most runs
+    // Most units first, then most runs; so many steps at most, or all.
+    std::vector<Harm> harms(size_t limit = 0) const;
     const OverTime &over_time() const { return over_time_; }
 
   private:
