@@ -42,17 +42,17 @@ static constexpr char EXIT_STATUSES[] =
     "3 refused by the router; 64 the command line is wrong, nothing was sent; 73 a run could not be kept;\n"
     "74 the output could not be written; 130 interrupted.";
 
-using Words = std::vector<std::string>;
+using CommandWords = std::vector<std::string>;
 
 // Everything that may stand at the command's place.
-static Words first_words();
+static CommandWords first_words();
 
 // For the shell's completion: a word on each line. Behind a name, what stands for bytes there.
 static void print_words(const std::string &name)
 {
     uint16_t code = 0;
     const Command *const command = find_command(name, code);
-    Words words = name.empty() ? first_words() : Words();
+    CommandWords words = name.empty() ? first_words() : CommandWords();
     if (command)
         for (const Parameter &parameter : command->parameters)
             for (const Choice &choice : parameter.choices)
@@ -61,7 +61,7 @@ static void print_words(const std::string &name)
         std::printf("%s\n", word.c_str());
 }
 
-static int serve_list(const Words &words, Settings &settings)
+static int serve_list(const CommandWords &words, Settings &settings)
 {
     CLI::App app("Lists all commands: their codes, names and what they do.", "list");
     std::string of;
@@ -79,7 +79,7 @@ static int serve_list(const Words &words, Settings &settings)
     return SUCCESS;
 }
 
-static int serve_reference(const Words &words, Settings &)
+static int serve_reference(const CommandWords &words, Settings &)
 {
     CLI::App app("Prints the commands' reference, in Markdown.", "reference");
     parse_words(app, words);
@@ -98,7 +98,7 @@ static void hint_at_port(const Settings &settings)
             "names another port\n");
 }
 
-static int serve_run(const Words &words, Settings &settings)
+static int serve_run(const CommandWords &words, Settings &settings)
 {
     CLI::App app("Plays a plan over one connection and shows a table.", "run");
     RunOptions options;
@@ -133,7 +133,7 @@ static int serve_run(const Words &words, Settings &settings)
     return status;
 }
 
-static int ask(const Words &words, Settings settings)
+static int ask(const CommandWords &words, Settings settings)
 {
     const Request request = parse_request(words, settings);
     check(settings);
@@ -153,7 +153,7 @@ struct Subcommand {
     const char *name;
     const char *usage;
     const char *does;
-    int (*serve)(const Words &words, Settings &settings);
+    int (*serve)(const CommandWords &words, Settings &settings);
 };
 
 } // namespace
@@ -171,9 +171,9 @@ static constexpr Subcommand SUBCOMMANDS[] = {
     {"reference", "reference", "the commands' reference, in Markdown", serve_reference},
 };
 
-static Words first_words()
+static CommandWords first_words()
 {
-    Words words = command_names();
+    CommandWords words = command_names();
     words.emplace_back("send");
     for (const Subcommand &subcommand : SUBCOMMANDS)
         words.emplace_back(subcommand.name);
@@ -213,7 +213,7 @@ static int serve_command_line(int count, char **words)
     } catch (const CLI::ParseError &error) {
         throw UsageError(error.what());
     }
-    const Words rest = app.remaining();
+    const CommandWords rest = app.remaining();
     if (rest.empty())
         throw UsageError("no command; `station --help` tells how to go on");
     for (const Subcommand &subcommand : SUBCOMMANDS)

@@ -308,10 +308,10 @@ void Postgres::stream(const std::string &sql, const std::vector<std::string> &pa
 {
     guarded([&] {
         pqxx::work work(*connection_);
-        work.exec_params("DECLARE some NO SCROLL CURSOR FOR " + sql,
+        work.exec_params("DECLARE asked NO SCROLL CURSOR FOR " + sql,
                          pqxx::prepare::make_dynamic_params(parameters));
         for (;;) {
-            const pqxx::result rows = work.exec("FETCH 10000 FROM some");
+            const pqxx::result rows = work.exec("FETCH 10000 FROM asked");
             if (rows.empty())
                 return;
             some(rows);

@@ -23,7 +23,7 @@ struct Filter {
     std::optional<Time> since, until; // started then or later; before then
     std::string verdict;              // or "running"
     size_t limit = 0;                 // the newest so many
-    std::string failing;              // the first step that failed
+    std::string failing{};            // the first step that failed
 };
 
 // The newest values of a measurement.
