@@ -22,7 +22,7 @@ export function colours() {
     return Object.fromEntries(names.map(name => [name.replace('-s', 'S'), style.getPropertyValue(`--${name}`).trim()]));
 }
 
-// Lines at values of the x or y axis: [{axis, value, label, colour, dash}]. They are kept in sight by the scales.
+// Lines at values of the x or y axis: [{axis, value, label, colour, dash, row}]; `row` keeps labels apart. They are kept in sight by the scales.
 const rules = {
     id: 'rules',
     afterDatasetsDraw(chart) {
@@ -42,7 +42,7 @@ const rules = {
                 ctx.lineTo(at, area.bottom);
                 ctx.stroke();
                 ctx.textAlign = at > (area.left + area.right) / 2 ? 'right' : 'left';
-                ctx.fillText(rule.label, at + (ctx.textAlign === 'right' ? -4 : 4), area.top + 11);
+                ctx.fillText(rule.label, at + (ctx.textAlign === 'right' ? -4 : 4), area.top + 11 + 15 * (rule.row ?? 0));
             } else {
                 if (at < area.top - 1 || at > area.bottom + 1)
                     continue;

@@ -19,18 +19,17 @@ function limitLines(found, colour, axis) {
 
 function histogram(found) {
     return colour => {
-        const bars = found.histogram, size = bars.length ? bars[0].to - bars[0].from || 1 : 1;
+        const bars = found.histogram;
         const values = [decimal(found.low), decimal(found.high), ...bars.flatMap(bar => [bar.from, bar.to])].filter(value => value !== null);
         const begin = Math.min(...values), end = Math.max(...values), edge = (end - begin) * 0.04 || 1;
         const lines = limitLines(found, colour, 'x');
         if (found.mean !== null)
-            lines.push({ axis: 'x', value: found.mean, label: 'mean', colour: colour.ink, dash: [5, 4] });
+            lines.push({ axis: 'x', value: found.mean, label: 'mean', colour: colour.ink, dash: [5, 4], row: 1 });
         return {
             type: 'bar',
-            data: { datasets: [{ label: 'Runs', data: bars.map(bar => ({ x: (bar.from + bar.to) / 2, y: bar.count })), backgroundColor: colour.accentSoft, borderColor: colour.accent, borderWidth: 1,
-                barThickness: Math.max(2, 420 * size / (end - begin + 2 * edge)) }] },
+            data: { datasets: [{ label: 'Runs', data: bars.map(bar => ({ x: (bar.from + bar.to) / 2, y: bar.count })), backgroundColor: colour.accentSoft, borderColor: colour.accent, borderWidth: 1, barPercentage: 1, categoryPercentage: 1 }] },
             options: {
-                scales: { x: { type: 'linear', min: begin - edge, max: end + edge, offset: false, grid: { display: false }, ticks: { maxTicksLimit: 7, callback: value => number(value, 4) } }, y: { beginAtZero: true, ticks: { precision: 0 } } },
+                scales: { x: { type: 'linear', min: begin - edge, max: end + edge, offset: false, grid: { display: false }, ticks: { maxTicksLimit: 7, includeBounds: false, callback: value => number(value, 4) } }, y: { beginAtZero: true, ticks: { precision: 0 } } },
                 plugins: { rules: { lines }, tooltip: { callbacks: { title: items => { const bar = bars[items[0]?.dataIndex]; return bar ? `${number(bar.from)} \u2026 ${number(bar.to)}` : ''; } } } },
             },
         };
@@ -55,7 +54,7 @@ function drift(found) {
                     { label: 'Mean \u2212 3 sigma', data: sides(-1), borderColor: colour.muted, borderWidth: 1, borderDash: [3, 3], pointRadius: 0 },
                 ],
             },
-            options: { scales: { x: { grid: { display: false } }, y: { min: low - edge, max: high + edge, ticks: { maxTicksLimit: 7, callback: value => number(value, 4) } } }, plugins: { rules: { lines: limitLines(found, colour, 'y') } } },
+            options: { scales: { x: { grid: { display: false } }, y: { min: low - edge, max: high + edge, ticks: { maxTicksLimit: 7, includeBounds: false, callback: value => number(value, 4) } } }, plugins: { rules: { lines: limitLines(found, colour, 'y') } } },
         };
     };
 }

@@ -95,7 +95,7 @@ function totals(found, hours) {
 }
 
 function plansTable(found) {
-    return el('table', { class: 'numbers' }, el('caption', {}, 'Plans'), el('thead', {}, el('tr', {}, ['Plan', 'Units', 'First time', 'First pass', 'First-pass yield', 'Passed', 'Runs'].map(title => el('th', { scope: 'col' }, title)))),
+    return el('table', { class: 'numbers many' }, el('caption', {}, 'Plans'), el('thead', {}, el('tr', {}, ['Plan', 'Units', 'First time', 'First pass', 'First-pass yield', 'Passed', 'Runs'].map(title => el('th', { scope: 'col' }, title)))),
         el('tbody', {}, found.plans.map(plan => el('tr', { 'data-plan': plan.plan }, el('th', { scope: 'row' }, shown(plan.plan, { limit: 200 })),
             ...[plan.units, plan.first, plan.first_pass, percent(plan.first_pass, plan.first), plan.passed, plan.runs].map(cell => el('td', {}, String(cell)))))));
 }
@@ -114,7 +114,7 @@ function harmTable(found, filter) {
 }
 
 function overTimeTable(points, bucket, now, begin) {
-    return el('details', {}, el('summary', {}, 'As a table'), el('table', { class: 'numbers' },
+    return el('details', {}, el('summary', {}, 'As a table'), el('table', { class: 'numbers many' },
         el('thead', {}, el('tr', {}, ['From', 'Runs', 'Units', 'First time', 'First pass', 'Yield', 'Units an hour'].map(title => el('th', { scope: 'col' }, title)))),
         el('tbody', {}, points.map(point => el('tr', {}, el('th', { scope: 'row' }, label(point.from, bucket)),
             ...[point.runs, point.units, point.first, point.first_pass, percent(point.first_pass, point.first), pace(point, bucket, now, begin).toFixed(1)].map(cell => el('td', {}, String(cell))))))));
