@@ -31,7 +31,8 @@ export function align(first, second) {
     const lengths = Array.from({ length: a.length + 1 }, () => new Uint16Array(b.length + 1));
     for (let i = a.length - 1; i >= 0; --i) {
         for (let j = b.length - 1; j >= 0; --j)
-            lengths[i][j] = key(a[i]) === key(b[j]) ? lengths[i + 1][j + 1] + 1 : Math.max(lengths[i + 1][j], lengths[i][j + 1]);
+            lengths[i][j] =
+                key(a[i]) === key(b[j]) ? lengths[i + 1][j + 1] + 1 : Math.max(lengths[i + 1][j], lengths[i][j + 1]);
     }
     let i = 0, j = 0;
     while (i < a.length || j < b.length) {

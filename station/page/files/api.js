@@ -24,7 +24,8 @@ async function ask(path, options) {
             throw problem;
     }
     if (!response.ok)
-        throw new Refused(response.status, typeof body?.error === 'string' ? body.error : `The station refused this (${response.status}).`);
+        throw new Refused(response.status,
+            typeof body?.error === 'string' ? body.error : `The station refused this (${response.status}).`);
     if (body === null)
         throw new Refused(response.status, 'The station\u2019s answer cannot be read.');
     return body;
@@ -41,9 +42,7 @@ export function query(parameters) {
     return text ? '?' + text : '';
 }
 
-export function get(path, parameters = {}, signal = undefined) {
-    return ask(path + query(parameters), { signal });
-}
+export function get(path, parameters = {}, signal = undefined) { return ask(path + query(parameters), { signal }); }
 
 export function answer(slot, question, text) {
     return ask(`/api/slots/${encode(slot)}/answer`, {
@@ -52,14 +51,14 @@ export function answer(slot, question, text) {
         body: JSON.stringify({ question, answer: text }),
         signal: AbortSignal.timeout(10000),
     }).catch(problem => {
-        throw problem.name === 'TimeoutError' || problem.name === 'AbortError' ? new Refused(0, 'The station does not answer.') : problem;
+        throw problem.name === 'TimeoutError' || problem.name === 'AbortError'
+            ? new Refused(0, 'The station does not answer.')
+            : problem;
     });
 }
 
 // As encodeURIComponent, which throws at half of a surrogate pair.
-export function encode(text) {
-    return encodeURIComponent(String(text).replace(/\p{Cs}/gu, '\ufffd'));
-}
+export function encode(text) { return encodeURIComponent(String(text).replace(/\p{Cs}/gu, '\ufffd')); }
 
 // The same backwards: what is no such text stands for itself.
 export function decode(text) {

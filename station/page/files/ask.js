@@ -1,18 +1,18 @@
 // The questions that slots ask, and who the keys go to.
 //
-// Several slots may ask at once. One of their questions has the keys, the one that has waited longest unless a person chose
-// another by going into it, and it says so: y and n answer it, Enter says that something is done, what is typed goes to
-// its field. Keys that come as fast as no person types and end with Enter are a scanner's: they go to the field that
-// waits and never press anything.
-import { announce, el, notice, shape } from './dom.js';
-import { answer, encode } from './api.js';
-import { listen } from './live.js';
-import { plain, shown } from './text.js';
+// Several slots may ask at once. One of their questions has the keys, the one that has waited longest unless a person
+// chose another by going into it, and it says so: y and n answer it, Enter says that something is done, what is typed
+// goes to its field. Keys that come as fast as no person types and end with Enter are a scanner's: they go to the field
+// that waits and never press anything.
+import {announce, el, notice, shape} from './dom.js';
+import {answer, encode} from './api.js';
+import {listen} from './live.js';
+import {plain, shown} from './text.js';
 
-const SCANNER = 80;  // ms between keys: a scanner is faster, a person slower
-const BURST = 3;     // keys that make a scan
-const APART = 500;   // ms without a key before y or n is one
-const CALM = 400;    // ms until a question that has just got the keys takes one: the last key was meant for another
+const SCANNER = 80; // ms between keys: a scanner is faster, a person slower
+const BURST = 3;    // keys that make a scan
+const APART = 500;  // ms without a key before y or n is one
+const CALM = 400;   // ms until a question that has just got the keys takes one: the last key was meant for another
 
 let count = 0;
 const mark = (slot, question) => `${slot}\n${question.id}`;
@@ -28,10 +28,19 @@ class Box {
         this.field = null;
         this.message = el('p', { class: 'message', role: 'alert' });
         this.chip = el('p', { class: 'chip', 'aria-hidden': 'true' });
-        this.controls = el('form', { class: 'controls', novalidate: true, submit: event => { event.preventDefault(); this.submit(); } },
+        this.controls = el('form', {
+            class: 'controls',
+            novalidate: true,
+            submit: event => {
+                event.preventDefault();
+                this.submit();
+            }
+        },
             this.makeControls(id));
-        this.element = el('div', { class: `question ${question.kind}`, role: 'group', tabindex: -1, 'aria-labelledby': id },
-            el('p', { class: 'asked', id }, shown(question.text, { lines: true })), this.controls, this.message, this.chip);
+        this.element =
+            el('div', { class: `question ${question.kind}`, role: 'group', tabindex: -1, 'aria-labelledby': id },
+                el('p', { class: 'asked', id }, shown(question.text, { lines: true })), this.controls, this.message,
+                this.chip);
         this.element.addEventListener('focusin', () => questions.choose(this));
         this.element.addEventListener('pointerdown', () => questions.choose(this));
     }
@@ -42,15 +51,25 @@ class Box {
             return [this.button('Yes', 'y', 'pass', 'yes', id), this.button('No', 'n', 'fail', 'no', id)];
         if (kind === 'tell')
             return [this.button('Done', '\u21b5', 'pass', 'done', id)];
-        this.field = el('input', { type: 'text', 'aria-labelledby': id, autocomplete: 'off', autocapitalize: 'off', spellcheck: 'false',
-            maxlength: 1024, placeholder: 'Scan or type', 'aria-describedby': pattern ? `${id}p` : null });
-        return [this.field, el('button', { type: 'submit', 'aria-describedby': id }, 'Enter'),
-            pattern ? el('p', { class: 'pattern', id: `${id}p` }, 'has to fit ', shown(pattern, { limit: 200 })) : null];
+        this.field = el('input', {
+            type: 'text',
+            'aria-labelledby': id,
+            autocomplete: 'off',
+            autocapitalize: 'off',
+            spellcheck: 'false',
+            maxlength: 1024,
+            placeholder: 'Scan or type',
+            'aria-describedby': pattern ? `${id}p` : null
+        });
+        return [
+            this.field, el('button', { type: 'submit', 'aria-describedby': id }, 'Enter'),
+            pattern ? el('p', { class: 'pattern', id: `${id}p` }, 'has to fit ', shown(pattern, { limit: 200 })) : null
+        ];
     }
 
     button(text, key, kind, value, id) {
-        return el('button', { type: 'button', 'aria-describedby': id, click: () => this.send(value) },
-            shape(kind), el('span', {}, text), el('kbd', {}, key));
+        return el('button', { type: 'button', 'aria-describedby': id, click: () => this.send(value) }, shape(kind),
+            el('span', {}, text), el('kbd', {}, key));
     }
 
     submit() {
@@ -145,7 +164,8 @@ class Questions {
             if (!place.isConnected)
                 this.boxes.delete(place);
         }
-        return [...this.boxes.values()].filter(box => !box.sent)
+        return [...this.boxes.values()]
+            .filter(box => !box.sent)
             .sort((a, b) => (this.order.get(a.mark) ?? 0) - (this.order.get(b.mark) ?? 0));
     }
 
@@ -157,9 +177,7 @@ class Questions {
         this.mark(open);
     }
 
-    scanned(open = this.open()) {
-        return this.active?.field ? this.active : open.find(box => box.field) ?? null;
-    }
+    scanned(open = this.open()) { return this.active?.field ? this.active : open.find(box => box.field) ?? null; }
 
     mark(open = this.open()) {
         const scanned = this.scanned(open);
@@ -256,7 +274,8 @@ class Questions {
             event.preventDefault();
             if (burst.length >= BURST)
                 this.scan(burst);
-        } else if (this.ready && this.active?.question.kind === 'tell' && !event.target.closest?.('a, button, summary')) {
+        } else if (this.ready && this.active?.question.kind === 'tell' &&
+            !event.target.closest?.('a, button, summary')) {
             event.preventDefault();
             if (!event.repeat)
                 this.active.submit();
@@ -282,6 +301,7 @@ listen('slots', all => questions.hear(all));
 document.addEventListener('keydown', event => questions.key(event), true);
 // Whoever types into another field has the keys there.
 document.addEventListener('focusin', event => {
-    document.body.classList.toggle('typing', Boolean(event.target.closest?.('input, select, textarea')) && !event.target.closest('.question'));
+    document.body.classList.toggle(
+        'typing', Boolean(event.target.closest?.('input, select, textarea')) && !event.target.closest('.question'));
 });
 document.addEventListener('focusout', () => document.body.classList.remove('typing'));

@@ -1,6 +1,6 @@
-// Charts, drawn by Chart.js, which is loaded when the first one is wanted. What a chart shows stands beside it in words or in
-// a table, so the drawing is for the eye alone.
-import { el } from './dom.js';
+// Charts, drawn by Chart.js, which is loaded when the first one is wanted. What a chart shows stands beside it in words
+// or in a table, so the drawing is for the eye alone.
+import {el} from './dom.js';
 
 let loading = null;
 
@@ -9,7 +9,10 @@ function library() {
         const script = document.createElement('script');
         script.src = '/chart.js';
         script.onload = () => done(window.Chart);
-        script.onerror = () => { loading = null; failed(new Error('The charts cannot be drawn: /chart.js is not there.')); };
+        script.onerror = () => {
+            loading = null;
+            failed(new Error('The charts cannot be drawn: /chart.js is not there.'));
+        };
         document.head.append(script);
     });
     return loading;
@@ -22,7 +25,8 @@ export function colours() {
     return Object.fromEntries(names.map(name => [name.replace('-s', 'S'), style.getPropertyValue(`--${name}`).trim()]));
 }
 
-// Lines at values of the x or y axis: [{axis, value, label, colour, dash, row}]; `row` keeps labels apart. They are kept in sight by the scales.
+// Lines at values of the x or y axis: [{axis, value, label, colour, dash, row}]; `row` keeps labels apart. They are
+// kept in sight by the scales.
 const rules = {
     id: 'rules',
     afterDatasetsDraw(chart) {
@@ -42,7 +46,8 @@ const rules = {
                 ctx.lineTo(at, area.bottom);
                 ctx.stroke();
                 ctx.textAlign = at > (area.left + area.right) / 2 ? 'right' : 'left';
-                ctx.fillText(rule.label, at + (ctx.textAlign === 'right' ? -4 : 4), area.top + 11 + 15 * (rule.row ?? 0));
+                ctx.fillText(
+                    rule.label, at + (ctx.textAlign === 'right' ? -4 : 4), area.top + 11 + 15 * (rule.row ?? 0));
             } else {
                 if (at < area.top - 1 || at > area.bottom + 1)
                     continue;
@@ -81,17 +86,25 @@ export class Drawing {
         const configuration = make(colour);
         this.canvas.setAttribute('aria-label', label);
         this.chart?.destroy();
-        const axis = { grid: { color: colour.rule, drawBorder: false, tickLength: 0 }, ticks: { color: colour.muted, padding: 6, maxRotation: 0, autoSkipPadding: 14 }, title: { color: colour.muted } };
+        const axis = {
+            grid: { color: colour.rule, drawBorder: false, tickLength: 0 },
+            ticks: { color: colour.muted, padding: 6, maxRotation: 0, autoSkipPadding: 14 },
+            title: { color: colour.muted }
+        };
         const scales = configuration.options?.scales ?? {};
         for (const scale of Object.values(scales)) {
-            scale.grid = { ...axis.grid, ...scale.grid };
-            scale.ticks = { ...axis.ticks, ...scale.ticks };
-            scale.title = { ...axis.title, ...scale.title };
+            scale.grid = {...axis.grid, ...scale.grid };
+            scale.ticks = {...axis.ticks, ...scale.ticks };
+            scale.title = {...axis.title, ...scale.title };
         }
         this.chart = new Chart(this.canvas, {
             ...configuration,
             options: {
-                animation: false, responsive: true, maintainAspectRatio: false, normalized: true, locale: 'en',
+                animation: false,
+                responsive: true,
+                maintainAspectRatio: false,
+                normalized: true,
+                locale: 'en',
                 interaction: { mode: 'index', intersect: false },
                 font: { family: getComputedStyle(document.body).fontFamily, size: 12 },
                 ...configuration.options,

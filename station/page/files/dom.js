@@ -1,5 +1,5 @@
 // Elements, made without ever parsing a text for markup.
-import { shown } from './text.js';
+import {shown} from './text.js';
 
 const SVG = 'http://www.w3.org/2000/svg';
 
@@ -21,8 +21,8 @@ function fill(element, attributes, children) {
     return element;
 }
 
-// el('a', {class: 'x', href: '#/', click: function}, children...): children are elements, and strings that are this page's
-// own words. What comes from elsewhere goes through shown().
+// el('a', {class: 'x', href: '#/', click: function}, children...): children are elements, and strings that are this
+// page's own words. What comes from elsewhere goes through shown().
 export function el(tag, attributes = {}, ...children) {
     return fill(document.createElement(tag), attributes, children);
 }
@@ -31,8 +31,8 @@ export function svg(tag, attributes = {}, ...children) {
     return fill(document.createElementNS(SVG, tag), attributes, children);
 }
 
-// Puts a text into an element, and does nothing when it is there already: what stays the same neither flickers nor loses
-// a selection.
+// Puts a text into an element, and does nothing when it is there already: what stays the same neither flickers nor
+// loses a selection.
 const inside = new WeakMap();
 export function put(element, text, options = {}) {
     const all = String(text ?? '');
@@ -60,20 +60,29 @@ const SHAPES = {
 
 export function shape(kind) {
     const [outline, sign] = SHAPES[kind] ?? SHAPES.error;
-    return svg('svg', { class: `shape ${kind in SHAPES ? kind : 'error'}`, viewBox: '0 0 32 32', 'aria-hidden': 'true', focusable: 'false' },
+    return svg('svg', {
+        class: `shape ${kind in SHAPES ? kind : 'error'}`,
+        viewBox: '0 0 32 32',
+        'aria-hidden': 'true',
+        focusable: 'false'
+    },
         svg('path', { class: 'outline', d: outline }), svg('path', { class: 'sign', d: sign }));
 }
 
-const WORDS = { pass: 'PASS', fail: 'FAIL', error: 'ERROR', aborted: 'ABORTED' };
+const WORDS = {
+    pass: 'PASS',
+    fail: 'FAIL',
+    error: 'ERROR',
+    aborted: 'ABORTED'
+};
 
 // A verdict's word; a run without one is running. What is none of them is told in its own letters.
-export function word(verdict) {
-    return verdict ? WORDS[verdict] ?? String(verdict).slice(0, 20) : 'RUNNING';
-}
+export function word(verdict) { return verdict ? WORDS[verdict] ?? String(verdict).slice(0, 20) : 'RUNNING'; }
 
 export function badge(verdict) {
     const kind = verdict ?? 'running';
-    return el('span', { class: `verdict-badge ${kind in SHAPES ? kind : 'error'}` }, shape(kind), el('span', {}, word(verdict)));
+    return el('span', { class: `verdict-badge ${kind in SHAPES ? kind : 'error'}` }, shape(kind),
+        el('span', {}, word(verdict)));
 }
 
 export function announce(text, urgent = false) {

@@ -1,11 +1,11 @@
 // The line at a glance: a tile for each slot.
-import { announce, el, put, say, shape, word } from './dom.js';
-import { live, listen } from './live.js';
-import { plain } from './text.js';
-import { questions } from './ask.js';
-import { elapsed } from './time.js';
+import {announce, el, put, say, shape, word} from './dom.js';
+import {live, listen} from './live.js';
+import {plain} from './text.js';
+import {questions} from './ask.js';
+import {elapsed} from './time.js';
 
-const NARROW = 700;      // pixels: below, the page scrolls
+const NARROW = 700;       // pixels: below, the page scrolls
 const LONGEST_TEXT = 400; // of a tile; the slot's own view has all
 
 // Tiles as large as they can be, of about this shape.
@@ -54,19 +54,19 @@ class Tile {
         this.asks = el('div', { class: 'asks' });
         this.link = el('a', { href: `#/slot/${encodeURIComponent(name)}` }, this.number, this.unit);
         this.element = el('li', { class: 'tile' },
-            el('div', { class: 'inner' },
-                el('h2', {}, this.link, this.counts),
+            el('div', { class: 'inner' }, el('h2', {}, this.link, this.counts),
                 el('div', { class: 'state' }, this.sign, this.word),
-                el('div', { class: 'going' }, el('p', { class: 'how-far' }, this.done, this.time), this.progress, this.step),
-                this.asks,
-                el('div', { class: 'trouble' }, this.failing, this.cause)));
+                el('div', { class: 'going' }, el('p', { class: 'how-far' }, this.done, this.time), this.progress,
+                    this.step),
+                this.asks, el('div', { class: 'trouble' }, this.failing, this.cause)));
     }
 
     show(slot) {
         const now = condition(slot);
         put(this.number, slot.name, { limit: 40 });
         put(this.unit, slot.phase === 'waits' || slot.phase === 'refused' ? '' : slot.unit, { limit: LONGEST_TEXT });
-        this.link.setAttribute('aria-label', `Slot ${plain(slot.name, 40)}${slot.unit ? `, unit ${plain(slot.unit, 60)}` : ''}`);
+        this.link.setAttribute(
+            'aria-label', `Slot ${plain(slot.name, 40)}${slot.unit ? `, unit ${plain(slot.unit, 60)}` : ''}`);
         say(this.counts, slot.tested ? `\u2713 ${slot.passed}/${slot.tested}` : '');
         this.counts.title = slot.tested ? `${slot.passed} of ${slot.tested} passed here` : '';
         if (this.element.dataset.now !== now || this.phase !== slot.phase) {
@@ -74,7 +74,11 @@ class Tile {
             this.element.dataset.phase = slot.phase;
             const kind = slot.phase === 'shows' ? now : null;
             this.sign.replaceChildren(...(kind ? [shape(kind)] : []));
-            say(this.word, slot.phase === 'shows' ? word(slot.verdict) : slot.phase === 'waits' ? 'No unit' : slot.phase === 'refused' ? 'Refused' : '');
+            say(this.word,
+                slot.phase === 'shows'         ? word(slot.verdict)
+                    : slot.phase === 'waits'   ? 'No unit'
+                    : slot.phase === 'refused' ? 'Refused'
+                                               : '');
             this.phase = slot.phase;
         }
         const share = slot.steps ? Math.min(1, slot.done / slot.steps) : 0;
@@ -94,7 +98,8 @@ class Tile {
     }
 
     tick(slot) {
-        say(this.time, slot.phase === 'tests' && slot.started ? elapsed(Date.now() + live.clock - Date.parse(slot.started)) : '');
+        say(this.time,
+            slot.phase === 'tests' && slot.started ? elapsed(Date.now() + live.clock - Date.parse(slot.started)) : '');
     }
 }
 
@@ -144,16 +149,28 @@ export function lineView(root) {
     const size = new ResizeObserver(lay);
     size.observe(grid);
     const stop = listen('slots', show);
-    const clock = setInterval(() => live.state === 'live' && live.slots?.slots.forEach(slot => tiles.get(slot.name)?.tick(slot)), 1000);
+    const clock = setInterval(
+        () => live.state === 'live' && live.slots?.slots.forEach(slot => tiles.get(slot.name)?.tick(slot)), 1000);
     show();
-    return { title: 'Line', takesKeys: true, leave: () => { stop(); size.disconnect(); clearInterval(clock); } };
+    return {
+        title: 'Line',
+        takesKeys: true,
+        leave: () => {
+            stop();
+            size.disconnect();
+            clearInterval(clock);
+        }
+    };
 }
 
 function empty(all) {
     if (all.line)
         return [el('p', {}, 'No port has appeared yet. A slot shows here for each.')];
-    return [el('p', {}, 'No line runs here: this is the page of the records.'),
-        el('p', {}, el('a', { href: '#/unit' }, 'Units and their runs'), ' \u00b7 ', el('a', { href: '#/yield' }, 'Yield'))];
+    return [
+        el('p', {}, 'No line runs here: this is the page of the records.'),
+        el('p', {}, el('a', { href: '#/unit' }, 'Units and their runs'), ' \u00b7 ',
+            el('a', { href: '#/yield' }, 'Yield'))
+    ];
 }
 
 // Verdicts are told to those who cannot look, wherever they are on the page.
@@ -164,6 +181,8 @@ listen('slots', all => {
         const before = told.get(slot.name);
         told.set(slot.name, key);
         if (key && before !== undefined && before !== key)
-            announce(`Slot ${plain(slot.name, 40)}, unit ${plain(slot.unit, 60)}: ${word(slot.verdict)}${slot.failing ? `, ${plain(slot.failing, 80)}` : ''}`, slot.verdict !== 'pass');
+            announce(`Slot ${plain(slot.name, 40)}, unit ${plain(slot.unit, 60)}: ${word(slot.verdict)}${
+                         slot.failing ? `, ${plain(slot.failing, 80)}` : ''}`,
+                slot.verdict !== 'pass');
     }
 });

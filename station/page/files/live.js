@@ -3,20 +3,24 @@
 // Read with fetch rather than EventSource, which hides the comment lines: a connection that is silent for longer than
 // those take is lost, though nothing has closed it.
 
-const SILENCE = 6000;     // the server sends something every 2 s
-const PATIENCE = 2500;    // for the first byte of an answer
-const AGAIN = 400;        // between attempts: the truth is to be there a second after the server is
+const SILENCE = 6000;      // the server sends something every 2 s
+const PATIENCE = 2500;     // for the first byte of an answer
+const AGAIN = 400;         // between attempts: the truth is to be there a second after the server is
 const OUT_OF_SIGHT = 5000; // a browser has six connections to a server for all of its pages
 const LONGEST = 1 << 24;
 
-const listeners = { slots: new Set(), run: new Set(), connection: new Set() };
+const listeners = {
+    slots: new Set(),
+    run: new Set(),
+    connection: new Set()
+};
 
 export const live = {
-    slots: null,        // the newest of /api/slots
-    clock: 0,           // how far the station's clock is ahead of this one, in ms
+    slots: null,         // the newest of /api/slots
+    clock: 0,            // how far the station's clock is ahead of this one, in ms
     state: 'connecting', // or 'live', 'lost', 'token'
-    since: null,        // when it was lost
-    heard: 0,           // how often slots have come
+    since: null,         // when it was lost
+    heard: 0,            // how often slots have come
 };
 
 export function listen(kind, heard) {
@@ -92,7 +96,12 @@ async function read() {
     running = ends;
     let watch = setTimeout(() => ends.abort(), PATIENCE);
     try {
-        const response = await fetch('/api/events', { credentials: 'same-origin', cache: 'no-store', signal: ends.signal, headers: { Accept: 'text/event-stream' } });
+        const response = await fetch('/api/events', {
+            credentials: 'same-origin',
+            cache: 'no-store',
+            signal: ends.signal,
+            headers: { Accept: 'text/event-stream' }
+        });
         if (response.status === 401) {
             become('token');
             return 5000;
@@ -123,7 +132,10 @@ let wake = () => {};
 function pause(milliseconds) {
     return new Promise(done => {
         const timer = setTimeout(done, milliseconds);
-        wake = () => { clearTimeout(timer); done(); };
+        wake = () => {
+            clearTimeout(timer);
+            done();
+        };
     });
 }
 

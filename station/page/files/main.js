@@ -1,14 +1,14 @@
 // Which view the address names, and what stands around all of them.
-import { connect, listen, live } from './live.js';
-import { decode, encode } from './api.js';
-import { el, put, say } from './dom.js';
-import { plain } from './text.js';
-import { clock } from './time.js';
-import { lineView } from './line.js';
-import { slotView } from './slot.js';
-import { unitView, compareView } from './unit.js';
-import { runView } from './run.js';
-import { yieldView } from './yield.js';
+import {connect, listen, live} from './live.js';
+import {decode, encode} from './api.js';
+import {el, put, say} from './dom.js';
+import {plain} from './text.js';
+import {clock} from './time.js';
+import {lineView} from './line.js';
+import {slotView} from './slot.js';
+import {unitView, compareView} from './unit.js';
+import {runView} from './run.js';
+import {yieldView} from './yield.js';
 
 const content = document.getElementById('content');
 let view = null;
@@ -31,10 +31,14 @@ function route() {
         return ['unit', root => runView(root, parts[0], parts[1])];
     if (name === 'yield')
         return ['yield', root => yieldView(root, parameters)];
-    return ['', root => {
-        root.append(el('h1', { tabindex: -1 }, 'There is no such view'), el('p', {}, el('a', { href: '#/' }, 'To the line')));
-        return { title: 'No such view' };
-    }];
+    return [
+        '',
+        root => {
+            root.append(el('h1', { tabindex: -1 }, 'There is no such view'),
+                el('p', {}, el('a', { href: '#/' }, 'To the line')));
+            return { title: 'No such view' };
+        }
+    ];
 }
 
 // The same address with other parameters is the same view: it may take them in place.
@@ -79,15 +83,19 @@ function showStation(all) {
     say(badge.lastChild, asking === 1 ? ' question' : ' questions');
     const tested = all.slots.reduce((sum, slot) => sum + slot.tested, 0);
     const passed = all.slots.reduce((sum, slot) => sum + slot.passed, 0);
-    const words = all.line ? [`${all.slots.length} slots`, `${tested} tested`, `${passed} passed`] : ['No line, records only'];
+    const words =
+        all.line ? [`${all.slots.length} slots`, `${tested} tested`, `${passed} passed`] : ['No line, records only'];
     if (all.plan)
         words.unshift(plain(all.plan.name, 80));
     if (all.forwarding?.waiting)
-        words.push(`${all.forwarding.waiting} runs wait for the database${all.forwarding.problem ? `: ${plain(all.forwarding.problem)}` : ''}`);
+        words.push(`${all.forwarding.waiting} runs wait for the database${
+            all.forwarding.problem ? `: ${plain(all.forwarding.problem)}` : ''}`);
     else if (all.forwarding?.problem)
         words.push(plain(all.forwarding.problem));
     const status = document.getElementById('status');
-    const trouble = all.not_kept ? `No more units are taken: ${plain(all.not_kept)}` : all.ends ? 'The line is ending: no more units are taken.' : '';
+    const trouble = all.not_kept ? `No more units are taken: ${plain(all.not_kept)}`
+        : all.ends ? 'The line is ending: no more units are taken.'
+                   : '';
     status.classList.toggle('trouble', Boolean(trouble || all.forwarding?.problem));
     say(status, [...(trouble ? [trouble] : []), ...words].join(' \u00b7 '));
 }

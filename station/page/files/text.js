@@ -1,5 +1,5 @@
-// Texts that came from elsewhere, as nodes. What a phone answers may hold anything: it is shown as text, kept apart from
-// the text around it, and what the eye would not see, or what would turn the order of the letters, is spelt out.
+// Texts that came from elsewhere, as nodes. What a phone answers may hold anything: it is shown as text, kept apart
+// from the text around it, and what the eye would not see, or what would turn the order of the letters, is spelt out.
 
 // Control and format characters, line and paragraph separators, halves of pairs, letters that look like nothing, and
 // marks heaped upon each other until they cover the lines around.
@@ -28,7 +28,7 @@ export function plain(text, limit = 200) {
 
 // An element with the text. `lines`: line feeds part lines; otherwise it stays one line. `limit`: so many characters at
 // most, and an ellipsis.
-export function shown(text, { lines = false, limit = Infinity } = {}) {
+export function shown(text, {lines = false, limit = Infinity} = {}) {
     let all = String(text ?? '');
     if (all.length > limit)
         all = all.slice(0, limit) + '\u2026';
@@ -53,7 +53,8 @@ export function shown(text, { lines = false, limit = Infinity } = {}) {
     return element;
 }
 
-// Digits in groups of three by space alone: what is copied is the number as it was kept. What is no plain decimal is text.
+// Digits in groups of three by space alone: what is copied is the number as it was kept. What is no plain decimal is
+// text.
 export function figures(text) {
     const parts = /^([+-]?)(\d{5,40})(\.\d+)?$/.exec(text);
     if (!parts)

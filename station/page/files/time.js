@@ -18,9 +18,7 @@ export function clock(time, seconds = true) {
 }
 
 // In this machine's own zone: people compare it with the clock on the wall.
-export function moment(time) {
-    return parts(time) ? `${day(time)} ${clock(time)}` : '\u2013';
-}
+export function moment(time) { return parts(time) ? `${day(time)} ${clock(time)}` : '\u2013'; }
 
 export function zone(time) {
     const minutes = -new Date(time).getTimezoneOffset();
@@ -33,7 +31,8 @@ export function zone(time) {
 export function elapsed(milliseconds) {
     const seconds = Math.max(0, Math.floor(milliseconds / 1000));
     const hours = Math.floor(seconds / 3600);
-    return (hours ? `${hours}:${two(Math.floor(seconds / 60) % 60)}` : `${Math.floor(seconds / 60)}`) + ':' + two(seconds % 60);
+    return (hours ? `${hours}:${two(Math.floor(seconds / 60) % 60)}` : `${Math.floor(seconds / 60)}`) + ':' +
+        two(seconds % 60);
 }
 
 export function took(milliseconds) {
@@ -46,9 +45,7 @@ export function took(milliseconds) {
     return milliseconds < 60000 ? `${(milliseconds / 1000).toFixed(1)} s` : elapsed(milliseconds);
 }
 
-export function percent(part, whole) {
-    return whole ? `${(100 * part / whole).toFixed(1)} %` : '\u2013';
-}
+export function percent(part, whole) { return whole ? `${(100 * part / whole).toFixed(1)} %` : '\u2013'; }
 
 // Some significant digits, whatever the size, in groups of three.
 export function number(value, digits = 5) {
