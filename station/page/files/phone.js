@@ -4,7 +4,7 @@ import {el, say, svg} from './dom.js';
 import {encode, get} from './api.js';
 import {plain} from './text.js';
 
-const EVERY = 500, AFTER_TROUBLE = 3000; // ms between looks
+const EVERY = 1000, AFTER_TROUBLE = 3000; // ms between looks
 const WIDTH = 120, HEIGHT = 240, EDGE = 6;
 const LAMPS = {
     red: '#ff3b30',
