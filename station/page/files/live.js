@@ -1,10 +1,10 @@
 // What the station tells of itself while it happens, and whether it tells anything at all.
 //
-// Read with fetch rather than EventSource, to know of every byte that comes: a pulled cable closes no connection, so a
-// stream that has been silent for a while is no proof of anything, and the station is asked whether it is there.
+// Read with fetch rather than EventSource, which hides the comment lines: a connection that is silent for longer than
+// those take is lost, though nothing has closed it.
 
-const QUIET = 3000;    // ms of silence, then it is asked
-const PATIENCE = 2500; // ms for an answer to begin; when nothing came, twice as long
+const SILENCE = 6000;  // the server sends something every 2 s
+const PATIENCE = 2500; // for an answer to begin; when none has, twice as long
 const MOST_PATIENCE = 5000;
 const AGAIN = 400;         // between attempts: the truth is to be there a second after the server is
 const OUT_OF_SIGHT = 5000; // a browser has six connections to a server for all of its pages
@@ -94,20 +94,6 @@ let running = null; // what ends the present connection
 
 let patience = PATIENCE;
 
-async function probe(ends, again) {
-    const heard = live.heard;
-    try {
-        const response = await fetch('/api/slots',
-            { credentials: 'same-origin', cache: 'no-store', signal: AbortSignal.timeout(MOST_PATIENCE) });
-        const text = await response.text();
-        if (live.heard === heard) // otherwise the stream has told something newer meanwhile
-            take('slots', text);
-        again();
-    } catch {
-        ends.abort();
-    }
-}
-
 async function read() {
     const ends = new AbortController();
     running = ends;
@@ -115,11 +101,6 @@ async function read() {
         patience = Math.min(2 * patience, MOST_PATIENCE);
         ends.abort();
     }, patience);
-    const rest = () => {
-        clearTimeout(watch);
-        if (running === ends)
-            watch = setTimeout(() => probe(ends, rest), QUIET);
-    };
     try {
         const response = await fetch('/api/events', {
             credentials: 'same-origin',
@@ -137,7 +118,8 @@ async function read() {
         const reader = response.body.pipeThrough(new TextDecoderStream()).getReader();
         const parse = parser();
         for (;;) {
-            rest();
+            clearTimeout(watch);
+            watch = setTimeout(() => ends.abort(), SILENCE);
             const { value, done } = await reader.read();
             if (done)
                 return AGAIN;
@@ -146,9 +128,9 @@ async function read() {
     } catch {
         return AGAIN;
     } finally {
-        running = null;
         clearTimeout(watch);
         ends.abort();
+        running = null;
     }
 }
 

@@ -9,7 +9,6 @@ import {align} from './align.js';
 import {unitAddress} from './run.js';
 
 const PAGE = 50;
-const MOST_AT_ONCE = 500, LOOKS = 10;
 
 function filters(serial, parameters, changed) {
     const field = (label, control) => el('label', {}, el('span', {}, label), control);
@@ -136,25 +135,12 @@ export function unitView(root, serial, parameters) {
         el('div', { class: 'tools' }, list.compare), message, list.table, older);
     list.table.hidden = true;
 
-    // The server does not look for runs by their failing step, so this does, among so many at most.
-    async function add(before) {
-        const found = list.rows.size;
-        for (let looks = asked.failing ? LOOKS : 1; looks > 0; --looks) {
-            const { failing, ...filter } = asked;
-            const page =
-                await get('/api/runs', {...filter, limit: failing ? MOST_AT_ONCE : PAGE, before }, ends.signal);
-            page.runs.filter(run => !failing || run.failing === failing).forEach(run => list.add(run));
-            before = page.next;
-            if (!before || list.rows.size - found >= PAGE)
-                break;
-        }
-        return before;
-    }
-
     async function read() {
         older.disabled = true;
         try {
-            next = await add(next);
+            const page = await get('/api/runs', {...asked, limit: PAGE, before: next }, ends.signal);
+            page.runs.forEach(run => list.add(run));
+            next = page.next;
             older.hidden = !next;
             list.table.hidden = list.rows.size === 0;
             message.textContent = list.rows.size ? ''
