@@ -16,8 +16,16 @@ class Browser:
     def __init__(self, folder):
         options = Options()
         options.binary_location = '/usr/bin/chromium'
-        for argument in ('--headless=new', '--no-sandbox', '--disable-dev-shm-usage', '--disable-gpu', '--hide-scrollbars',
-                         '--disable-background-networking', '--no-first-run', f'--user-data-dir={folder}'):
+        for argument in (
+            '--headless=new',
+            '--no-sandbox',
+            '--disable-dev-shm-usage',
+            '--disable-gpu',
+            '--hide-scrollbars',
+            '--disable-background-networking',
+            '--no-first-run',
+            f'--user-data-dir={folder}',
+        ):
             options.add_argument(argument)
         options.set_capability('goog:loggingPrefs', {'browser': 'ALL', 'performance': 'ALL'})
         self.driver = webdriver.Chrome(service=Service('/usr/bin/chromedriver'), options=options)
@@ -25,10 +33,15 @@ class Browser:
         self.size(1920, 1080)
 
     def size(self, width, height):
-        self.devtools('Emulation.setDeviceMetricsOverride', width=width, height=height, deviceScaleFactor=1, mobile=False)
+        self.devtools(
+            'Emulation.setDeviceMetricsOverride', width=width, height=height, deviceScaleFactor=1, mobile=False
+        )
 
     def dark(self, yes):
-        self.devtools('Emulation.setEmulatedMedia', features=[{'name': 'prefers-color-scheme', 'value': 'dark' if yes else 'light'}])
+        self.devtools(
+            'Emulation.setEmulatedMedia',
+            features=[{'name': 'prefers-color-scheme', 'value': 'dark' if yes else 'light'}],
+        )
 
     def devtools(self, command, **arguments):
         return self.driver.execute_cdp_cmd(command, arguments)
@@ -51,7 +64,9 @@ class Browser:
             if found:
                 return found
             time.sleep(0.03)
-        raise AssertionError(f'{what}: not within {patience} s; the page says: {self.js("return document.body.innerText")[:1500]}')
+        raise AssertionError(
+            f'{what}: not within {patience} s; the page says: {self.js("return document.body.innerText")[:1500]}'
+        )
 
     def click(self, selector):
         self.wait(f'document.querySelector({json.dumps(selector)})', selector)
@@ -73,7 +88,11 @@ class Browser:
     def requests(self):
         """The addresses of all requests since the last call."""
         messages = (json.loads(entry['message'])['message'] for entry in self.driver.get_log('performance'))
-        return [message['params']['request']['url'] for message in messages if message['method'] == 'Network.requestWillBeSent']
+        return [
+            message['params']['request']['url']
+            for message in messages
+            if message['method'] == 'Network.requestWillBeSent'
+        ]
 
     def leave(self):
         self.driver.quit()

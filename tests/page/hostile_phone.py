@@ -12,8 +12,14 @@ MARKS = '\u202egnp.exe\u2066 \u200f\u05d0\u05d1\u05d2 e' + '\u0301' * 40
 UNIT = ('<b>"\'&' + MARKS[:12]).encode() + b'\xff'
 
 # What to which code; every other one gets the attribute.
-ANSWERS = {0x013F: UNIT, 0xF001: MARKUP.encode(), 0xF002: ATTRIBUTE.encode(), 0xF003: LONG.encode(), 0xF004: BYTES,
-           0xF005: MARKS.encode()}
+ANSWERS = {
+    0x013F: UNIT,
+    0xF001: MARKUP.encode(),
+    0xF002: ATTRIBUTE.encode(),
+    0xF003: LONG.encode(),
+    0xF004: BYTES,
+    0xF005: MARKS.encode(),
+}
 SIZES = {0x013C: 5, 0xE602: 775, 0xE606: 775}  # of answers that are not 263 bytes; of 0xF0xx nobody knows one
 
 

@@ -24,21 +24,23 @@ function behind(element) {
         grounds.set(element, over(rgba(getComputedStyle(element).backgroundColor), behind(element.parentElement)));
     return grounds.get(element);
 }
-const light = c => { const v = c.slice(0, 3).map(x => x / 255).map(x => x <= 0.03928 ? x / 12.92 : ((x + 0.055) / 1.055) ** 2.4); return 0.2126 * v[0] + 0.7152 * v[1] + 0.0722 * v[2]; };
+const linear = x => x <= 0.03928 ? x / 12.92 : ((x + 0.055) / 1.055) ** 2.4;
+const light = color => [0.2126, 0.7152, 0.0722].reduce((sum, weight, i) => sum + weight * linear(color[i] / 255), 0);
 const ratio = (a, b) => { const [x, y] = [light(a), light(b)].sort((p, q) => q - p); return (x + 0.05) / (y + 0.05); };
 const poor = [];
 let count = 0;
 const walk = document.createTreeWalker(document.body, NodeFilter.SHOW_TEXT);
 while (walk.nextNode()) {
     const element = walk.currentNode.parentElement;
-    if (!walk.currentNode.textContent.trim() || !element.checkVisibility({visibilityProperty: true}) || element.closest('.unseen, .skip, noscript, :disabled'))
+    const text = walk.currentNode.textContent.trim();
+    if (!text || !element.checkVisibility({visibilityProperty: true}) || element.closest('.unseen, .skip, noscript, :disabled'))
         continue;
     const style = getComputedStyle(element), size = parseFloat(style.fontSize);
     const ground = behind(element), ink = over(rgba(style.color), ground);
     const wanted = size >= 24 || (size >= 18.66 && Number(style.fontWeight) >= 700) ? 3 : 4.5;
     ++count;
     if (ratio(ink, ground) < wanted)
-        poor.push(`${ratio(ink, ground).toFixed(2)} of "${walk.currentNode.textContent.trim().slice(0, 40)}" (${element.className || element.tagName})`);
+        poor.push(`${ratio(ink, ground).toFixed(2)} of "${text.slice(0, 40)}" (${element.className || element.tagName})`);
 }
 return [count, [...new Set(poor)]];
 '''
@@ -46,7 +48,8 @@ return [count, [...new Set(poor)]];
 # What one should get to with Tab: everything that can be operated, once each (of radio buttons a group).
 STOPS = r'''
 return [...document.querySelectorAll('a[href], button, input, select, textarea, summary, [tabindex="0"]')]
-    .filter(one => one.checkVisibility({visibilityProperty: true}) && !one.disabled).map((one, index) => { one.dataset.stop = index; return index; });
+    .filter(one => one.checkVisibility({visibilityProperty: true}) && !one.disabled)
+    .map((one, index) => { one.dataset.stop = index; return index; });
 '''
 
 # Where a verdict is told by a colour there is its word, and its shape beside it.
@@ -56,7 +59,21 @@ const bare = told.filter(one => !/[A-Za-z]{4}/.test(one.textContent) || !one.que
 return [told.length, bare.map(one => one.outerHTML.slice(0, 200))];
 '''
 
-OPERATED = ('button', 'link', 'textbox', 'searchbox', 'combobox', 'checkbox', 'progressbar', 'group', 'image', 'img', 'navigation', 'DateTime', 'Date')
+OPERATED = (
+    'button',
+    'link',
+    'textbox',
+    'searchbox',
+    'combobox',
+    'checkbox',
+    'progressbar',
+    'group',
+    'image',
+    'img',
+    'navigation',
+    'DateTime',
+    'Date',
+)
 KEYS_AT_ONCE = 12
 NAMELESS_GROUPS = ('group', 'image')  # which may be the browser's own, inside its controls
 
@@ -64,19 +81,30 @@ NAMELESS_GROUPS = ('group', 'image')  # which may be the browser's own, inside i
 def nameless(browser):
     nodes = browser.devtools('Accessibility.getFullAXTree')['nodes']
     found = [node for node in nodes if not node.get('ignored') and node.get('role', {}).get('value') in OPERATED]
-    return len(found), [node['role']['value'] for node in found
-                        if not node.get('name', {}).get('value', '').strip() and node['role']['value'] not in NAMELESS_GROUPS]
+    return len(found), [
+        node['role']['value']
+        for node in found
+        if not node.get('name', {}).get('value', '').strip() and node['role']['value'] not in NAMELESS_GROUPS
+    ]
 
 
 def unreached(browser, tab):
     """The stops that Tab does not come by, from the page's beginning to its end, and those where nothing shows the focus."""
     stops = set(browser.js(STOPS))
-    browser.js('document.activeElement.blur(); window.getSelection().removeAllRanges(); document.body.tabIndex = -1; document.body.focus(); document.body.removeAttribute("tabindex");')
-    browser.js('''window.stops = [];
+    browser.js(
+        '''document.activeElement.blur();
+        document.body.tabIndex = -1;
+        document.body.focus();
+        document.body.removeAttribute('tabindex');'''
+    )
+    browser.js(
+        '''window.stops = [];
         document.addEventListener('focusin', () => {
             const style = getComputedStyle(document.activeElement);
-            window.stops.push([Number(document.activeElement.dataset.stop ?? -1), parseFloat(style.outlineWidth) >= 2 && style.outlineStyle !== 'none']);
-        });''')
+            const shown = parseFloat(style.outlineWidth) >= 2 && style.outlineStyle !== 'none';
+            window.stops.push([Number(document.activeElement.dataset.stop ?? -1), shown]);
+        });'''
+    )
     seen, hidden = set(), []
     for _ in range(0, 2 * len(stops) + 30, KEYS_AT_ONCE):
         browser.keys(tab * KEYS_AT_ONCE)
@@ -86,7 +114,11 @@ def unreached(browser, tab):
         if len(seen) == len(stops):
             break
     describe = 'return document.querySelector(`[data-stop="${arguments[0]}"]`)?.outerHTML.slice(0, 160)'
-    return len(stops), [browser.js(describe, stop) for stop in sorted(stops - seen)], [browser.js(describe, stop) for stop in hidden]
+    return (
+        len(stops),
+        [browser.js(describe, stop) for stop in sorted(stops - seen)],
+        [browser.js(describe, stop) for stop in hidden],
+    )
 
 
 def check(browser, name, expect, keyboard, tab):

@@ -41,7 +41,9 @@ ANSWERS = 'Scan the label = CV00000000\nIs the panel red? = yes\nPut the phone i
 
 
 def run(*words, check=True):
-    done = subprocess.run(words, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=120, check=False)
+    done = subprocess.run(
+        words, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=120, check=False
+    )
     if check and done.returncode != 0:
         raise AssertionError(f'{words}: status {done.returncode}: {done.stdout.decode(errors="replace")}')
     return done.stdout.decode(errors='replace')
@@ -68,25 +70,49 @@ class Stage:
 
     def boot(self):
         faults = [[], ['--set', '/sys/class/power_supply/battery/voltage_now=4512000']]
-        booting = [subprocess.Popen([f'{TOP}/script/phone', 'up', phone, '--build', BUILD, '--fresh', '--serial', serial, *fault], stdout=subprocess.DEVNULL)
-                   for phone, serial, fault in zip(self.phones, SERIALS, faults)]
+        booting = [
+            subprocess.Popen(
+                [f'{TOP}/script/phone', 'up', phone, '--build', BUILD, '--fresh', '--serial', serial, *fault],
+                stdout=subprocess.DEVNULL,
+            )
+            for phone, serial, fault in zip(self.phones, SERIALS, faults)
+        ]
         for one in booting:
             assert one.wait(120) == 0, 'a phone does not come up'
 
     def play(self, port):
-        run(STATION, '--port', port, 'run', f'{self.folder}/plan.station', '--records', self.records, '--answers', f'{self.folder}/answers', check=False)
+        run(
+            STATION,
+            '--port',
+            port,
+            'run',
+            f'{self.folder}/plan.station',
+            '--records',
+            self.records,
+            '--answers',
+            f'{self.folder}/answers',
+            check=False,
+        )
 
     def spoil(self):
         """What another station may have written into a database: marks and control characters as they are."""
         with sqlite3.connect(self.records) as records:
-            found = records.execute("UPDATE steps SET cause = ? WHERE name = 'cell voltage' AND run = (SELECT min(id) FROM runs WHERE port = ?)",
-                                    (hostile_phone.MARKS + '\x1b\x07', self.hostile))
+            its_first = "(SELECT min(id) FROM runs WHERE port = ?)"
+            found = records.execute(
+                f"UPDATE steps SET cause = ? WHERE name = 'cell voltage' AND run = {its_first}",
+                (hostile_phone.MARKS + '\x1b\x07', self.hostile),
+            )
             assert found.rowcount == 1, 'no step to be spoilt'
 
     def serve(self, *words, page='127.0.0.1:0'):
         """Starts a station that serves the page, and returns the page's address."""
         begin = self.log.seek(0, os.SEEK_END)
-        self.server = subprocess.Popen([STATION, *words, '--records', self.records, '--page', page], stdin=subprocess.DEVNULL, stdout=self.log, stderr=self.log)
+        self.server = subprocess.Popen(
+            [STATION, *words, '--records', self.records, '--page', page],
+            stdin=subprocess.DEVNULL,
+            stdout=self.log,
+            stderr=self.log,
+        )
         end = time.monotonic() + 30
         while time.monotonic() < end and self.server.poll() is None:
             with open(f'{self.folder}/log', 'rb') as log:
