@@ -37,7 +37,8 @@ tell "Put the phone into its box"
 phase always
 quit-picture --timeout 3
 '''
-ANSWERS = 'Scan the label = CV00000000\nIs the panel red? = yes\nPut the phone into its box = done\n'
+# In the past nothing has passed, so that what passes now has not passed at first.
+ANSWERS = 'Scan the label = CV00000000\nIs the panel red? = no\nPut the phone into its box = done\n'
 
 
 def run(*words, check=True):
