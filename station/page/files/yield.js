@@ -191,7 +191,7 @@ function yieldChart(points, bucket) {
         },
         options: {
             scales:
-                { x: { grid: { display: false } }, y: { min: 0, max: 100, ticks: { callback: value => `${value} %` } } }
+                { x: { offset: points.length < 3, grid: { display: false } }, y: { min: 0, max: 100, ticks: { callback: value => `${value} %` } } }
         },
     });
 }
