@@ -105,6 +105,15 @@ class Stage:
             )
             assert found.rowcount == 1, 'no step to be spoilt'
 
+    def many(self, count):
+        """So many phones more, as a line's arguments; each asks one question."""
+        with open(f'{self.folder}/short.station', 'w', encoding='utf-8') as file:
+            file.write('unit usb-serial\nask "Is the panel red?"\n')
+        ports = [f'{self.folder}/many{number}' for number in range(count)]
+        for port in ports:
+            hostile_phone.start(port)
+        return [word for port in ports for word in ('--port', port)]
+
     def serve(self, *words, page='127.0.0.1:0'):
         """Starts a station that serves the page, and returns the page's address."""
         begin = self.log.seek(0, os.SEEK_END)

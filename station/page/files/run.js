@@ -167,7 +167,10 @@ export function runView(root, id, wanted) {
         top.replaceChildren(...head(run).filter(Boolean));
         let all;
         [rows, all] = table(run, wanted);
+        const at = document.activeElement, held = steps.contains(at) ? at.closest('tr')?.id : null;
         steps.replaceChildren(all);
+        const again = held && document.getElementById(held)?.querySelector(at.matches('.more') ? '.more' : 'a');
+        again?.focus({ preventScroll: true });
         rows.filter(row => opened.has(row.step.number)).forEach(row => row.open(true));
         if (!place.firstChild)
             place.append(tools(run, () => rows));

@@ -190,8 +190,10 @@ function yieldChart(points, bucket) {
             }],
         },
         options: {
-            scales:
-                { x: { offset: points.length < 3, grid: { display: false } }, y: { min: 0, max: 100, ticks: { callback: value => `${value} %` } } }
+            scales: {
+                x: { offset: points.length < 3, grid: { display: false } },
+                y: { min: 0, max: 100, ticks: { callback: value => `${value} %` } }
+            }
         },
     });
 }
