@@ -107,10 +107,12 @@ function showConnection() {
     const words = {
         connecting: 'Connecting',
         live: 'Live',
-        lost: `No connection since ${clock(live.since)}${live.heard ? ': what is shown is old' : ''}`,
+        lost: `No connection since ${clock(live.since)}`,
         token: 'Not let in: open the address with the token that the station was started with',
     };
     say(document.getElementById('connection-text'), words[live.state]);
+    say(document.getElementById('connection-more'),
+        live.state === 'lost' && live.heard ? ': what is shown is old' : '');
     const urgent = live.state === 'lost' || live.state === 'token';
     place.setAttribute('role', urgent ? 'alert' : 'status');
 }
