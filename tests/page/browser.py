@@ -76,11 +76,13 @@ class Browser:
         ActionChains(self.driver, duration=0).send_keys(*keys).perform()
 
     def scan(self, text):
-        """As a scanner does: the keys within some milliseconds, then Enter."""
-        for key in (*text, 'Enter'):
-            extra = {'windowsVirtualKeyCode': 13, 'text': '\r'} if key == 'Enter' else {'text': key}
-            self.devtools('Input.dispatchKeyEvent', type='keyDown', key=key, **extra)
-            self.devtools('Input.dispatchKeyEvent', type='keyUp', key=key)
+        """As a scanner does where no field has the focus: the keys within some milliseconds, then Enter. The browser's
+        driver may be slower than a person on a busy machine, so these are made in the page."""
+        self.js(
+            """for (const key of [...arguments[0], 'Enter'])
+                document.activeElement.dispatchEvent(new KeyboardEvent('keydown', {key, bubbles: true, cancelable: true}));""",
+            text,
+        )
 
     def console(self):
         return [entry['message'] for entry in self.driver.get_log('browser')]
