@@ -77,8 +77,22 @@ TEST(Plan, EveryMistakeIsToldWithItsLine)
         {"port-check stop as \"x\"",
          "'as' is not expected here; behind a step stand as \"TEXT\", within 2 s and stop, in this order"},
         {"tell", "tell takes a text in quotation marks"},
-        {"ask two words",
-         "'words' is not expected here; behind a step stand as \"TEXT\", within 2 s and stop, in this order"},
+        {"tell Pull the cable", "tell takes a text in quotation marks"},
+        {"input A Scan it =~ x", "input takes a name and a text in quotation marks"},
+        {"uint usb-serial", "'uint' is no command; `station list` shows them all; did you mean unit?"},
+        {"ASK 'red?'", "'ASK' is no command; `station list` shows them all; did you mean ask?"},
+        {"push a /b", "push stands on the command line, not in a plan"},
+        {"ask 'red' or green",
+         "'or' is not expected here; behind a step stand as \"TEXT\", within 2 s and stop, in this order"},
+        {"battery-capacity in 30..70%", "'70%': the unit stands behind a blank, as in 3..4 mV"},
+        {"battery-voltage in 3600mV..", "'3600mV': the unit stands behind a blank, as in 3..4 mV"},
+        {"battery-capacity in 30...100", "in 30...100: two dots part the limits, not three"},
+        {"battery-capacity in 30 ..70", "in 30 ..70: limits stand without blanks, such as 3..4"},
+        {"battery-capacity in 30.. 70", "in 30.. 70: limits stand without blanks, such as 3..4"},
+        {"battery-capacity in 30 #", "in 30 #: this is no unit; comments have a line of their own"},
+        {"get-prop a # b", "get-prop: '#' is not expected; comments have a line of their own"},
+        {"phase always # b", "'always # b' is no name for a phase; comments have a line of their own"},
+        {"phase Always", "'Always' is no name for a phase; did you mean always?"},
         {"! ask \"x\"", "ask has no answer to be judged"},
         {"input 1x \"t\"", "'1x' is no name for an input; letters, digits and _ make one"},
         {"input A", "input takes a name and a text in quotation marks"},
@@ -119,7 +133,7 @@ TEST(Plan, EveryMistakeIsToldWithItsLine)
         "plan:3: no input of this plan is called $C; did you mean $B?; in single quotes it is a text");
     EXPECT_EQ(plans.mistakes("# nothing\nsleep 1\n"), "plan: no line of it asks anything");
     plans.write("inner", "port-check\ninclude plan\nget-porp a\n");
-    EXPECT_EQ(plans.mistakes("include inner\n\nwait\n"),
+    EXPECT_EQ(plans.mistakes("include inner\ninclude inner\nwait\n"),
               "inner:2: include plan: this file includes itself, by itself or by others\n"
               "inner:3: 'get-porp' is no command; `station list` shows them all; did you mean get-prop?\n"
               "plan:3: wait takes a number of seconds, a day's at most");
@@ -157,6 +171,8 @@ TEST(Plan, WhatALineSays)
         {"battery-voltage in ..4 within 1 s", "battery-voltage", "", "in ..4, within 1 s", false},
         {"ask 'red?' as \"panel\" stop", "panel", "red?", "a success", true},
         {"tell 'go'", "go", "go", "a success", false},
+        {"tell go stop", "go", "go", "a success", true},
+        {"set-prop a #1", "set-prop", "a #1", "a success", false},
         {"wait 3 stop", "wait", "3 s", "a success", true},
     };
     for (const auto &row : rows) {

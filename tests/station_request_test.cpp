@@ -209,6 +209,8 @@ TEST(Request, WhatWasProbablyMeant)
     EXPECT_EQ(suggestion("abcdefgh", {"abxyefgh"}), "; did you mean abxyefgh?") << "two of eight letters";
     EXPECT_EQ(suggestion("abcdefgh", {"xxyzefgh"}), "") << "four";
     EXPECT_EQ(suggestion(std::string(65, 'a'), {std::string(65, 'a')}), "");
+    EXPECT_EQ(suggestion("$l", {"$A", "$L"}), "; did you mean $L?");
+    EXPECT_EQ(suggestion("LABEL", {"LABE", "label"}), "; did you mean label?");
     EXPECT_EQ(suggestion("a", {}), "");
 }
 

@@ -1,6 +1,7 @@
 #include "station/catalogue/suggest.h"
 
 #include "station/catalogue/catalogue.h"
+#include "station/text/text.h"
 
 #include <algorithm>
 
@@ -25,6 +26,12 @@ static size_t distance(const std::string &a, const std::string &b)
     return cost[a.size()][b.size()];
 }
 
+// The distance, but that letters of the other case alone are none.
+static size_t farness(const std::string &a, const std::string &b)
+{
+    return lower_case(a) == lower_case(b) ? 0 : distance(a, b);
+}
+
 std::string suggestion(const std::string &mistyped, const std::vector<std::string> &known)
 {
     constexpr size_t LONGEST = 64; // of a word that was meant to be a name
@@ -32,9 +39,9 @@ std::string suggestion(const std::string &mistyped, const std::vector<std::strin
         return {};
     const auto nearest =
         std::min_element(known.begin(), known.end(), [&](const std::string &a, const std::string &b) {
-            return distance(mistyped, a) < distance(mistyped, b);
+            return farness(mistyped, a) < farness(mistyped, b);
         });
-    if (distance(mistyped, *nearest) > 1 + nearest->size() / 4)
+    if (farness(mistyped, *nearest) > 1 + nearest->size() / 4)
         return {};
     return "; did you mean " + *nearest + "?";
 }

@@ -7,7 +7,8 @@
 namespace station
 {
 
-// "; did you mean NAME?", or nothing when no known word is near.
+// "; did you mean NAME?", or nothing when no known word is near. One that differs in the case of its letters
+// alone is the nearest.
 std::string suggestion(const std::string &mistyped, const std::vector<std::string> &known);
 
 // The names of all commands.

@@ -5,6 +5,7 @@
 #include "station/client/files.h"
 #include "station/plan/inputs.h"
 #include "station/plan/step_line.h"
+#include "station/text/text.h"
 
 #include <algorithm>
 #include <climits>
@@ -117,10 +118,12 @@ class Reader
         bool is_word; // that is nothing else
     };
 
+    // A file that is included again has the same ones again.
     void mistake(const std::string &path, int line, const std::string &what)
     {
-        mistakes_ += (mistakes_.empty() ? "" : "\n") + path + ":" +
-                     (line > 0 ? std::to_string(line) + ": " : " ") + what;
+        const std::string told = path + ":" + (line > 0 ? std::to_string(line) + ": " : " ") + what;
+        if (told_.insert(told).second)
+            mistakes_ += (mistakes_.empty() ? "" : "\n") + told;
     }
 
     void read_line(const std::string &path, int number, const std::string &line)
@@ -151,6 +154,17 @@ class Reader
         Words words = split_line(line.substr(mark ? 1 : 0));
         if (words.empty())
             throw UsageError("no request");
+        try {
+            return parse_words_of(words, mark != '\0', step);
+        } catch (const UsageError &error) {
+            if (std::none_of(words.begin() + 1, words.end(), begins_comment))
+                throw;
+            throw UsageError(error.what() + std::string("; comments have a line of their own"));
+        }
+    }
+
+    bool parse_words_of(Words words, bool mark, Step &step)
+    {
         const Word first = words[0];
         const auto unmarked = [&] {
             if (mark)
@@ -167,6 +181,10 @@ class Reader
             phase_ = joined_from(words, 1);
             if (phase_.empty())
                 throw UsageError("phase takes a name");
+            if (words.size() > 2 && std::any_of(words.begin() + 2, words.end(), begins_comment))
+                throw UsageError("'" + phase_ + "' is no name for a phase");
+            if (phase_ != ALWAYS && lower_case(phase_) == ALWAYS)
+                throw UsageError("'" + phase_ + "' is no name for a phase; did you mean always?");
             return false;
         }
         if (is(first, "include") && unmarked()) {
@@ -242,6 +260,7 @@ class Reader
     const Settings &settings_;
     Plan plan_;
     std::string mistakes_, phase_;
+    std::set<std::string> told_;    // of the mistakes
     std::vector<std::string> open_; // files that are being read, one included by the other
     Bytes read_;
     int files_ = 0;

@@ -6,6 +6,7 @@
 #include "station/plan/pattern.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <optional>
@@ -14,6 +15,12 @@ namespace station
 {
 
 static constexpr double SECONDS_MAX = 86400;
+static constexpr const char *PLAN_WORDS[] = {"unit",  "wait",  "sleep",   "tell", "ask",
+                                             "input", "phase", "include", "skip", "send"};
+static constexpr const char *ELSEWHERE[] = {"push",    "pull",    "run",       "list", "line",
+                                            "devices", "records", "reference", "page"};
+
+bool begins_comment(const Word &word) { return !word.quoted && word.text[0] == '#'; }
 
 std::string joined_from(const Words &words, size_t begin)
 {
@@ -85,9 +92,20 @@ static size_t end_of_text(const Words &words, size_t begin)
     }
 }
 
+static bool begins_unit(char byte)
+{
+    const auto value = static_cast<unsigned char>(byte);
+    return std::isalpha(value) || byte == '%' || value >= 0x80;
+}
+
 static Decimal decimal_of(const std::string &text)
 {
     const std::optional<Decimal> decimal = Decimal::parse(text);
+    const size_t end = std::min(text.find_first_not_of("-.0123456789"), text.size());
+    const std::string unit = text.substr(end);
+    if (!decimal && Decimal::parse(text.substr(0, end)) && begins_unit(unit[0]) &&
+        unit.find_first_of("0123456789") == std::string::npos)
+        throw UsageError("'" + text + "': the unit stands behind a blank, as in 3..4 mV");
     if (!decimal)
         throw UsageError("'" + text +
                          "' is no limit; limits are LOW..HIGH, LOW.., ..HIGH or a value alone, in "
@@ -103,6 +121,8 @@ static size_t parse_limits(const Words &words, size_t at, Step &step)
     const std::string &range = words[at + 1].text;
     const size_t dots = range.find("..");
     step.has_limits = true;
+    if (range.find("...") != std::string::npos)
+        throw UsageError("in " + range + ": two dots part the limits, not three");
     if (dots == std::string::npos) {
         step.low = step.high = decimal_of(range);
     } else {
@@ -116,9 +136,14 @@ static size_t parse_limits(const Words &words, size_t at, Step &step)
             throw UsageError("in " + range + ": the low limit is above the high one");
     }
     at += 2;
-    if (at < words.size() && !is(words[at], "as") && !is(words[at], "within") && !is(words[at], "stop"))
-        step.unit = words[at++].text;
-    return at;
+    if (at == words.size() || is(words[at], "as") || is(words[at], "within") || is(words[at], "stop"))
+        return at;
+    step.unit = words[at].text;
+    if (step.unit.compare(0, 2, "..") == 0 || Decimal::parse(step.unit))
+        throw UsageError("in " + range + " " + step.unit + ": limits stand without blanks, such as 3..4");
+    if (begins_comment(words[at]))
+        throw UsageError("in " + range + " " + step.unit + ": this is no unit");
+    return at + 1;
 }
 
 // Takes what stands behind "=>" or "=~", at `arrow`, and the modifiers behind that.
@@ -177,7 +202,10 @@ void parse_prompt(const Words &words, Step &step)
     const bool is_input = name == "input";
     step.kind = is_input ? Step::Kind::input : name == "ask" ? Step::Kind::ask : Step::Kind::tell;
     const size_t at = is_input ? 2 : 1;
-    if (words.size() <= at || words[at].text.empty())
+    const bool goes_on = words.size() > at + 1 && !words[at].quoted && !is(words[at + 1], "as") &&
+                         !is(words[at + 1], "within") && !is(words[at + 1], "stop") &&
+                         !is(words[at + 1], "=~");
+    if (words.size() <= at || words[at].text.empty() || goes_on)
         throw UsageError(is_input ? "input takes a name and a text in quotation marks"
                                   : name + " takes a text in quotation marks");
     step.request.name = name;
@@ -231,6 +259,18 @@ static void parse_request_of(const Words &words, const Settings &settings, Step 
     step.retries = own.client.retries;
 }
 
+static void check_name(const std::string &name)
+{
+    uint16_t code = 0;
+    if (name == "send" || find_command(name, code))
+        return;
+    if (std::find(std::begin(ELSEWHERE), std::end(ELSEWHERE), name) != std::end(ELSEWHERE))
+        throw UsageError(name + " stands on the command line, not in a plan");
+    std::vector<std::string> known = command_names();
+    known.insert(known.end(), std::begin(PLAN_WORDS), std::end(PLAN_WORDS));
+    throw UsageError("'" + name + "' is no command; `station list` shows them all" + suggestion(name, known));
+}
+
 // A request's line. What is a whole request as it stands is that: an argument may be `stop`. Otherwise what
 // belongs to the plan begins at the first of its words before which a whole request stands.
 void parse_asking(const Words &words, const Settings &settings, Step &step)
@@ -242,6 +282,7 @@ void parse_asking(const Words &words, const Settings &settings, Step &step)
         parse_expectation(words, static_cast<size_t>(arrow - words.begin()), step);
     if (asked.empty())
         throw UsageError("no request");
+    check_name(asked.front().text);
     std::optional<UsageError> first;
     try {
         parse_request_of(asked, settings, step);

@@ -9,6 +9,9 @@ namespace station
 // A word of the plan's language; what stands in quotes is text.
 inline bool is(const Word &word, const char *text) { return !word.quoted && word.text == text; }
 
+// Whether it looks like a comment, which has a line of its own.
+bool begins_comment(const Word &word);
+
 // The texts from `begin` on, joined by one blank each.
 std::string joined_from(const Words &words, size_t begin);
 

@@ -1,5 +1,7 @@
 #include "station/text/text.h"
 
+#include <cctype>
+
 namespace station
 {
 
@@ -48,6 +50,13 @@ std::string to_hex(std::string_view bytes)
     for (char byte : bytes)
         append_hex(digits, byte);
     return digits;
+}
+
+std::string lower_case(std::string text)
+{
+    for (char &character : text)
+        character = static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
+    return text;
 }
 
 } // namespace station

@@ -18,4 +18,7 @@ void append_escaped(std::string &text, std::string_view bytes);
 // Two digits a byte, lower case.
 std::string to_hex(std::string_view bytes);
 
+// ASCII's letters.
+std::string lower_case(std::string text);
+
 } // namespace station
