@@ -129,8 +129,8 @@ TEST(Play, JudgesEachAnswerByItsLine)
         {"battery-current in -121..-119.5 uA", ""},
         {"battery-current in 0.. uA", "below 0 uA"},
         {"ram-size in 8 GiB", ""},
-        {"ram-size in 8 MiB", "the answer is no number"},
-        {"flash-size in 7", "the answer is no number"}, // a byte of 55, and no text
+        {"ram-size in 8 MiB", "the answer is in GiB, the limit in MiB"},
+        {"flash-size in 7", "the answer is in GiB, the limit has no unit"}, // a byte of 55
         {"flash-size in 55 GiB", ""},
         {"get-prop a in 1", "the answer is no number"},
         {"shell-output x in 0..", "the answer is no number"},
@@ -170,23 +170,24 @@ TEST(Play, JudgesEachAnswerByItsLine)
 TEST(Play, PeopleAnswerAndWhatIsPutInStandsInLaterLines)
 {
     Played played;
-    played.people.answers = {"", " YES ", "n", "perhaps", "CV 1$x", "x", "-rf", "a.c"};
-    played({"tell 'Pull'", "ask 'red?'", "ask 'dots?' as \"panel\"", "ask 'sure?'", "input A 'scan' =~ ^CV",
-            "set-prop k $A", "set-prop k \"<$A>\"", "set-prop k '$A' as \"kept\"", "input B 'again' =~ ^CV",
-            "set-prop k $B", "input C 'rest'", "set-prop k $C", "input D 'dot'", "get-prop k =~ ^$D$",
-            "ask \"is $A there?\""});
-    EXPECT_EQ(played.heard.rows,
-              (Lines{"Pull: done", "red?:  YES ", "! panel: n | answered with no",
-                     "! sure?: perhaps | neither yes nor no", "scan: CV 1$x", "set-prop: OK", "set-prop: OK",
-                     "kept: OK", "! again: x | not like ^CV", "! set-prop: not sent | $B was not put in",
-                     "rest: -rf",
-                     "! set-prop: not sent | '-rf' begins with '-' and would be an option of the request",
-                     "dot: a.c", "! get-prop: OK | another answer was wanted",
-                     "! is $A there?: nobody to ask | nobody to ask"}));
+    played.people.answers = {"", "No", " YES ", "n", "perhaps", "CV 1$x", "x", "-rf", "a.c"};
+    played({"tell 'Pull'", "tell 'Push'", "ask 'red?'", "ask 'dots?' as \"panel\"", "ask 'sure?'",
+            "input A 'scan' =~ ^CV", "set-prop k $A", "set-prop k \"<$A>\"", "set-prop k '$A' as \"kept\"",
+            "input B 'again' =~ ^CV", "set-prop k $B", "? set-prop k $B", "input C 'rest'", "set-prop k $C",
+            "input D 'dot'", "get-prop k =~ ^$D$", "ask \"is $A there?\""});
+    EXPECT_EQ(
+        played.heard.rows,
+        (Lines{"Pull: done", "! Push: not done | not done", "red?:  YES ", "! panel: n | answered with no",
+               "! sure?: perhaps | neither yes nor no", "scan: CV 1$x", "set-prop: OK", "set-prop: OK",
+               "kept: OK", "! again: x | not like ^CV", "! set-prop: not sent | $B was not put in",
+               "set-prop: not sent | $B was not put in", "rest: -rf",
+               "! set-prop: not sent | '-rf' begins with '-' and would be an option of the request",
+               "dot: a.c", "! get-prop: OK | another answer was wanted",
+               "! is $A there?: nobody to ask | nobody to ask"}));
     EXPECT_EQ(played.people.asked.back(), "is CV 1$x there?");
-    const Lines asked = played.phone.asked();
-    EXPECT_EQ(Lines(asked.begin(), asked.begin() + 3),
-              (Lines{"set-prop k+CV 1$x", "set-prop k+<CV 1$x>", "set-prop k+$A"}));
+    EXPECT_EQ(played.phone.asked(),
+              (Lines{"set-prop k+CV 1$x", "set-prop k+<CV 1$x>", "set-prop k+$A", "get-prop k"}))
+        << "no log of what was not sent";
     played.phone.answers["get-prop k"] = "a.c";
     played.people.answers = {"a.c", "a.d"};
     played({"input D 'dot'", "get-prop k =~ ^$D$", "get-prop k => $D", "input E 'no'", "get-prop k =~ $E"});
@@ -238,6 +239,7 @@ TEST(Play, EndsWhereItIsToldToAndTearsDownWhateverCameBefore)
     const auto begin = Clock::now();
     EXPECT_EQ(waiting({"sleep 30", "set-prop x 1"}).end, End::aborted);
     EXPECT_LT(Clock::now() - begin, std::chrono::seconds(5));
+    EXPECT_EQ(waiting.heard.rows, Lines{"! sleep: interrupted | interrupted"});
     impatient.join();
 
     // What cannot be kept ends the run as an error, and everybody hears the end.
@@ -280,6 +282,12 @@ TEST(Play, ALostPortEndsTheRunAndTheTeardownTriesOnce)
     away.phone.stop();
     EXPECT_TRUE(away({"wait 0.05", "set-prop x 1"}).port_died);
     EXPECT_EQ(away.heard.rows, Lines{"! wait: the port does not answer | the port does not answer"});
+
+    // What was asked between a restart and its `wait` was the old phone's to answer.
+    Played stays;
+    stays({"restart", "set-prop x 1", "wait 0.2", "restart", "sleep 0", "wait 0.2", "wait 1"});
+    EXPECT_EQ(failed(stays.heard.rows),
+              Lines(2, "! wait: the phone has not gone down | the phone has not gone down"));
 
     back.keep_going = true;
     EXPECT_EQ(back(plan).not_played, 0U);
@@ -380,7 +388,8 @@ TEST(Play, ARestartThatNobodyAskedForFailsItsStep)
         {{"unit usb-serial", "? get-prop bye", "tell gone", "set-prop x 1"}, false, {}},
         {{"unit usb-serial", "get-prop bye", "wait 5", "set-prop x 1"}, false, {}},
         {{"unit usb-serial", "get-prop bye", "tell gone", "? set-prop x 1", "set-prop x 2"}, false, {}},
-        {{"unit usb-serial", "restart", "tell gone", "set-prop x 1"}, true, {}},
+        {{"unit usb-serial", "restart", "tell gone", "set-prop x 1", "wait 5"}, true, {}},
+        {{"unit usb-serial", "restart-recovery", "get-prop bye", "tell gone", "set-prop x 1"}, true, {}},
         {{"unit usb-serial", "? get-prop lost --timeout 0.1", "set-prop x 1"}, true, {}},
     };
     for (const auto &row : rows) {

@@ -161,14 +161,16 @@ TEST(Slots, CtrlCEndsTheRunningUnitsAsAborted)
     FakePhone phone;
     Bench bench({"unit usb-serial", "set-prop x 1", "sleep 30", "phase always", "set-prop end 1"});
     bench.options.ports = {phone.path};
-    phone.happens = [&](const std::string &asked) {
-        bench.interrupts += asked == "set-prop x+1" ? 1 : 0;
-        return true;
-    };
-    const SlotState slot = bench.serve().at(0);
+    const SlotState slot =
+        bench.serve([](const std::vector<SlotState> &now) { return !now.empty() && now[0].step == "sleep"; })
+            .at(0);
     EXPECT_EQ(slot.end, End::aborted);
     EXPECT_EQ(slot.cause, "interrupted at the station");
     EXPECT_EQ(bench.kept(), Lines{"CV00000001 aborted "});
+    const auto source = records::Source::open(bench.records_file());
+    source->each({}, [&](const records::Run &run) {
+        EXPECT_EQ(source->steps(run.id).at(2).verdict, records::Verdict::aborted) << "it has not slept";
+    });
     EXPECT_EQ(phone.asked().back(), "set-prop end+1");
 }
 
@@ -250,7 +252,7 @@ TEST(Answers, AFileAnswersWhatItHas)
     EXPECT_EQ(said("empty"), "");
     EXPECT_EQ(said("re"), "(nobody)");
     EXPECT_EQ(said("all"), "(nobody)");
-    EXPECT_EQ(why, "nobody to ask");
+    EXPECT_EQ(why, path + " has no answer to 'all', and there is nobody to ask");
     write_lines(path, {"no sign", "a = b", "= x"});
     try {
         AnswersFile wrong(path, nobody);

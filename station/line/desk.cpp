@@ -16,7 +16,7 @@ std::optional<std::string> Desk::ask(const std::string &slot, const Prompt &prom
         answered_.wait_for(lock, LOOK);
     waiting_.remove(&waiting);
     if (!waiting.answer)
-        why = left_ ? "nobody to ask" : interrupts_ != before ? "interrupted" : "nobody answered in time";
+        why = left_ ? NOBODY_TO_ASK : interrupts_ != before ? "interrupted" : "nobody answered in time";
     return waiting.answer;
 }
 

@@ -10,7 +10,9 @@ namespace station
 
 static records::Verdict verdict_of_row(const Row &row)
 {
-    return row.as_expected ? records::Verdict::pass : records::Verdict::fail;
+    return row.as_expected   ? records::Verdict::pass
+           : row.interrupted ? records::Verdict::aborted
+                             : records::Verdict::fail;
 }
 
 records::Verdict verdict_of(End end)
@@ -102,7 +104,7 @@ void Keeper::step_finished(const Row &row)
     step.number = ++number_;
     step.began = std::max(
         std::chrono::duration<double, std::milli>(Clock::now() - begin_).count() - step.milliseconds, 0.0);
-    if (!row.as_expected && run_.failing.empty())
+    if (step.verdict == records::Verdict::fail && run_.failing.empty())
         run_.failing = step.name;
     if (collects_)
         steps_.push_back(step);

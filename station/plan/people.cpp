@@ -3,8 +3,9 @@
 #include "station/client/bytes.h"
 #include "station/client/errors.h"
 #include "station/plan/pattern.h"
+#include "station/text/text.h"
 
-#include <algorithm>
+#include <iterator>
 #include <sstream>
 
 namespace station
@@ -18,7 +19,13 @@ static std::string trimmed(const std::string &text)
     return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(BLANKS) + 1 - begin);
 }
 
-AnswersFile::AnswersFile(const std::string &path, People &others) : others_(others)
+bool is_nobody(const std::string &why)
+{
+    const size_t at = why.rfind(NOBODY_TO_ASK);
+    return at != std::string::npos && at + std::size(NOBODY_TO_ASK) - 1 == why.size();
+}
+
+AnswersFile::AnswersFile(const std::string &path, People &others) : path_(path), others_(others)
 {
     std::istringstream lines(to_text(read_whole_file(path)));
     std::string mistakes;
@@ -48,14 +55,15 @@ std::optional<std::string> AnswersFile::answer(const Prompt &prompt, Deadline de
         if (!rest.empty() && rest[0] == '=')
             return trimmed(rest.substr(1));
     }
-    return others_.answer(prompt, deadline, why);
+    std::optional<std::string> answer = others_.answer(prompt, deadline, why);
+    if (!answer && is_nobody(why))
+        why = path_ + " has no answer to '" + question + "', and there is " + why;
+    return answer;
 }
 
 std::optional<bool> yes_or_no(const std::string &answer)
 {
-    std::string word = trimmed(answer);
-    std::transform(word.begin(), word.end(), word.begin(),
-                   [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
+    const std::string word = lower_case(trimmed(answer));
     if (word == "yes" || word == "y")
         return true;
     if (word == "no" || word == "n")

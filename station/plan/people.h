@@ -23,6 +23,11 @@ struct Prompt {
     std::string pattern; // that has to be found in an input; empty for any
 };
 
+// Of somebody who has nobody to ask.
+static constexpr char NOBODY_TO_ASK[] = "nobody to ask";
+// Whether an answer's absence is due to that.
+bool is_nobody(const std::string &why);
+
 class People
 {
   public:
@@ -38,23 +43,27 @@ class Nobody : public People
   public:
     std::optional<std::string> answer(const Prompt &, Deadline, std::string &why) override
     {
-        why = "nobody to ask";
+        why = NOBODY_TO_ASK;
         return std::nullopt;
     }
 };
 
 // A file of lines "question = answer", the question as the plan has it; empty lines and those with # in front
-// are none. What it does not answer, `others` are asked.
+// are none. What it does not answer, `others` are asked; when they are nobody, `why` names the file.
 class AnswersFile : public People
 {
   public:
     // Throws UsageError.
     AnswersFile(const std::string &path, People &others);
     // The same lines, but others to ask.
-    AnswersFile(const AnswersFile &read, People &others) : lines_(read.lines_), others_(others) {}
+    AnswersFile(const AnswersFile &read, People &others)
+        : path_(read.path_), lines_(read.lines_), others_(others)
+    {
+    }
     std::optional<std::string> answer(const Prompt &prompt, Deadline deadline, std::string &why) override;
 
   private:
+    std::string path_;
     std::vector<std::string> lines_;
     People &others_;
 };

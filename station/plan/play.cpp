@@ -97,7 +97,8 @@ class Player
         watches_ = watches_ || step.names_unit;
         // What has lost its answer, may come to anything or takes the phone down has its connection lost.
         if (asked || step.kind == Step::Kind::wait)
-            excused_ = !asked || lost || step.may_fail || row.step->request.takes_phone_down;
+            excused_ =
+                !asked || lost || step.may_fail || row.step->request.takes_phone_down || run_.goes_down();
         failed_ = failed_ || !row.as_expected;
         stopped_ = stopped_ || (!row.as_expected && (step.stops || playing_.stop));
         if (row.port_died && !playing_.keep_going) {

@@ -19,15 +19,8 @@ static bool answers_port_check(Client &client, double timeout)
     return client.ask(port_check()).outcome == Outcome::answer;
 }
 
-// A phone that restarts fast may never be seen silent, but it loses its connection.
-static bool went_down(Client &client, double timeout)
-{
-    const int connections = client.connections();
-    return !answers_port_check(client, timeout) || client.connections() != connections;
-}
-
 // Polls until the phone is as it should be; false when the time is up.
-static bool poll_phone(Client &client, bool (*is_so)(Client &, double), Deadline deadline,
+static bool poll_phone(Client &client, const std::function<bool(Client &, double)> &is_so, Deadline deadline,
                        const Interrupts &interrupts)
 {
     for (const int before = interrupts;;) {
@@ -45,37 +38,62 @@ static Deadline after(double seconds)
     return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 }
 
-static void wait_for_phone(Client &client, bool goes_down, const Interrupts &interrupts, Row &row)
+static void give_up(Row &row)
+{
+    row.as_expected = false;
+    row.interrupted = true;
+    row.answer = row.cause = "interrupted";
+}
+
+// `restarted` is the connection on which the phone was told to restart, if it was.
+static void wait_for_phone(Client &client, std::optional<int> restarted, const Interrupts &interrupts,
+                           Row &row)
 {
     const Deadline deadline = after(row.step->seconds);
+    const int before = interrupts;
+    // A phone that restarts fast may never be seen silent, but it loses its connection.
+    const auto went_down = [&](Client &, double timeout) {
+        return !answers_port_check(client, timeout) || client.connections() != restarted;
+    };
+    const bool is_down = !restarted || poll_phone(client, went_down, deadline, interrupts);
     row.as_expected = false;
-    if (goes_down && !poll_phone(client, went_down, deadline, interrupts))
-        row.answer = "the phone has not gone down";
-    else if (!poll_phone(client, answers_port_check, deadline, interrupts)) {
-        row.answer = "the port does not answer";
-        row.port_died = true;
-    } else {
+    if (is_down && poll_phone(client, answers_port_check, deadline, interrupts)) {
         row.answer = "the port answers";
         row.as_expected = true;
+    } else if (interrupts != before) {
+        give_up(row);
+    } else {
+        row.answer = row.cause = is_down ? "the port does not answer" : "the phone has not gone down";
+        row.port_died = is_down;
     }
 }
 
-static void sleep_for(double seconds, const Interrupts &interrupts)
+static void sleep_for(double seconds, const Interrupts &interrupts, Row &row)
 {
     const Deadline deadline = after(seconds);
-    for (const int before = interrupts; interrupts == before && Clock::now() < deadline;)
+    for (const int before = interrupts; Clock::now() < deadline;) {
+        if (interrupts != before)
+            return give_up(row);
         std::this_thread::sleep_for(std::min<Clock::duration>(deadline - Clock::now(), POLL_PAUSE));
+    }
 }
 
 // The answer's number: its text's, or its meaning's in the unit of the limits (8 GiB), where its bytes are
-// none.
-static std::optional<Decimal> number_of(const Step &step, const Result &result)
+// none. Nothing, and why, when there is none.
+static std::optional<Decimal> number_of(const Step &step, const Result &result, std::string &why)
 {
+    why = "the answer is no number";
     const std::string &meaning = result.meaning.text;
     if (!meaning.empty()) {
-        const size_t blank = meaning.find(' ');
-        const bool in_unit = blank != std::string::npos && meaning.substr(blank + 1) == step.unit;
-        return Decimal::parse(in_unit ? meaning.substr(0, blank) : meaning);
+        const size_t blank = std::min(meaning.find(' '), meaning.size());
+        const std::optional<Decimal> number = Decimal::parse(meaning.substr(0, blank));
+        const std::string unit = meaning.substr(std::min(blank + 1, meaning.size()));
+        if (unit.empty() || unit == step.unit)
+            return number;
+        if (number && unit.find(' ') == std::string::npos)
+            why = "the answer is in " + unit +
+                  (step.unit.empty() ? ", the limit has no unit" : ", the limit in " + step.unit);
+        return std::nullopt;
     }
     std::string text = to_text(result.data);
     text.erase(std::min(text.find_last_not_of(" \t\r\n") + 1, text.size()));
@@ -94,9 +112,11 @@ static std::string fault_of(Row &row)
     if (step.must_fail ? result.verdict != FAILURE : result.verdict != SUCCESS && !may_fail)
         return *result.word ? result.word : result.verdict == FAILURE ? "the phone says no" : row.answer;
     if (step.has_limits) {
-        row.measured = result.verdict == SUCCESS ? number_of(step, result) : std::nullopt;
+        std::string why = "no answer to be judged";
+        if (result.verdict == SUCCESS)
+            row.measured = number_of(step, result, why);
         if (!row.measured)
-            return result.verdict == SUCCESS ? "the answer is no number" : "no answer to be judged";
+            return why;
         if (step.low && row.measured->compare(*step.low) < 0)
             return "below " + step.low->text() + (step.unit.empty() ? "" : " " + step.unit);
         if (step.high && row.measured->compare(*step.high) > 0)
@@ -139,21 +159,24 @@ void Run::ask_people(Row &row, const std::function<void(const Prompt &)> &questi
     prompt.pattern = step.expected;
     question_open(prompt);
     const Deadline deadline = step.within > 0 ? after(step.within) : Deadline::max();
+    const int before = interrupts_;
     const std::optional<std::string> answer = people_.answer(prompt, deadline, row.cause);
-    row.answer = answer ? *answer : row.cause;
+    row.answer = answer ? *answer : is_nobody(row.cause) ? NOBODY_TO_ASK : row.cause;
     row.as_expected = false;
+    row.interrupted = !answer && interrupts_ != before;
     if (!answer)
         return;
+    const bool is_no = prompt.kind != Prompt::Kind::input && yes_or_no(*answer) == false;
     if (!fits(prompt, *answer))
         row.cause = prompt.kind == Prompt::Kind::ask ? "neither yes nor no" : "not like " + step.expected;
-    else if (prompt.kind == Prompt::Kind::ask && !*yes_or_no(*answer))
-        row.cause = "answered with no";
+    else if (is_no)
+        row.cause = prompt.kind == Prompt::Kind::ask ? "answered with no" : "not done";
     else
         row.as_expected = true;
     if (row.as_expected && prompt.kind == Prompt::Kind::input)
         inputs_[step.input] = *answer;
     if (prompt.kind == Prompt::Kind::tell)
-        row.answer = "done";
+        row.answer = is_no ? "not done" : "done";
 }
 
 Row Run::take(const Step &step, const std::function<void(const Prompt &)> &question_open)
@@ -170,7 +193,7 @@ Row Run::take(const Step &step, const std::function<void(const Prompt &)> &quest
     try {
         step_ = filled(step, inputs_);
     } catch (const UsageError &error) {
-        row.as_expected = false;
+        row.as_expected = step.may_fail;
         row.answer = "not sent";
         row.cause = error.what();
         return row;
@@ -191,16 +214,15 @@ Row Run::take(const Step &step, const std::function<void(const Prompt &)> &quest
                 row.cause = "the unit has told no name: the port's stands in";
         }
         row.port_died = row.exchange.port_died && !row.as_expected;
-        goes_down_ = step_.request.takes_phone_down && row.result.verdict == SUCCESS;
+        if (step_.request.takes_phone_down && row.result.verdict == SUCCESS)
+            restarted_ = client_.connections();
         return row;
     case Step::Kind::wait:
-        wait_for_phone(client_, goes_down_, interrupts_, row);
-        goes_down_ = false;
-        if (!row.as_expected)
-            row.cause = row.answer;
+        wait_for_phone(client_, restarted_, interrupts_, row);
+        restarted_.reset();
         break;
     case Step::Kind::sleep:
-        sleep_for(step.seconds, interrupts_);
+        sleep_for(step.seconds, interrupts_, row);
         break;
     case Step::Kind::skip:
         row.answer = std::string(left_out(step)) + " out of reach: " + step.expected;

@@ -18,7 +18,8 @@ namespace station
 struct Row {
     const Step *step = nullptr; // with what was put in; lives until the next step is taken
     bool as_expected = true;
-    bool port_died = false; // and the step did not expect that
+    bool port_died = false;   // and the step did not expect that
+    bool interrupted = false; // given up for an interrupt: it tells nothing of the unit
     std::string answer;
     std::optional<Decimal> measured;
     std::string cause; // why it is not as expected, or names nobody
@@ -31,7 +32,7 @@ struct Row {
 // Grows with every wish of the workstation's people that the run shall end.
 using Interrupts = std::atomic<int>;
 
-// One behind the other; a `wait` behind a restart knows that the phone goes down first.
+// One behind the other; the next `wait` behind a restart knows that the phone goes down first.
 class Run
 {
   public:
@@ -46,6 +47,9 @@ class Run
 
     Client &client() { return client_; }
 
+    // Whether a restart was asked for and its connection is still the one.
+    [[nodiscard]] bool goes_down() const { return restarted_ == client_.connections(); }
+
   private:
     void ask_people(Row &row, const std::function<void(const Prompt &)> &question_open);
 
@@ -53,8 +57,8 @@ class Run
     People &people_;
     const Interrupts &interrupts_;
     Inputs inputs_;
-    Step step_;              // that is taken
-    bool goes_down_ = false; // the last request has taken the phone down
+    Step step_;                    // that is taken
+    std::optional<int> restarted_; // the connection on which a restart was asked for, until the next `wait`
 };
 
 } // namespace station

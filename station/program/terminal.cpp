@@ -15,7 +15,8 @@ static constexpr size_t ANSWER_MAX = 4096; // bytes of a line
 
 std::string prompt_line(const Prompt &prompt)
 {
-    return escaped(prompt.text, false) + (prompt.kind == Prompt::Kind::tell  ? " [Enter when done] "
+    return escaped(prompt.text, false) + (prompt.kind == Prompt::Kind::tell
+                                              ? " [Enter when done, n when not] "
                                           : prompt.kind == Prompt::Kind::ask ? " [y/n] "
                                                                              : " ");
 }
@@ -48,7 +49,7 @@ std::optional<std::string> Terminal::answer(const Prompt &prompt, Deadline deadl
             shown = (prompt.kind == Prompt::Kind::ask ? "yes or no? " : "not like " + prompt.pattern + "; ") +
                     prompt_line(prompt);
     }
-    why = "nobody to ask";
+    why = NOBODY_TO_ASK;
     return std::nullopt;
 }
 
