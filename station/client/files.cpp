@@ -178,7 +178,8 @@ static bool remove_quietly(Client &client, const std::string &line)
 
 static std::string left_in(const std::string &part) { return "; a part may be left in " + part; }
 
-void push_file(Client &client, const Bytes &content, const std::string &path, const Progress &progress)
+void push_file(Client &client, const Bytes &content, const std::string &path, const Progress &progress,
+               const std::function<void(const std::string &part)> &begins)
 {
     refuse_impossible(path);
     char suffix[16];
@@ -201,6 +202,7 @@ void push_file(Client &client, const Bytes &content, const std::string &path, co
                               "else echo ok;fi"));
     if (kind != "ok")
         throw PhoneError(path + " is " + kind + ": nothing was written");
+    begins(path + suffix);
     expect_number(output_of(client, line_of(path, "set -C;: >" + part + "&&" + size_of_part), false), 0,
                   "nothing was written");
     try {

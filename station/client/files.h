@@ -19,8 +19,9 @@ std::string digest(const Bytes &content);
 // suffix, and is moved once its digest is right; a file that was there is replaced and gives it its mode.
 // Throws UsageError when the path cannot pass, PhoneError when the phone refuses or the content is not what
 // was sent, PortError and Refused as the port does. Behind Interrupted, thrown by `progress`, nothing is
-// left.
-void push_file(Client &client, const Bytes &content, const std::string &path, const Progress &progress);
+// left. `begins` hears the part's name before there is one.
+void push_file(Client &client, const Bytes &content, const std::string &path, const Progress &progress,
+               const std::function<void(const std::string &part)> &begins);
 
 struct Moved {
     size_t bytes = 0;

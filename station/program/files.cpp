@@ -35,11 +35,15 @@ int serve_push(const std::vector<std::string> &words, Settings &settings)
     Client client(settings.client);
     const ProgressBar bar(!settings.json);
     const Interrupts &interrupts = catch_interrupts();
-    push_file(client, content, path, [&](size_t done, size_t all) {
+    const auto progress = [&](size_t done, size_t all) {
         bar.show(done, all, "bytes");
         if (interrupts != 0)
             throw Interrupted("interrupted");
+    };
+    push_file(client, content, path, progress, [](const std::string &part) {
+        say_when_ended("station: interrupted; a part may be left in " + escaped(part, false));
     });
+    say_when_ended("");
     bar.clear();
     print_moved(stdout, settings, path, {content.size(), digest(content)});
     return SUCCESS;

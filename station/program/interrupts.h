@@ -3,10 +3,16 @@
 
 #include "station/plan/run.h"
 
+#include <string>
+
 namespace station
 {
 
-// From the first call on.
-const Interrupts &catch_interrupts();
+// From the first call on. `said`, a literal, is a line for standard error at the first wish.
+const Interrupts &catch_interrupts(const char *said = nullptr);
+
+// A line for standard error when the second wish ends the program; nothing when it is empty. It is cut at 1
+// KiB.
+void say_when_ended(const std::string &words);
 
 } // namespace station

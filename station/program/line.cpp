@@ -55,7 +55,10 @@ static std::string sums(const std::vector<SlotState> &slots)
         passed += slot.passed;
         tested += slot.tested;
     }
-    return std::to_string(slots.size()) + " slots, " + std::to_string(tested) + " units tested, " +
+    const auto count = [](size_t number, const std::string &what) {
+        return std::to_string(number) + what + (number == 1 ? "" : "s");
+    };
+    return count(slots.size(), " slot") + ", " + count(tested, " unit") + " tested, " +
            std::to_string(passed) + " passed";
 }
 

@@ -330,6 +330,10 @@ int serve_records(const std::vector<std::string> &words, Settings &settings)
         std::fprintf(stderr, "station: %s\n", escaped(error.what(), false).c_str());
         return FAILURE;
     }
+    for (const auto &[name, serve] : SERVED)
+        if (what[0] == '-' && std::find(words.begin(), words.end(), name) != words.end())
+            throw UsageError("records: options stand behind the word: station records " + std::string(name) +
+                             " " + what + " ...");
     throw UsageError("records: list, show, export, yield or push, not '" + what +
                      "'; `station records --help` tells more");
 }

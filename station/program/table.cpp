@@ -249,6 +249,8 @@ class View : public Listener
 
 } // namespace
 
+static constexpr char ENDS[] = "station: ends behind this step; Ctrl-C again ends at once\n";
+
 int run_plan(const RunOptions &options, const Settings &settings)
 {
     const Plan plan = parse_plan(options.plan, settings);
@@ -283,7 +285,8 @@ int run_plan(const RunOptions &options, const Settings &settings)
     if (keeper)
         listeners.push_back(keeper.get());
     listeners.push_back(&view);
-    const Playing playing{settings,     answers ? *answers : present, catch_interrupts(),
+    const Interrupts &interrupts = catch_interrupts(ENDS);
+    const Playing playing{settings,     answers ? *answers : present, interrupts,
                           options.stop, options.keep_going,           !options.no_why};
     const Ended ended = play(plan, playing, listeners);
     if (record)
