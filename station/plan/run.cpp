@@ -86,7 +86,7 @@ static std::optional<Decimal> number_of(const Step &step, const Result &result, 
     const std::string &meaning = result.meaning.text;
     if (!meaning.empty()) {
         const size_t blank = std::min(meaning.find(' '), meaning.size());
-        const std::optional<Decimal> number = Decimal::parse(meaning.substr(0, blank));
+        std::optional<Decimal> number = Decimal::parse(meaning.substr(0, blank));
         const std::string unit = meaning.substr(std::min(blank + 1, meaning.size()));
         if (unit.empty() || unit == step.unit)
             return number;

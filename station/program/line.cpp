@@ -62,8 +62,9 @@ static std::string sums(const std::vector<SlotState> &slots)
            std::to_string(passed) + " passed";
 }
 
-// A line that was typed answers the question that was shown. False when nobody types any more.
-static bool read_answer(Desk &desk, const std::optional<Desk::Open> &shown)
+// A line that was typed answers the question that was shown; `unfit` is its id when that is no answer to it.
+// False when nobody types any more.
+static bool read_answer(Desk &desk, const std::optional<Desk::Open> &shown, uint64_t &unfit)
 {
     char line[4096]; // a terminal gives a line at a time
     const ssize_t count = read(STDIN_FILENO, line, sizeof line);
@@ -73,8 +74,8 @@ static bool read_answer(Desk &desk, const std::optional<Desk::Open> &shown)
     }
     std::string answer(line, static_cast<size_t>(count));
     answer.erase(std::min(answer.find('\n'), answer.size()));
-    if (shown)
-        desk.give(shown->id, answer);
+    if (shown && desk.give(shown->id, answer) == Desk::Given::unfit)
+        unfit = shown->id;
     return true;
 }
 
@@ -171,6 +172,7 @@ int serve_line(const std::vector<std::string> &words, Settings &settings)
             std::fprintf(stderr, "station: the page is at %s\n", page.url().c_str());
         }
         Screen screen;
+        uint64_t unfit = 0; // the question that was answered with what is none
         while (line.look()) {
             const std::optional<Desk::Open> open = desk.open();
             if (draws) {
@@ -180,12 +182,14 @@ int serve_line(const std::vector<std::string> &words, Settings &settings)
                 else if (interrupts != 0)
                     below = "ends; Ctrl-C again ends at once";
                 else if (open)
-                    below = "slot " + open->slot + " asks: " + prompt_line(open->prompt);
+                    below = "slot " + open->slot +
+                            " asks: " + (open->id == unfit ? unfit_line(open->prompt) : "") +
+                            prompt_line(open->prompt);
                 screen.draw(line.slots(), below);
             }
             pollfd input{types ? STDIN_FILENO : -1, POLLIN, 0};
             if (poll(&input, 1, LOOK_MILLISECONDS) > 0) {
-                types = read_answer(desk, open);
+                types = read_answer(desk, open, unfit);
                 screen.forget();
                 if (!types && !page.is_wanted())
                     desk.leave();

@@ -21,6 +21,12 @@ std::string prompt_line(const Prompt &prompt)
                                                                              : " ");
 }
 
+std::string unfit_line(const Prompt &prompt)
+{
+    return prompt.kind == Prompt::Kind::ask ? "yes or no? "
+                                            : "not like " + escaped(prompt.pattern, false) + "; ";
+}
+
 std::optional<std::string> Terminal::answer(const Prompt &prompt, Deadline deadline, std::string &why)
 {
     const Interrupts &interrupts = catch_interrupts();
@@ -46,8 +52,7 @@ std::optional<std::string> Terminal::answer(const Prompt &prompt, Deadline deadl
         if (!ended_ && fits(prompt, answer))
             return answer;
         if (!ended_)
-            shown = (prompt.kind == Prompt::Kind::ask ? "yes or no? " : "not like " + prompt.pattern + "; ") +
-                    prompt_line(prompt);
+            shown = unfit_line(prompt) + prompt_line(prompt);
     }
     why = NOBODY_TO_ASK;
     return std::nullopt;

@@ -16,6 +16,9 @@ class Terminal : public People
     bool ended_ = false;
 };
 
+// What is said of an answer that does not fit, before it is asked again.
+std::string unfit_line(const Prompt &prompt);
+
 // The prompt as a line for people, with what may be typed.
 std::string prompt_line(const Prompt &prompt);
 
