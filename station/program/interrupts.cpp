@@ -2,6 +2,7 @@
 
 #include "station/catalogue/answer.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -53,7 +54,7 @@ void say_when_ended(const std::string &words)
 {
     last_words_size = 0;
     const std::string line = words.substr(0, sizeof last_words - 1) + "\n";
-    std::memcpy(last_words, line.data(), line.size());
+    std::copy(line.begin(), line.end(), last_words);
     last_words_size = words.empty() ? 0 : line.size();
 }
 
