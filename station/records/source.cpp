@@ -130,8 +130,8 @@ std::vector<Run> Source::begins_with(const std::string &id)
     const std::string low = id_bound(id, '0'), high = id_bound(id, 'f');
     std::vector<Run> runs;
     if (!id.empty() && !low.empty())
-        query(select<Run>() + " FROM runs WHERE id BETWEEN $1 AND $2 ORDER BY id LIMIT 2",
-              {low, high}, [&](const auto &values) { runs.push_back(run_of(values)); });
+        query(select<Run>() + " FROM runs WHERE id BETWEEN $1 AND $2 ORDER BY id LIMIT 2", {low, high},
+              [&](const auto &values) { runs.push_back(run_of(values)); });
     return runs;
 }
 
@@ -157,8 +157,8 @@ std::optional<std::vector<Run>> Source::newest(const Filter &filter, const std::
         conditions.add("(started, id) < (" + started + ", " + conditions.value(last[0].id) + ")");
     }
     std::vector<Run> runs;
-    query(select<Run>() + " FROM runs" + conditions.text +
-              " ORDER BY runs.started DESC, id DESC LIMIT " + std::to_string(filter.limit),
+    query(select<Run>() + " FROM runs" + conditions.text + " ORDER BY runs.started DESC, id DESC LIMIT " +
+              std::to_string(filter.limit),
           conditions.parameters, [&](const auto &values) { runs.push_back(run_of(values)); });
     return runs;
 }
