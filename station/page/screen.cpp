@@ -192,11 +192,6 @@ std::string screen_json(const std::string &printed)
     return json.dump();
 }
 
-std::string screen_of(const std::string &port, milliseconds patience)
-{
-    return screen_json(ask_shell(port, patience));
-}
-
 Screens::Screens() : thread_([this] { look(); }) {}
 
 Screens::~Screens()

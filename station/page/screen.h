@@ -16,10 +16,8 @@ namespace station::page
 // Whether a virtual phone's shell listens beside the port, in a folder that only this user writes to.
 bool has_screen(const std::string &port);
 
-// Asks the phone. What is not there, or not as it should be, is null; all is when it does not answer in time.
-std::string screen_of(const std::string &port, std::chrono::milliseconds patience);
-
-// The JSON of what the phone's shell has printed.
+// The JSON of what the phone's shell has printed. What is not there, or not as it should be, is null; all is
+// of an empty text.
 std::string screen_json(const std::string &printed);
 
 // One look at a phone serves everybody who asks; nobody asks, nobody looks.
