@@ -6,7 +6,6 @@
 #include "station/client/encode.h"
 #include "station/client/errors.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <map>
 #include <memory>
@@ -15,11 +14,11 @@ namespace station
 {
 
 // Over a connection that is made and a table that is begun these change nothing any more.
-static void refuse_idle_options(const CLI::App &app)
+static void refuse_idle_options(const CommandLine &line)
 {
     for (const char *name : {"--port", "--trace", "--json", "--plain", "--raw-hex"})
-        if (app.get_option(name)->count() > 0)
-            throw UsageError(app.get_name() + ": " + name +
+        if (!line.given(name).empty())
+            throw UsageError(line.name() + ": " + name +
                              " takes no effect in a script's line; give it to `station run`");
 }
 
@@ -105,25 +104,20 @@ namespace
 {
 
 // How a command is asked for in words. It is made once: a plan may have many thousand lines.
-struct CommandLine {
-    CommandLine(const Command &command, uint16_t code)
-        : app(command_page(command, code), command.name_of(code).name)
+struct Asking {
+    Asking(const Command &command, uint16_t code)
+        : line(command.name_of(code).name, command_page(command, code))
     {
         for (const Parameter &parameter : command.parameters) {
-            const std::string form = parameter.form;
             std::string help = parameter.meaning;
             for (const Choice &choice : parameter.choices)
                 help += std::string(&choice == &parameter.choices.front() ? ": " : ", ") + choice.word;
-            CLI::Option *option = app.add_option(parameter.key(), arguments[parameter.key()], help);
-            option->required(parameter.required);
-            if (parameter.is_option())
-                option->type_name(form.substr(form.find(' ') + 1));
-            if (parameter.takes_all())
-                option->expected(parameter.required ? 1 : 0, -1);
+            if (parameter.required)
+                line.needs(parameter.form, arguments[parameter.key()], help);
             else
-                option->expected(1)->allow_extra_args(false);
+                line.takes(parameter.form, arguments[parameter.key()], help);
         }
-        add_request_options(app, settings);
+        add_request_options(line, settings);
     }
 
     // What is not among the words is as it was given, or empty.
@@ -132,34 +126,34 @@ struct CommandLine {
         settings = given;
         for (auto &[key, values] : arguments)
             values.clear();
-        parse_words(app, words);
+        line.parse(words);
     }
 
-    CLI::App app;
+    CommandLine line;
     Arguments arguments;
     Settings settings;
 };
 
 } // namespace
 
-static CommandLine &command_line(const Command &command, uint16_t code)
+static Asking &asking(const Command &command, uint16_t code)
 {
-    static thread_local std::map<uint16_t, std::unique_ptr<CommandLine>> lines;
-    std::unique_ptr<CommandLine> &line = lines[code];
-    if (!line)
-        line = std::make_unique<CommandLine>(command, code);
-    return *line;
+    static thread_local std::map<uint16_t, std::unique_ptr<Asking>> made;
+    std::unique_ptr<Asking> &asking = made[code];
+    if (!asking)
+        asking = std::make_unique<Asking>(command, code);
+    return *asking;
 }
 
 static Request named_request(const Command &command, uint16_t code, const std::vector<std::string> &words,
                              Settings &settings, Place place)
 {
-    CommandLine &line = command_line(command, code);
-    line.parse({words.begin() + 1, words.end()}, settings);
-    settings = line.settings;
-    const Arguments &arguments = line.arguments;
+    Asking &asked = asking(command, code);
+    asked.parse({words.begin() + 1, words.end()}, settings);
+    settings = asked.settings;
+    const Arguments &arguments = asked.arguments;
     if (place == Place::script)
-        refuse_idle_options(line.app);
+        refuse_idle_options(asked.line);
 
     Request request;
     request.code = code;
@@ -185,48 +179,41 @@ static uint16_t parse_code(const std::string &text)
 
 static Request sent_request(const std::vector<std::string> &words, Settings &settings, Place place)
 {
-    CLI::App app("Sends a request of any code and content.", "send");
-    std::string code, text, hex, file, body, packet;
-    long selector = -1, length = -1;
-    app.add_option("CODE", code, "a code (0xE602) or a name (get-prop)")->required();
-    auto *data = app.add_option_group("data", "the data field; empty without any of these");
-    data->add_option("--text", text, "a text; a zero byte follows it, which the length does not count")
-        ->type_name("TEXT");
-    data->add_option("--hex", hex, "bytes in hexadecimal")->type_name("HEX");
-    data->add_option("--file", file, "a file's content, - for standard input")->type_name("PATH");
-    data->add_option("--body", body,
-                     "everything behind the head in hexadecimal: byte 4, length and data as given")
-        ->type_name("HEX");
-    data->require_option(0, 1);
-    app.add_option("--byte4", selector, "the selector, byte 4")->type_name("BYTE")->check(CLI::Range(0, 255));
-    app.add_option("--length", length, "the length field, when it shall not be the data's own")
-        ->type_name("NUMBER")
-        ->check(CLI::Range(0, 65535));
-    add_request_options(app, settings);
-    parse_words(app, {words.begin() + 1, words.end()});
+    CommandLine line("send", "Sends a request of any code and content.");
+    std::string code, text, hex, file, body;
+    int selector = -1, length = -1;
+    line.needs("CODE", code, "a code (0xE602) or a name (get-prop)");
+    line.takes("--byte4 BYTE", selector, {0, 255}, "the selector, byte 4");
+    line.takes("--length NUMBER", length, {0, 65535},
+               "the length field, when it shall not be the data's own");
+    line.choice("data", "the data field; empty without any of these");
+    line.takes("--text TEXT", text, "a text; a zero byte follows it, which the length does not count");
+    line.takes("--hex HEX", hex, "bytes in hexadecimal");
+    line.takes("--file PATH", file, "a file's content, - for standard input");
+    line.takes("--body HEX", body,
+               "everything behind the head in hexadecimal: byte 4, length and data as given");
+    add_request_options(line, settings);
+    line.parse({words.begin() + 1, words.end()});
     if (place == Place::script)
-        refuse_idle_options(app);
+        refuse_idle_options(line);
 
     Request request;
     request.code = parse_code(code);
     request.command = find_command(request.code);
     request.name = request.command ? request.command->name_of(request.code).name : code_text(request.code);
     std::vector<std::string> options;
-    for (const CLI::Option *option : data->get_options())
-        if (option->count() > 0)
-            options.insert(options.end(), {option->get_name(), option->results().front()});
-    for (const char *name : {"--byte4", "--length"})
-        if (app.get_option(name)->count() > 0)
-            options.insert(options.end(), {name, app.get_option(name)->results().front()});
+    for (const char *name : {"--text", "--hex", "--file", "--body", "--byte4", "--length"})
+        for (const std::string &word : line.given(name))
+            options.insert(options.end(), {name, word});
     request.words = shown(options, {code});
     request.packet = empty_request(request.code);
-    if (data->get_option("--text")->count())
+    if (!line.given("--text").empty())
         put_text(request.packet, text);
-    else if (data->get_option("--hex")->count())
+    else if (!line.given("--hex").empty())
         put_data(request.packet, from_hex(hex));
-    else if (data->get_option("--file")->count())
+    else if (!line.given("--file").empty())
         put_data(request.packet, read_whole_file(file));
-    else if (data->get_option("--body")->count()) {
+    else if (!line.given("--body").empty()) {
         const Bytes bytes = from_hex(body);
         request.packet.resize(SELECTOR_OFFSET);
         request.packet.insert(request.packet.end(), bytes.begin(), bytes.end());

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "station/catalogue/catalogue.h"
+#include "station/catalogue/command_line.h"
 #include "station/client/client.h"
 
 #include <string>
@@ -32,10 +33,6 @@ enum class Place { command_line, script };
 // "send CODE ..." or "NAME ...". Throws UsageError; HelpAsked when the words ask for help.
 Request parse_request(const std::vector<std::string> &words, Settings &settings,
                       Place place = Place::command_line);
-
-struct HelpAsked {
-    std::string text;
-};
 
 // A word of a line: blanks part, quotes and backslash keep.
 struct Word {

@@ -1,16 +1,16 @@
 // `station devices`: the ports that answer.
 #include "station/catalogue/answer.h"
-#include "station/catalogue/options.h"
+#include "station/catalogue/command_line.h"
 #include "station/client/errors.h"
 #include "station/program/line.h"
 #include "station/program/output.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <glob.h>
 #include <libserialport.h>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <thread>
 
 namespace station
@@ -104,18 +104,16 @@ static void ask(Device &device, double timeout)
 
 int serve_devices(const std::vector<std::string> &words, Settings &settings)
 {
-    CLI::App app(
+    CommandLine line(
+        "devices",
         "Lists the ports that answer: virtual phones, serial lines of phones on USB, and those that are "
-        "named.",
-        "devices");
+        "named.");
     std::string pattern;
     double timeout = TIMEOUT;
-    app.add_option("--ports", pattern, "also the ports that match")->type_name("GLOB");
-    app.add_option("--timeout", timeout, "seconds to wait for an answer; 1 otherwise")
-        ->type_name("SECONDS")
-        ->check(CLI::Range(0.001, 1e6));
-    app.add_flag("--json", settings.json, "print JSON");
-    parse_words(app, words);
+    line.takes("--ports GLOB", pattern, "also the ports that match");
+    line.takes("--timeout SECONDS", timeout, "seconds to wait for an answer; 1 otherwise");
+    line.takes("--json", settings.json, "print JSON");
+    line.parse(words);
     std::map<std::string, Device> found;
     add_matches(VIRTUAL_PHONES, found);
     if (!pattern.empty())

@@ -8,28 +8,28 @@
 #include "station/program/output.h"
 #include "station/program/progress_bar.h"
 
-#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <optional>
+#include <unistd.h>
 
 namespace station
 {
 
 int serve_push(const std::vector<std::string> &words, Settings &settings)
 {
-    CLI::App app(
+    CommandLine line(
+        "push",
         "Puts a file on the phone, by shell lines of the service; its content is checked by a digest.\n"
         "It is written under a name beside PATH and moved when it is whole; a file that is there is "
-        "replaced.",
-        "push");
+        "replaced.");
     std::string file, path;
-    app.add_option("FILE", file, "the file, - for standard input")->required();
-    app.add_option("PATH", path, "the absolute path on the phone")->required();
-    add_request_options(app, settings);
-    parse_words(app, words);
+    line.needs("FILE", file, "the file, - for standard input");
+    line.needs("PATH", path, "the absolute path on the phone");
+    add_request_options(line, settings);
+    line.parse(words);
     check(settings);
     const Bytes content = read_whole_file(file);
     Client client(settings.client);
@@ -60,17 +60,17 @@ static bool copy(std::FILE *from, std::FILE *to)
 
 int serve_pull(const std::vector<std::string> &words, Settings &settings)
 {
-    CLI::App app(
+    CommandLine line(
+        "pull",
         "Fetches a regular file from the phone, by shell lines of the service; its content is checked by\n"
         "a digest. FILE is there when it is whole; a file that is there is replaced. With - for FILE the "
         "content\n"
-        "goes to the standard output, and the summary to standard error.",
-        "pull");
+        "goes to the standard output, and the summary to standard error.");
     std::string file, path;
-    app.add_option("PATH", path, "the absolute path on the phone")->required();
-    app.add_option("FILE", file, "where it goes, - for standard output")->required();
-    add_request_options(app, settings);
-    parse_words(app, words);
+    line.needs("PATH", path, "the absolute path on the phone");
+    line.needs("FILE", file, "where it goes, - for standard output");
+    add_request_options(line, settings);
+    line.parse(words);
     check(settings);
     std::optional<KeptFile> kept;
     if (file != "-")

@@ -1,7 +1,7 @@
 #include "station/program/line.h"
 
 #include "station/catalogue/answer.h"
-#include "station/catalogue/options.h"
+#include "station/catalogue/command_line.h"
 #include "station/client/errors.h"
 #include "station/line/line.h"
 #include "station/program/interrupts.h"
@@ -9,7 +9,6 @@
 #include "station/program/screen.h"
 #include "station/program/terminal.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -98,42 +97,32 @@ static int status_of(const Line &line, const LineOptions &options)
 
 int serve_line(const std::vector<std::string> &words, Settings &settings)
 {
-    CLI::App app(
+    CommandLine typed(
+        "line",
         "Tests every phone that appears at a port by a plan, many at once, and keeps all runs.\n"
         "Ctrl-C: running steps end, the steps of `phase always` are played, and the line ends; a second "
-        "one ends it at once.",
-        "line");
+        "one ends it at once.");
     LineOptions options;
     options.station = station_name();
     options.software = "station " STATION_VERSION;
     std::string path, answers, records;
     bool no_why = false;
-    app.add_option("PLAN", path, "the plan")->required();
-    app.add_option("--port", options.ports, "a phone's port; may be given again")
-        ->type_name("PORT")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    app.add_option("--ports", options.glob, "the ports that match, looked at again every second")
-        ->type_name("GLOB");
-    app.add_option(
-           "--records", records,
-           "keep the runs here: a file or postgresql://...; otherwise $STATION_RECORDS, or records.db")
-        ->type_name("WHERE");
-    app.add_flag("--once", options.once,
-                 "test each port once and end: 0 all passed, 1 one failed, 2 a port never answered");
-    app.add_option("--answers", answers, "a file that answers the plan's questions: question = answer")
-        ->type_name("FILE");
-    app.add_flag("--stop", options.stop, "end a unit at its first failure");
-    app.add_flag("--no-why", no_why, "do not fetch a failed request's lines from the phone's log");
-    app.add_option("--name", options.station, "the station's name in the records; otherwise the host's")
-        ->type_name("STATION");
-    app.add_option("--timeout", settings.client.timeout,
-                   "seconds to wait for an answer, and with --once for a phone to appear")
-        ->type_name("SECONDS")
-        ->check(CLI::Range(0.001, 1e6));
+    typed.needs("PLAN", path, "the plan");
+    typed.takes("--port PORT...", options.ports, "a phone's port; may be given again");
+    typed.takes("--ports GLOB", options.glob, "the ports that match, looked at again every second");
+    typed.takes("--records WHERE", records,
+                "keep the runs here: a file or postgresql://...; otherwise $STATION_RECORDS, or records.db");
+    typed.takes("--once", options.once,
+                "test each port once and end: 0 all passed, 1 one failed, 2 a port never answered");
+    typed.takes("--answers FILE", answers, "a file that answers the plan's questions: question = answer");
+    typed.takes("--stop", options.stop, "end a unit at its first failure");
+    typed.takes("--no-why", no_why, "do not fetch a failed request's lines from the phone's log");
+    typed.takes("--name STATION", options.station, "the station's name in the records; otherwise the host's");
+    typed.takes("--timeout SECONDS", settings.client.timeout,
+                "seconds to wait for an answer, and with --once for a phone to appear");
     PageOptions page;
-    page.add(app, "");
-    parse_words(app, words);
+    page.add(typed, "");
+    typed.parse(words);
     options.why = !no_why;
     if (options.ports.empty() && options.glob.empty())
         throw UsageError("line: --port PORT or --ports GLOB tells where phones appear");

@@ -13,11 +13,11 @@
 #include "station/program/table.h"
 #include "station/records/run.h"
 
-#include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
+#include <unistd.h>
 
 namespace station
 {
@@ -63,26 +63,22 @@ static void print_words(const std::string &name)
 
 static int serve_list(const CommandWords &words, Settings &settings)
 {
-    CLI::App app("Lists all commands: their codes, names and what they do.", "list");
+    CommandLine line("list", "Lists all commands: their codes, names and what they do.");
     std::string of;
-    app.add_flag("--json", settings.json, "with arguments and answers, as JSON");
-    CLI::Option *const typed =
-        app.add_option("--words", of,
-                       "the words that may be typed next, behind NAME or at the beginning; for completion")
-            ->type_name("NAME")
-            ->expected(0, 1);
-    parse_words(app, words);
-    if (typed->count() > 0)
-        print_words(of);
-    else
+    line.takes("--json", settings.json, "with arguments and answers, as JSON");
+    line.takes("--words [NAME]", of,
+               "the words that may be typed next, behind NAME or at the beginning; for completion");
+    line.parse(words);
+    if (line.given("--words").empty())
         print_list(settings.json);
+    else
+        print_words(of);
     return SUCCESS;
 }
 
 static int serve_reference(const CommandWords &words, Settings &)
 {
-    CLI::App app("Prints the commands' reference, in Markdown.", "reference");
-    parse_words(app, words);
+    CommandLine("reference", "Prints the commands' reference, in Markdown.").parse(words);
     std::fputs(reference_markdown().c_str(), stdout);
     return SUCCESS;
 }
@@ -100,33 +96,29 @@ static void hint_at_port(const Settings &settings)
 
 static int serve_run(const CommandWords &words, Settings &settings)
 {
-    CLI::App app("Plays a plan over one connection and shows a table.", "run");
+    CommandLine line("run", "Plays a plan over one connection and shows a table.");
     RunOptions options;
-    app.footer(script_help);
-    app.add_option("FILE", options.plan, "the plan, - for standard input")->required();
-    app.add_option("--record", options.record,
-                   "beside the table, write the run to this file as --json shows it")
-        ->type_name("PATH");
-    app.add_flag("--keep-going", options.keep_going,
-                 "play all lines, also when the port has died; otherwise that ends the run, with status 2");
-    app.add_flag("--stop", options.stop, "end at the first failure; the steps of `phase always` are played");
-    app.add_flag("--no-why", options.no_why, "do not fetch a failed request's lines from the phone's log");
-    app.add_option("--answers", options.answers,
-                   "a file that answers the plan's questions: question = answer")
-        ->type_name("FILE");
-    CLI::Option *const records = app.add_option("--records", options.records,
-                                                "keep the run in this file, or behind it in postgresql://...")
-                                     ->type_name("WHERE");
     options.station = station_name();
-    app.add_option("--name", options.station, "the station's name in the records; otherwise the host's")
-        ->type_name("STATION");
-    options.reports.add_options(app);
-    add_request_options(app, settings);
-    parse_words(app, words);
+    line.needs("FILE", options.plan, "the plan, - for standard input");
+    line.takes("--record PATH", options.record,
+               "beside the table, write the run to this file as --json shows it");
+    line.takes("--keep-going", options.keep_going,
+               "play all lines, also when the port has died; otherwise that ends the run, with status 2");
+    line.takes("--stop", options.stop, "end at the first failure; the steps of `phase always` are played");
+    line.takes("--no-why", options.no_why, "do not fetch a failed request's lines from the phone's log");
+    line.takes("--answers FILE", options.answers,
+               "a file that answers the plan's questions: question = answer");
+    line.takes("--records WHERE", options.records,
+               "keep the run in this file, or behind it in postgresql://...");
+    line.takes("--name STATION", options.station, "the station's name in the records; otherwise the host's");
+    options.reports.add_options(line);
+    add_request_options(line, settings);
+    line.footer(script_help);
+    line.parse(words);
     check(settings);
     if (settings.plain || settings.raw_hex)
         throw UsageError("run: a plan's table has no form for --plain or --raw-hex");
-    options.keeps = records->count() > 0;
+    options.keeps = !line.given("--records").empty();
     const int status = run_plan(options, settings);
     if (status == NO_ANSWER)
         hint_at_port(settings);
@@ -197,30 +189,21 @@ static int serve_command_line(int count, char **words)
     const char *port = std::getenv("STATION_PORT");
     settings.client.port = port && *port ? port : DEFAULT_PORT;
 
-    CLI::App app(DESCRIPTION, "station");
-    app.footer(footer());
-    app.prefix_command();
-    app.set_version_flag("--version", "station " STATION_VERSION);
-    add_request_options(app, settings);
-    app.get_option("--port")->description(
-        "socket path, serial device or tcp:HOST:PORT; otherwise $STATION_PORT, or " +
-        std::string(DEFAULT_PORT));
-    app.get_option("--timeout")->description("seconds to wait for an answer, in each attempt; 30 otherwise");
-    try {
-        app.parse(count, words);
-    } catch (const CLI::Success &asked_for_text) { // --help and --version
-        return app.exit(asked_for_text);
-    } catch (const CLI::ParseError &error) {
-        throw UsageError(error.what());
-    }
-    const CommandWords rest = app.remaining();
+    CommandLine line("station", DESCRIPTION);
+    line.version("station " STATION_VERSION);
+    add_request_options(line, settings);
+    line.describe("--port", "socket path, serial device or tcp:HOST:PORT; otherwise $STATION_PORT, or " +
+                                std::string(DEFAULT_PORT));
+    line.describe("--timeout", "seconds to wait for an answer, in each attempt; 30 otherwise");
+    line.footer(footer());
+    const CommandWords rest = line.parse_front({words + 1, words + count});
     if (rest.empty())
         throw UsageError("no command; `station --help` tells how to go on");
     for (const Subcommand &subcommand : SUBCOMMANDS)
         if (rest.front() == subcommand.name)
             return subcommand.serve({rest.begin() + 1, rest.end()}, settings);
     if (rest.front()[0] == '-')
-        throw UsageError("'" + rest.front() + "' is no option" + suggestion(rest.front(), option_names(app)));
+        throw UsageError("'" + rest.front() + "' is no option" + line.meant_by(rest.front()));
     uint16_t code = 0;
     if (rest.front() != "send" && !find_command(rest.front(), code))
         throw UsageError("'" + rest.front() + "' is no command; `station list` shows them all" +

@@ -4,7 +4,7 @@
 #include "station/catalogue/answer.h"
 #include "station/client/files.h"
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 namespace station

@@ -1,7 +1,6 @@
 #include "station/program/page.h"
 
 #include "station/catalogue/answer.h"
-#include "station/catalogue/options.h"
 #include "station/client/errors.h"
 #include "station/program/interrupts.h"
 #include "station/program/line.h"
@@ -16,17 +15,15 @@ namespace station
 static constexpr int LOOK_MILLISECONDS = 100;
 static constexpr char USUAL_ADDRESS[] = "127.0.0.1:8080";
 
-void PageOptions::add(CLI::App &app, const std::string &usual_address)
+void PageOptions::add(CommandLine &line, const std::string &usual_address)
 {
     address_ = usual_address;
-    app.add_option("--page", address_,
-                   usual_address.empty() ? "serve a page for browsers there, such as 127.0.0.1:8080"
-                                         : "where the page is served; otherwise " + usual_address)
-        ->type_name("ADDRESS:PORT");
-    app.add_option("--token", token_,
-                   "what a browser has to know; needed where other machines reach the address. Of @FILE the "
-                   "first line")
-        ->type_name("TOKEN|@FILE");
+    line.takes("--page ADDRESS:PORT", address_,
+               usual_address.empty() ? "serve a page for browsers there, such as 127.0.0.1:8080"
+                                     : "where the page is served; otherwise " + usual_address);
+    line.takes("--token TOKEN|@FILE", token_,
+               "what a browser has to know; needed where other machines reach the address. Of @FILE the "
+               "first line");
 }
 
 void PageOptions::listen()
@@ -50,14 +47,13 @@ std::string PageOptions::url() const { return "http://" + page::text_of(listener
 
 int serve_page(const std::vector<std::string> &words, Settings &)
 {
-    CLI::App app("Serves a page for browsers on what was kept, without a line, until Ctrl-C.", "page");
+    CommandLine line("page", "Serves a page for browsers on what was kept, without a line, until Ctrl-C.");
     PageOptions page;
-    page.add(app, USUAL_ADDRESS);
+    page.add(line, USUAL_ADDRESS);
     std::string records;
-    app.add_option("--records", records,
-                   "a file or postgresql://...; otherwise $STATION_RECORDS, or records.db")
-        ->type_name("WHERE");
-    parse_words(app, words);
+    line.takes("--records WHERE", records,
+               "a file or postgresql://...; otherwise $STATION_RECORDS, or records.db");
+    line.parse(words);
     try {
         page.listen();
         const records::Where where = records::where_of(records);

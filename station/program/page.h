@@ -1,10 +1,10 @@
 // `station page`, and the page beside a line.
 #pragma once
 
+#include "station/catalogue/command_line.h"
 #include "station/catalogue/request.h"
 #include "station/page/server.h"
 
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
 #include <vector>
@@ -19,7 +19,7 @@ int serve_page(const std::vector<std::string> &words, Settings &settings);
 class PageOptions
 {
   public:
-    void add(CLI::App &app, const std::string &usual_address);
+    void add(CommandLine &line, const std::string &usual_address);
     bool is_wanted() const { return !address_.empty(); }
 
     // Listens where it shall, so that what is wrong shows before anything else is begun. Throws UsageError,

@@ -1,7 +1,7 @@
 #include "station/program/records.h"
 
 #include "station/catalogue/answer.h"
-#include "station/catalogue/options.h"
+#include "station/catalogue/command_line.h"
 #include "station/client/errors.h"
 #include "station/program/kept_file.h"
 #include "station/program/output.h"
@@ -10,7 +10,6 @@
 #include "station/records/source.h"
 #include "station/records/text.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -46,35 +45,31 @@ struct Asked {
     std::string records, since, until, run;
     std::string paths[3]; // junit, csv, jsonl
     Filter filter;
+    int limit = 0; // none
     bool json = false;
     bool again = false;
 };
 
 } // namespace
 
-static void add_where(CLI::App &app, Asked &asked)
+static void add_where(CommandLine &line, Asked &asked)
 {
-    app.add_option("--records", asked.records,
-                   "a file or postgresql://...; otherwise $STATION_RECORDS, or records.db")
-        ->type_name("WHERE");
+    line.takes("--records WHERE", asked.records,
+               "a file or postgresql://...; otherwise $STATION_RECORDS, or records.db");
 }
 
-static void add_filters(CLI::App &app, Asked &asked)
+static void add_filters(CommandLine &line, Asked &asked)
 {
-    Filter &filter = asked.filter;
-    add_where(app, asked);
-    app.add_option("--unit", filter.unit, "runs of this unit")->type_name("NAME");
-    app.add_option("--plan", filter.plan, "runs of this plan")->type_name("NAME|DIGEST");
-    app.add_option("--since", asked.since, "runs that were started then or later")->type_name("TIME");
-    app.add_option("--until", asked.until, "runs that were started before")->type_name("TIME");
-    app.add_option("--verdict", filter.verdict, "runs that ended so")
-        ->check(CLI::IsMember({"pass", "fail", "aborted", "error", "running"}))
-        ->type_name("pass|fail|aborted|error|running");
-    app.add_option("--limit", filter.limit,
-                   "the newest so many; of yield, the so many steps that do most harm")
-        ->check(CLI::Range(1L, 1'000'000'000L))
-        ->type_name("COUNT");
-    app.footer(TIMES);
+    add_where(line, asked);
+    line.takes("--unit NAME", asked.filter.unit, "runs of this unit");
+    line.takes("--plan NAME|DIGEST", asked.filter.plan, "runs of this plan");
+    line.takes("--since TIME", asked.since, "runs that were started then or later");
+    line.takes("--until TIME", asked.until, "runs that were started before");
+    line.takes("--verdict", asked.filter.verdict, {"pass", "fail", "aborted", "error", "running"},
+               "runs that ended so");
+    line.takes("--limit COUNT", asked.limit, {1, 1'000'000'000},
+               "the newest so many; of yield, the so many steps that do most harm");
+    line.footer(TIMES);
 }
 
 static std::string shown_unit(const Run &run) { return run.unit_is_port ? "(" + run.unit + ")" : run.unit; }
@@ -238,37 +233,38 @@ static std::unique_ptr<Source> open_source(Asked &asked)
 {
     asked.filter.since = time_option("--since", asked.since);
     asked.filter.until = time_option("--until", asked.until);
+    asked.filter.limit = static_cast<size_t>(asked.limit);
     return Source::open(where_of(asked.records));
 }
 
 static void serve_list(const std::vector<std::string> &words, Asked &asked)
 {
-    CLI::App app("A line for each run, in the order of time.", "records list");
-    add_filters(app, asked);
-    app.add_flag("--json", asked.json, "as JSON");
-    parse_words(app, words);
+    CommandLine line("records list", "A line for each run, in the order of time.");
+    add_filters(line, asked);
+    line.takes("--json", asked.json, "as JSON");
+    line.parse(words);
     list(*open_source(asked), asked.filter, asked.json);
 }
 
 static void serve_show(const std::vector<std::string> &words, Asked &asked)
 {
-    CLI::App app("A run step by step.", "records show");
-    add_where(app, asked);
-    app.add_option("RUN", asked.run, "its id, or how it begins")->required();
-    app.add_flag("--json", asked.json, "as JSON");
-    parse_words(app, words);
+    CommandLine line("records show", "A run step by step.");
+    add_where(line, asked);
+    line.needs("RUN", asked.run, "its id, or how it begins");
+    line.takes("--json", asked.json, "as JSON");
+    line.parse(words);
     show(*open_source(asked), asked.run, asked.json);
 }
 
 static void serve_export(const std::vector<std::string> &words, Asked &asked)
 {
-    CLI::App app("Runs with their steps for other programs; FILE is - for standard output.",
-                 "records export");
-    add_filters(app, asked);
-    app.add_option("--junit", asked.paths[0], "JUnit's XML, a suite a run")->type_name("FILE");
-    app.add_option("--csv", asked.paths[1], "CSV, a line a step")->type_name("FILE");
-    app.add_option("--jsonl", asked.paths[2], "JSON lines, a line a run")->type_name("FILE");
-    parse_words(app, words);
+    CommandLine line("records export",
+                     "Runs with their steps for other programs; FILE is - for standard output.");
+    add_filters(line, asked);
+    line.takes("--junit FILE", asked.paths[0], "JUnit's XML, a suite a run");
+    line.takes("--csv FILE", asked.paths[1], "CSV, a line a step");
+    line.takes("--jsonl FILE", asked.paths[2], "JSON lines, a line a run");
+    line.parse(words);
     const auto to_standard_output = std::count(std::begin(asked.paths), std::end(asked.paths), "-");
     if (std::all_of(std::begin(asked.paths), std::end(asked.paths),
                     [](const std::string &path) { return path.empty(); }))
@@ -280,25 +276,24 @@ static void serve_export(const std::vector<std::string> &words, Asked &asked)
 
 static void serve_yield(const std::vector<std::string> &words, Asked &asked)
 {
-    CLI::App app(
-        "Units, how many of them passed at once, and the steps that failed, those that harm most first.",
-        "records yield");
-    add_filters(app, asked);
-    app.add_flag("--json", asked.json, "as JSON");
-    parse_words(app, words);
+    CommandLine line(
+        "records yield",
+        "Units, how many of them passed at once, and the steps that failed, those that harm most first.");
+    add_filters(line, asked);
+    line.takes("--json", asked.json, "as JSON");
+    line.parse(words);
     yield(*open_source(asked), asked.filter, asked.json);
 }
 
 static void serve_push(const std::vector<std::string> &words, Asked &asked)
 {
-    CLI::App app(
+    CommandLine line(
+        "records push",
         "Forwards to the database what is not there yet. --records names the file, and FILE.address the\n"
-        "database; or the database itself, with records.db in front of it.",
-        "records push");
-    add_where(app, asked);
-    app.add_flag("--all", asked.again,
-                 "also what was forwarded before: after the database has lost something");
-    parse_words(app, words);
+        "database; or the database itself, with records.db in front of it.");
+    add_where(line, asked);
+    line.takes("--all", asked.again, "also what was forwarded before: after the database has lost something");
+    line.parse(words);
     const Where where = where_of(asked.records);
     const Pushed pushed = push(where, asked.again);
     std::printf("%zu run%s forwarded to %s\n", pushed.runs, pushed.runs == 1 ? "" : "s",

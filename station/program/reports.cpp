@@ -8,11 +8,11 @@ namespace station
 
 static constexpr records::Form FORMS[] = {records::Form::junit, records::Form::csv, records::Form::jsonl};
 
-void Reports::add_options(CLI::App &app)
+void Reports::add_options(CommandLine &line)
 {
-    app.add_option("--junit", paths[0], "write the run to this file as JUnit's XML")->type_name("FILE");
-    app.add_option("--csv", paths[1], "as CSV, a line a step")->type_name("FILE");
-    app.add_option("--jsonl", paths[2], "as a line of JSON")->type_name("FILE");
+    line.takes("--junit FILE", paths[0], "write the run to this file as JUnit's XML");
+    line.takes("--csv FILE", paths[1], "as CSV, a line a step");
+    line.takes("--jsonl FILE", paths[2], "as a line of JSON");
 }
 
 bool Reports::any() const { return !paths[0].empty() || !paths[1].empty() || !paths[2].empty(); }

@@ -1,10 +1,10 @@
 // Files of a run for other programs, written whole or not at all.
 #pragma once
 
+#include "station/catalogue/command_line.h"
 #include "station/program/kept_file.h"
 #include "station/records/run.h"
 
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
 #include <vector>
@@ -15,7 +15,7 @@ namespace station
 struct Reports {
     std::string paths[3]; // JUnit, CSV, JSON lines
 
-    void add_options(CLI::App &app);
+    void add_options(CommandLine &line);
     [[nodiscard]] bool any() const;
 };
 
