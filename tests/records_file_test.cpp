@@ -279,7 +279,7 @@ TEST_F(Records, FilesOfOthersAreLeftAsTheyAre)
         return std::string(whole).replace(at, bytes.size(), bytes);
     };
     const std::pair<std::string, const char *> rows[] = {
-        {with(60, std::string("\0\0\0\3", 4)), "newer station"},
+        {with(60, std::string("\0\0\0\4", 4)), "newer station"},
         {with(60, std::string("\1\0\0\1", 4)), "newer station"},
         {with(68, "drfc"), "is no records"},
         {with(68, std::string("\0\0\0\0", 4)), "is no records"},

@@ -14,13 +14,17 @@ namespace station::records
 class Conditions
 {
   public:
-    // With `by_id`, bounds on ids too, by which the tables are cut.
-    Conditions(const Filter &filter, bool by_id)
+    // With `by_id`, bounds on ids too, by which the tables are cut. Without `by_plan`, the index on plans is
+    // not used: another one has all that is asked, and that one leads to every run by itself.
+    Conditions(const Filter &filter, bool by_id, bool by_plan = true)
     {
         if (!filter.unit.empty())
             add("unit = " + value(clean(filter.unit)));
         if (!filter.plan.empty())
-            add((looks_like_digest(filter.plan) ? "plan_digest = " : "plan = ") + value(clean(filter.plan)));
+            add((looks_like_digest(filter.plan) ? "plan_digest = "
+                 : by_plan                      ? "plan = "
+                                                : "plan || '' = ") +
+                value(clean(filter.plan)));
         if (filter.verdict == "running")
             add("verdict IS NULL");
         else if (!filter.verdict.empty()) {
@@ -33,9 +37,9 @@ class Conditions
         if (filter.since)
             add("started >= " + (since = value(time_text(*filter.since))));
         if (filter.until)
-            add("started < " + value(time_text(*filter.until)));
+            add("started < " + (until = value(time_text(*filter.until))));
         if (by_id && filter.since)
-            add("id >= " + (since_id = value(id_at(*filter.since))));
+            add("id >= " + value(id_at(*filter.since)));
         if (by_id && filter.until)
             add("id < " + value(id_at(*filter.until)));
     }
@@ -48,7 +52,7 @@ class Conditions
     }
 
     std::string text;
-    std::string since, since_id; // their parameters
+    std::string since, until; // their parameters
     std::vector<std::string> parameters;
 
   private:

@@ -2,6 +2,7 @@
 #include "station/records/conditions.h"
 #include "station/records/source.h"
 #include "station/records/text.h"
+#include "station/records/turns.h"
 
 #include <cstdlib>
 
@@ -29,6 +30,12 @@ static Bucket bucket_of(std::optional<Time> since, std::optional<Time> until)
     return length <= HOURS ? Bucket::hour : length <= DAYS ? Bucket::day : Bucket::month;
 }
 
+// A tally asks no more than the hour: the beginning of a time's text.
+static Time hour_of(const std::string &text)
+{
+    return time_of(text.substr(0, sizeof "2026-11-21T21" - 1) + ":00");
+}
+
 Tally Source::tally(const Filter &filter)
 {
     Filter meant = filter;
@@ -41,36 +48,33 @@ Tally Source::tally(const Filter &filter)
               });
     }
     Tally tally(bucket_of(meant.since, meant.until));
-    Conditions conditions(filter, is_cut_by_id());
-    conditions.add("verdict IN ('pass', 'fail', 'error')");
-    // A unit that was tested before the time in question does not pass for the first time in it. Its earlier
-    // runs are found by its name, not by the plan's, which most runs share: hence the empty text behind that.
-    const std::string before =
-        conditions.since.empty()
-            ? "0"
-            : "CASE WHEN unit_source = 'unit' AND EXISTS (SELECT 1 FROM runs AS earlier WHERE earlier.unit = "
-              "meant.unit AND earlier.unit_source = 'unit' AND earlier.plan || '' = meant.plan AND "
-              "earlier.started "
-              "< " +
-                  conditions.since +
-                  (conditions.since_id.empty() ? "" : " AND earlier.id < " + conditions.since_id) +
-                  " AND earlier.verdict IN ('pass', 'fail', 'error')) THEN 1 ELSE 0 END";
+    // Counted where they are, the units that passed in the only run they have; the others one by one.
+    Conditions once(filter, is_cut_by_id(), false);
+    once.add(PASSED_ONLY_ONCE);
+    if (!is_cut_by_id() && filter.since) // the index begins with the hour
+        once.add(hour("started") + " >= " + hour(once.since));
+    if (!is_cut_by_id() && filter.until)
+        once.add(hour("started") + " <= " + hour(once.until));
+    query("SELECT plan, " + time("hour") + ", runs FROM (SELECT plan, " + hour("started") +
+              " AS hour, count(*) AS runs FROM runs" + once.text + " GROUP BY hour, plan) AS hours",
+          once.parameters, [&](const auto &values) {
+              tally.add_passed_once(values[0].value_or(""), hour_of(values[1].value_or("")),
+                                    std::atoll(values[2].value_or("").c_str()));
+          });
+    Conditions others(filter, is_cut_by_id(), false);
+    others.add(FINISHED);
+    others.add(NOT_ONLY_ONCE);
     Finished run;
-    std::string hour = "none";
-    stream("WITH meant AS (SELECT id, plan, unit, unit_source, started, verdict, failing FROM runs" +
-               conditions.text +
-               ") SELECT plan, CASE WHEN unit_source = 'port' THEN CAST(id AS text) ELSE unit END, " +
-               time("started") + ", verdict, failing, " + before + " FROM meant ORDER BY started, id",
-           conditions.parameters, [&](const auto &values) {
+    stream("SELECT plan, CASE WHEN unit_source = 'port' THEN CAST(id AS text) ELSE unit END, " +
+               time("started") + ", verdict, failing, turn FROM runs" + others.text +
+               " ORDER BY runs.started, id",
+           others.parameters, [&](const auto &values) {
                run.plan = values[0].value_or("");
                run.who = values[1].value_or("");
-               if (values[2]->compare(0, hour.size(), hour) != 0) { // a tally asks no more than the hour
-                   hour = values[2]->substr(0, sizeof "2026-11-21T21" - 1);
-                   run.started = time_of(*values[2]);
-               }
+               run.started = hour_of(values[2].value_or(""));
                run.verdict = verdict_of(values[3].value_or("")).value_or(Verdict::error);
                run.failing = values[4].value_or("");
-               run.was_here_before = values[5] == "1";
+               run.is_first = values[5] != "2";
                tally.add(run);
            });
     return tally;

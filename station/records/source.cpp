@@ -56,6 +56,7 @@ class FileSource : public Source
         query(sql, parameters, row);
     }
     std::string time(const std::string &column) const override { return column; }
+    std::string hour(const std::string &column) const override { return "substr(" + column + ", 1, 13)"; }
     std::string hex(const std::string &column) const override
     {
         return "CASE WHEN " + column + " IS NOT NULL THEN lower(hex(" + column + ")) END";

@@ -73,6 +73,8 @@ class Source
     virtual void stream(const std::string &sql, const std::vector<std::string> &parameters,
                         const std::function<void(const Values &)> &row) = 0;
     virtual std::string time(const std::string &column) const = 0; // as time_text writes it
+    // The hour that a time is in; of the result `time` tells at least the date and the hour.
+    virtual std::string hour(const std::string &column) const = 0;
     virtual std::string hex(const std::string &column) const = 0;
     // Whether the tables are cut by ids, so that a bound on them spares looking into other months.
     virtual bool is_cut_by_id() const { return false; }

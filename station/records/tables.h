@@ -50,7 +50,7 @@ class Tables
     size_t close_dead(const Owner &owner);
 
   private:
-    Statement insert_run_, insert_step_, identify_, end_, open_owners_, open_runs_;
+    Statement insert_run_, insert_step_, identify_, end_, open_owners_, open_runs_, give_turns_;
 };
 
 } // namespace station::records

@@ -34,26 +34,22 @@ void Tally::add(const Finished &run)
     Unit &unit = found->second;
     const bool passes = run.verdict == Verdict::pass;
 
-    std::vector<Point> &points = over_time_.points;
-    const Time from = floor(run.started, over_time_.bucket);
-    if (points.empty() || points.back().from < from)
-        points.push_back({from});
-    Point &point = points.back();
-    const bool is_first = is_new && !run.was_here_before;
-    const bool was_in_bucket = unit.bucket == points.size();
+    const Time from = floor(run.started, bucket_);
+    Point &point = points_[from];
+    const bool was_in_bucket = unit.bucket == from;
 
     for (int64_t *runs : {&plan.yield.runs, &point.runs})
         ++*runs;
     plan.yield.units += is_new ? 1 : 0;
     point.units += was_in_bucket ? 0 : 1;
     for (int64_t *first : {&plan.yield.first, &point.first})
-        *first += is_first ? 1 : 0;
+        *first += run.is_first ? 1 : 0;
     for (int64_t *first_pass : {&plan.yield.first_pass, &point.first_pass})
-        *first_pass += is_first && passes ? 1 : 0;
+        *first_pass += run.is_first && passes ? 1 : 0;
     plan.yield.passed += (passes ? 1 : 0) - (unit.passed ? 1 : 0);
     point.passed += (passes ? 1 : 0) - (was_in_bucket && unit.passed ? 1 : 0);
     unit.passed = passes;
-    unit.bucket = points.size();
+    unit.bucket = from;
 
     if (passes)
         return;
@@ -62,6 +58,25 @@ void Tally::add(const Finished &run)
     std::vector<const Unit *> &units = failed.who[run.who];
     if (std::find(units.begin(), units.end(), &unit) == units.end())
         units.push_back(&unit);
+}
+
+void Tally::add_passed_once(const std::string &plan, Time hour, int64_t units)
+{
+    PlanYield &yield = plans_[plan].yield;
+    Point &point = points_[floor(hour, bucket_)];
+    for (int64_t *count : {&yield.runs, &yield.units, &yield.first, &yield.first_pass, &yield.passed,
+                           &point.runs, &point.units, &point.first, &point.first_pass, &point.passed})
+        *count += units;
+}
+
+OverTime Tally::over_time() const
+{
+    OverTime over_time{bucket_, {}};
+    for (const auto &[from, point] : points_) {
+        over_time.points.push_back(point);
+        over_time.points.back().from = from;
+    }
+    return over_time;
 }
 
 std::vector<PlanYield> Tally::plans() const

@@ -52,29 +52,31 @@ struct Finished {
     Time started;
     Verdict verdict = Verdict::pass;
     std::string failing;
-    bool was_here_before = false; // the unit, before the first of all these runs
+    bool is_first = false; // of the unit's finished ones by this plan, ever
 };
 
 class Tally
 {
   public:
-    explicit Tally(Bucket bucket = Bucket::day) { over_time_.bucket = bucket; }
+    explicit Tally(Bucket bucket = Bucket::day) : bucket_(bucket) {}
 
     Tally(Tally &&) = default; // what failed points at the units
     Tally &operator=(Tally &&) = default;
 
     // In the order of their starts.
     void add(const Finished &run);
+    // Units, each of which has passed in the only run by this plan that it has, within an hour; in any order.
+    void add_passed_once(const std::string &plan, Time hour, int64_t units);
 
     std::vector<PlanYield> plans() const; // in the order of their names
     // Most units first, then most runs; so many steps at most, or all.
     std::vector<Harm> harms(size_t limit = 0) const;
-    const OverTime &over_time() const { return over_time_; }
+    OverTime over_time() const;
 
   private:
     struct Unit {
-        bool passed = false; // in its last run
-        size_t bucket = 0;   // of that, counted from 1
+        bool passed = false;       // in its last run
+        Time bucket = Time::min(); // of that
     };
     struct Plan {
         PlanYield yield;
@@ -87,7 +89,8 @@ class Tally
 
     std::map<std::string, Plan> plans_;
     std::map<std::string, Failed> failed_;
-    OverTime over_time_;
+    Bucket bucket_;
+    std::map<Time, Point> points_; // by `from`
 };
 
 // As `station records yield --json` prints it; on one line with an indent of -1.
