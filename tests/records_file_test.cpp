@@ -374,33 +374,40 @@ TEST_F(Records, AreFoundByWhatIsAsked)
 
 TEST_F(Records, YieldCountsUnitsNotRuns)
 {
+    struct Kept {
+        const char *time, *unit;
+        Verdict verdict;
+        const char *failing = "", *plan = "plan";
+    };
+    const std::vector<Kept> kept = {
+        {"2026-11-20T10:00", "old", Verdict::fail, "nfc"},         // fails yesterday, and passes today
+        {"2026-11-20T11:00", "spoilt", Verdict::aborted},          // tells nothing
+        {"2026-11-20T12:00", "moved", Verdict::pass, "", "other"}, // of another plan
+        {"2026-11-21T10:00", "old", Verdict::pass},
+        {"2026-11-21T10:01", "good", Verdict::pass},
+        {"2026-11-21T10:02", "mended", Verdict::fail, "nfc"},
+        {"2026-11-21T10:03", "mended", Verdict::pass},
+        {"2026-11-21T10:04", "bad", Verdict::fail, "nfc"},
+        {"2026-11-21T10:05", "bad", Verdict::error, "ssd"},
+        {"2026-11-21T10:06", "bad", Verdict::fail, "ssd"},
+        {"2026-11-21T10:07", "spoilt", Verdict::pass},
+        {"2026-11-21T10:08", "spoilt", Verdict::error}, // no step failed
+        {"2026-11-21T10:09", "moved", Verdict::aborted, "ssd"},
+        {"2026-11-21T10:10", "/port", Verdict::fail, "nfc"}, // two units that did not tell their names
+        {"2026-11-21T10:11", "/port", Verdict::pass},
+        {"2026-11-21T10:12", "moved", Verdict::pass},
+        {"2026-11-21T10:13", "good", Verdict::fail, "nfc", "other"}, // good by one plan, bad by another
+        {"2026-11-22T00:00", "mended", Verdict::fail, "ssd"},        // tomorrow
+    };
     {
         Hand hand(file());
-        hand.add("2026-11-20T10:00", "old", Verdict::fail, "nfc"); // fails yesterday, and passes today
-        hand.add("2026-11-20T11:00", "spoilt", Verdict::aborted);  // tells nothing
-        hand.add("2026-11-20T12:00", "moved", Verdict::pass, "", "other"); // of another plan
-        hand.add("2026-11-21T10:00", "old", Verdict::pass);
-        hand.add("2026-11-21T10:01", "good", Verdict::pass);
-        hand.add("2026-11-21T10:02", "mended", Verdict::fail, "nfc");
-        hand.add("2026-11-21T10:03", "mended", Verdict::pass);
-        hand.add("2026-11-21T10:04", "bad", Verdict::fail, "nfc");
-        hand.add("2026-11-21T10:05", "bad", Verdict::error, "ssd");
-        hand.add("2026-11-21T10:06", "bad", Verdict::fail, "ssd");
-        hand.add("2026-11-21T10:07", "spoilt", Verdict::pass);
-        hand.add("2026-11-21T10:08", "spoilt", Verdict::error); // no step failed
-        hand.add("2026-11-21T10:09", "moved", Verdict::aborted, "ssd");
-        hand.add("2026-11-21T10:10", "/port", Verdict::fail,
-                 "nfc"); // two units that did not tell their names
-        hand.add("2026-11-21T10:11", "/port", Verdict::pass);
-        hand.add("2026-11-21T10:12", "moved", Verdict::pass);
-        hand.add("2026-11-21T10:13", "good", Verdict::fail, "nfc",
-                 "other");                                            // good by one plan, bad by another
-        hand.add("2026-11-22T00:00", "mended", Verdict::fail, "ssd"); // tomorrow
+        for (const Kept &run : kept)
+            hand.add(run.time, run.unit, run.verdict, run.failing, run.plan);
     }
     Filter day;
     day.since = parse_time("2026-11-21", {});
     day.until = parse_time("2026-11-22", {});
-    const auto from = source();
+    auto from = source();
     const auto yields = [&](const Filter &filter) {
         std::string text;
         for (const PlanYield &plan : from->tally(filter).plans())
@@ -422,8 +429,28 @@ TEST_F(Records, YieldCountsUnitsNotRuns)
     EXPECT_EQ(yields({}), "other 2 runs 2 units 2 first 1 at once 1 passed\n"
                           "plan 14 runs 8 units 8 first 4 at once 4 passed\n");
     EXPECT_EQ(harms({}), "nfc 5 4 5\nssd 2 2 3\n 1 1 1\n");
+    // In whatever order the runs end, and of a file of an older station.
+    const std::string of_day = yields(day), of_all = yields({});
+    from.reset();
+    std::filesystem::remove(file());
+    {
+        Hand hand(file());
+        for (auto run = kept.rbegin(); run != kept.rend(); ++run)
+            hand.add(run->time, run->unit, run->verdict, run->failing, run->plan);
+    }
+    from = source();
+    EXPECT_EQ(yields(day), of_day);
+    EXPECT_EQ(yields({}), of_all);
+    open_file(file(), Access::write)
+        .execute("DROP INDEX runs_turn; DROP INDEX runs_once; DROP INDEX runs_yield; ALTER TABLE runs DROP "
+                 "COLUMN turn; CREATE INDEX runs_yield ON runs (started); PRAGMA user_version = 2");
+    from = source();
+    EXPECT_EQ(yields(day), of_day);
+    EXPECT_EQ(yields({}), of_all);
     day.limit = 1;
     EXPECT_EQ(harms(day), "nfc 4 3 4\n");
+    day.verdict = "pass";
+    EXPECT_EQ(yields(day), "plan 6 runs 6 units 4 first 4 at once 6 passed\n") << "mended failed first";
 }
 
 TEST_F(Records, LongNamesAreCutBetweenCharacters)

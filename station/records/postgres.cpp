@@ -101,9 +101,10 @@ static constexpr char DELETE_OWNERLESS[] = "DELETE FROM steps WHERE run = ANY ($
 
 // Two stations that bring runs of one unit at once do not see each other's; of two turns given one after the
 // other the second sees all.
-static constexpr char TURNS_ALONE[] = "SELECT pg_advisory_xact_lock(7219833107422)";
+static constexpr char TURNS_ALONE[] = "SET LOCAL plan_cache_mode = force_generic_plan; " // planned only once
+                                      "SELECT pg_advisory_xact_lock(7219833107422)";
 static constexpr char BROUGHT_UNITS[] =
-    "unit = ANY (ARRAY (SELECT unit FROM runs WHERE id = ANY ($1::uuid[])))";
+    "unit = ANY (ARRAY (SELECT unit FROM json_populate_recordset(NULL::runs, $1)))";
 
 // What libpq is to do where the address does not say it: a network that swallows everything is noticed.
 static std::string with_limits(std::string address)
@@ -300,6 +301,7 @@ void Postgres::put(const std::vector<WholeRun> &runs)
     std::string rows;
     for (const WholeRun &run : runs)
         rows += (rows.empty() ? "[" : ",") + json(run.first);
+    rows += "]";
     guarded([&] {
         make_months(runs);
         pqxx::work work(*connection_);
@@ -307,16 +309,15 @@ void Postgres::put(const std::vector<WholeRun> &runs)
         // it.
         std::set<std::string> ids;
         std::string list = "{";
-        for (const auto &row : work.exec_prepared("runs", rows + "]")) {
+        for (const auto &row : work.exec_prepared("runs", rows)) {
             ids.insert(row[0].as<std::string>());
             list += (list.size() > 1 ? "," : "") + row[0].as<std::string>();
         }
         if (!ids.empty()) {
-            list += "}";
-            work.exec_prepared("ownerless", list);
+            work.exec_prepared("ownerless", list + "}");
             copy_steps(work, runs, ids);
             work.exec(TURNS_ALONE);
-            work.exec_prepared("turns", list);
+            work.exec_prepared("turns", rows);
         }
         work.commit();
     });
