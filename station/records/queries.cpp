@@ -65,13 +65,19 @@ Tally Source::tally(const Filter &filter)
     others.add(FINISHED);
     others.add(NOT_ONLY_ONCE);
     Finished run;
+    std::string hour_text;
     stream("SELECT plan, CASE WHEN unit_source = 'port' THEN CAST(id AS text) ELSE unit END, " +
                time("started") + ", verdict, failing, turn FROM runs" + others.text +
                " ORDER BY runs.started, id",
            others.parameters, [&](const auto &values) {
                run.plan = values[0].value_or("");
                run.who = values[1].value_or("");
-               run.started = hour_of(values[2].value_or(""));
+               const std::string &started = *values[2];
+               if (hour_text.empty() || started.compare(0, hour_text.size(), hour_text) != 0) {
+                   hour_text =
+                       started.substr(0, sizeof "2026-11-21T21" - 1); // of many runs, one after the other
+                   run.started = hour_of(hour_text);
+               }
                run.verdict = verdict_of(values[3].value_or("")).value_or(Verdict::error);
                run.failing = values[4].value_or("");
                run.is_first = values[5] != "2";
