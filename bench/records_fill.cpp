@@ -1,4 +1,5 @@
 // Makes records: many at once to measure with, or as a line does, to kill it in the middle.
+#include "station/records/file.h"
 #include "station/records/store.h"
 #include "station/records/tables.h"
 #include "station/records/text.h"

@@ -5,6 +5,7 @@
 #include "station/page/guard.h"
 #include "station/page/head.h"
 #include "station/page/http.h"
+#include "station/records/file.h"
 #include "station/records/tables.h"
 #include "station/records/text.h"
 

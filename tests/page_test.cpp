@@ -5,6 +5,7 @@
 #include "station/page/http.h"
 #include "station/page/server.h"
 #include "station/page/statistics.h"
+#include "station/records/file.h"
 #include "station/records/store.h"
 #include "station/records/tables.h"
 #include "station/records/text.h"

@@ -1,6 +1,7 @@
 // A file of records: what is kept of runs, who closes what others left open, what is asked of it, and files
 // that are left as they are. Killed stations, full disks and the database are the business of
 // tests/records_test.
+#include "station/records/file.h"
 #include "station/records/forms.h"
 #include "station/records/source.h"
 #include "station/records/store.h"

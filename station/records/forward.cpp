@@ -1,8 +1,8 @@
 #include "station/records/forward.h"
 
+#include "station/records/file.h"
 #include "station/records/postgres.h"
 #include "station/records/source.h"
-#include "station/records/tables.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,6 +1,7 @@
 #include "station/records/source.h"
 
 #include "station/records/conditions.h"
+#include "station/records/file.h"
 #include "station/records/tables.h"
 #include "station/records/text.h"
 

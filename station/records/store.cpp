@@ -1,5 +1,6 @@
 #include "station/records/store.h"
 
+#include "station/records/file.h"
 #include "station/records/tables.h"
 #include "station/records/text.h"
 
