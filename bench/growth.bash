@@ -71,7 +71,7 @@ grow_slots() {
         "$build/bin/station" line plans/final-test.station --port "${@:2}" --once --answers plans/final-test.answers \
             --records "$work/line.db" >"$work/line.out" 2>&1 || {
             tail -n 1 "$work/line.out" >&2
-            grep -q " $size units tested" "$work/line.out" || return 1
+            grep -qE " $size units? tested" "$work/line.out" || return 1
         }
         rounds=$((rounds + 1))
         took=$((${EPOCHREALTIME/[.,]/} - begin))

@@ -161,8 +161,8 @@ static void migrate(Database &database)
     if (version_of(database) == VERSION)
         return;
     Transaction transaction(database);
-    for (int64_t version = version_of(database); version < VERSION;
-         version++) // another process may have done it meanwhile
+    // Another process may have done it meanwhile.
+    for (int64_t version = version_of(database); version < VERSION; version++)
         database.execute(MIGRATIONS[version]);
     database.execute(give_turns("TRUE").c_str());
     database.execute(("PRAGMA application_id = " + std::to_string(APPLICATION)).c_str());
