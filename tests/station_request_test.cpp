@@ -11,7 +11,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 #include <set>
 #include <unistd.h>
 
@@ -299,7 +298,10 @@ TEST(Answer, VerdictAndMeaning)
         const Result result = judge(request, exchange);
         EXPECT_EQ(result.verdict, one.verdict) << one.line << " " << one.data;
         EXPECT_EQ(answer_line(exchange, result), one.shown);
-        EXPECT_EQ(to_json(request, exchange, result)["length"], one.data.size());
+        EXPECT_NE(to_json(request, exchange, result)
+                      .dump()
+                      .find("\"length\":" + std::to_string(one.data.size()) + ","),
+                  std::string::npos);
     }
 }
 
@@ -307,7 +309,8 @@ TEST(Answer, BytesThatAreNoTextAreStillJson)
 {
     const Request request = request_of("wechat-key");
     const Exchange exchange = answered(request.code, "\xff\xfe", 775);
-    EXPECT_NE(dump(to_json(request, exchange, judge(request, exchange))).find("\"fffe\""), std::string::npos);
+    const std::string json = to_json(request, exchange, judge(request, exchange)).dump();
+    EXPECT_NE(json.find(R"("text":"\ufffd\ufffd","hex":"fffe")"), std::string::npos) << json;
 }
 
 TEST(Catalogue, IsTheRegisteredTable)

@@ -1,21 +1,13 @@
 #include "station/client/decode.h"
 
-#include <nlohmann/json.hpp>
+#include <algorithm>
 
 namespace station
 {
 
-using Json = nlohmann::ordered_json;
-
 static constexpr size_t DATA_OFFSET = 7;
 
-// Bytes that are no UTF-8 are replaced.
-static std::string json_text(const Json &json)
-{
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
-static Meaning gib(unsigned size) { return {std::to_string(size) + " GiB", json_text({{"gib", size}})}; }
+static Meaning gib(unsigned size) { return {std::to_string(size) + " GiB", Json{{"gib", size}}}; }
 
 Meaning gib_byte(const Bytes &data, const Bytes &) { return gib(data.empty() ? 0 : data[0]); }
 
@@ -38,11 +30,12 @@ Meaning missing_components(const Bytes &data, const Bytes &)
             item += static_cast<char>(byte);
             continue;
         }
-        names.push_back(item.substr(0, item.rfind(":F")));
-        text += " " + names.back().get<std::string>();
+        item.resize(std::min(item.rfind(":F"), item.size()));
+        text += " " + item;
+        names.push_back(item);
         item.clear();
     }
-    return {text, json_text({{"missing", names}})};
+    return {text, Json{{"missing", names}}};
 }
 
 Meaning bluetooth_address(const Bytes &data, const Bytes &)
@@ -53,7 +46,7 @@ Meaning bluetooth_address(const Bytes &data, const Bytes &)
             address += ':';
         address += static_cast<char>(data[i]);
     }
-    return {address, json_text({{"address", address}})};
+    return {address, Json{{"address", address}}};
 }
 
 // "cplc:<84 digits>mac:<16 digits>"
@@ -65,7 +58,7 @@ Meaning cplc_and_mac(const Bytes &data, const Bytes &)
         return {text, {}};
     const std::string cplc = text.substr(5, mac - 5);
     const std::string identifier = text.substr(mac + 4);
-    return {"CPLC " + cplc + ", identifier " + identifier, json_text({{"cplc", cplc}, {"mac", identifier}})};
+    return {"CPLC " + cplc + ", identifier " + identifier, Json{{"cplc", cplc}, {"mac", identifier}}};
 }
 
 } // namespace station

@@ -2,15 +2,17 @@
 #pragma once
 
 #include "station/client/bytes.h"
+#include "station/text/json.h"
 
+#include <optional>
 #include <string>
 
 namespace station
 {
 
 struct Meaning {
-    std::string text;   // for a person
-    std::string fields; // for a program: a JSON object
+    std::string text;           // for a person
+    std::optional<Json> fields; // for a program: an object
 };
 
 // Tells what an answer's data means; `packet` is the whole response.

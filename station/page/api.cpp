@@ -2,9 +2,9 @@
 
 #include "station/page/files.h"
 #include "station/page/parameters.h"
+#include "station/text/json.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
 namespace station::page
 {
@@ -110,11 +110,10 @@ Reply Api::take_answer(const Request &request, const std::string &slot)
         return error_reply(400, "an answer takes no parameters");
     if (port_of(slot).empty())
         return not_there();
-    const nlohmann::json json = nlohmann::json::parse(request.body, nullptr, false);
-    const auto is_text = [&](const char *name) { return json.contains(name) && json[name].is_string(); };
-    if (!json.is_object() || json.size() != 2 || !is_text("question") || !is_text("answer"))
+    const auto texts = texts_of_json(request.body);
+    if (!texts || texts->size() != 2 || !texts->count("question") || !texts->count("answer"))
         return error_reply(400, R"(an answer is {"question": "7", "answer": "yes"})");
-    const auto question = json["question"].get<std::string>(), answer = json["answer"].get<std::string>();
+    const std::string &question = texts->at("question"), &answer = texts->at("answer");
     // What is typed at a terminal has no more either.
     if (answer.size() > ANSWER_LONGEST || std::any_of(answer.begin(), answer.end(), [](unsigned char byte) {
             return byte < ' ' || byte == 0x7F;

@@ -4,14 +4,12 @@
 #include "station/page/statistics.h"
 #include "station/records/forms.h"
 #include "station/records/text.h"
+#include "station/text/json.h"
 
 #include <cstdlib>
-#include <nlohmann/json.hpp>
 
 namespace station::page
 {
-
-using Json = nlohmann::ordered_json;
 
 static constexpr size_t RUNS_USUAL = 50, RUNS_MAX = 500;
 static constexpr size_t VALUES_MAX = 10'000; // the newest of a measurement
@@ -24,8 +22,6 @@ static Reply json_reply(std::string json)
     reply.body = std::move(json);
     return reply;
 }
-
-static std::string dump(const Json &json) { return json.dump(-1, ' ', true, Json::error_handler_t::replace); }
 
 void Api::interrupt()
 {
@@ -136,7 +132,7 @@ Reply Api::plans(const Request &request)
 {
     const Parameters parameters(request, {});
     const Json json{{"plans", ask([](records::Source &source) { return source.plans(); })}};
-    return json_reply(dump(json));
+    return json_reply(json.dump());
 }
 
 static Json points(const records::OverTime &over_time)
@@ -164,7 +160,7 @@ Reply Api::yield(const Request &request)
             const records::Tally tally = source.tally(filter);
             std::string json = records::json(tally.plans(), tally.harms(), -1);
             json.pop_back();
-            return json + ",\"over_time\":" + dump(points(tally.over_time())) + "}";
+            return json + ",\"over_time\":" + points(tally.over_time()).dump() + "}";
         });
     }));
 }
@@ -212,13 +208,14 @@ Reply Api::measurements(const Request &request)
     const records::Filter filter = parameters.filter();
     const std::string name = parameters.text("name");
     if (!name.empty())
-        return json_reply(dump(measured(
-            ask([&](records::Source &source) { return source.measured(filter, name, VALUES_MAX); }))));
+        return json_reply(measured(ask([&](records::Source &source) {
+                              return source.measured(filter, name, VALUES_MAX);
+                          })).dump());
     Json json{{"names", Json::array()}};
     for (const auto &[each, unit] :
          ask([&](records::Source &source) { return source.measured_names(filter); }))
         json["names"].push_back({{"name", each}, {"unit", unit}});
-    return json_reply(dump(json));
+    return json_reply(json.dump());
 }
 
 } // namespace station::page

@@ -3,13 +3,10 @@
 #include "station/page/screen.h"
 #include "station/records/forms.h"
 #include "station/records/text.h"
-
-#include <nlohmann/json.hpp>
+#include "station/text/json.h"
 
 namespace station::page
 {
-
-using Json = nlohmann::ordered_json;
 
 static constexpr size_t NAME_LONGEST = 256, TEXT_LONGEST = 4000;
 static constexpr size_t ENDED_MAX = 64; // what a page has missed beyond that it asks for
@@ -26,8 +23,6 @@ std::string shown(const std::string &text, size_t longest)
     }
     return cleaned;
 }
-
-static std::string dump(const Json &json) { return json.dump(-1, ' ', true, Json::error_handler_t::replace); }
 
 static Bytes bytes(std::string text) { return std::make_shared<const std::string>(std::move(text)); }
 
@@ -123,7 +118,7 @@ std::string Feed::state() const
         for (const SlotState &slot : side_.line->slots())
             json["slots"].push_back(to_json(slot, questions));
     }
-    return dump(json);
+    return json.dump();
 }
 
 Snapshot Feed::now(std::chrono::milliseconds age)

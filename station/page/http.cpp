@@ -1,9 +1,10 @@
 #include "station/page/http.h"
 
+#include "station/text/json.h"
+
 #include <algorithm>
 #include <cstring>
 #include <httplib.h>
-#include <nlohmann/json.hpp>
 
 namespace station::page
 {
@@ -25,8 +26,7 @@ Reply error_reply(int status, const std::string &text)
 {
     Reply reply;
     reply.status = status;
-    const nlohmann::json json = {{"error", text}};
-    reply.body = json.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
+    reply.body = Json{{"error", text}}.dump();
     return reply;
 }
 

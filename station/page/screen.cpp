@@ -2,12 +2,12 @@
 
 #include "phone/shell_wire.h"
 #include "station/records/text.h"
+#include "station/text/json.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
-#include <nlohmann/json.hpp>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -18,7 +18,6 @@
 namespace station::page
 {
 
-using Json = nlohmann::ordered_json;
 using std::chrono::milliseconds;
 
 static constexpr auto PATIENCE = milliseconds(1000);
@@ -143,7 +142,8 @@ static Json picture(const std::string &text)
 
 // What a light's driver was told last. The newer chip: two digits of a colour and two of a brightness, the
 // first of which may be a blank; the older one: "00", the colour, the brightness, a current, or the channel.
-static Json lamp(const std::string &chip, const std::string &newer, const std::string &older)
+static Json lamp(const std::string &chip, const std::string &newer, const std::string &older,
+                 const std::string &lit_switch)
 {
     const bool is_old = chip == "aw9120_led";
     std::string told = is_old ? older : newer;
@@ -167,7 +167,10 @@ static Json lamp(const std::string &chip, const std::string &newer, const std::s
             color = selector == 0x10 ? "red" : selector == 0x20 ? "green" : selector == 0x30 ? "blue" : "";
     }
     const bool is_lit = brightness > 0 && !color.empty();
-    return {{"on", is_lit}, {"color", is_lit ? Json(color) : Json()}, {"brightness", brightness}};
+    Json shown{{"on", is_lit}, {"color", is_lit ? Json(color) : Json()}, {"brightness", brightness}};
+    if (lit_switch == "0" || lit_switch == "1")
+        shown["switch"] = lit_switch == "1";
+    return shown;
 }
 
 std::string screen_json(const std::string &printed)
@@ -185,9 +188,7 @@ std::string screen_json(const std::string &printed)
                           {"brightness", number(fields[2])},
                           {"max_brightness", number(fields[3])}};
         json["picture"] = picture(fields[4]);
-        json["lamp"] = lamp(fields[5], fields[6], fields[7]);
-        if (json["lamp"].is_object() && (fields[8] == "0" || fields[8] == "1"))
-            json["lamp"]["switch"] = fields[8] == "1";
+        json["lamp"] = lamp(fields[5], fields[6], fields[7], fields[8]);
     }
     return json.dump();
 }

@@ -10,7 +10,6 @@
 #include <glob.h>
 #include <libserialport.h>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <thread>
 
 namespace station
@@ -125,30 +124,32 @@ int serve_devices(const std::vector<std::string> &words, Settings &settings)
     for (std::thread &thread : asking)
         thread.join();
 
-    nlohmann::ordered_json all = nlohmann::ordered_json::array();
+    Json all = Json::array();
+    size_t count = 0;
     size_t width = 4;
     for (const auto &[path, device] : found)
         width = std::max(width, device.answers ? path.size() : 0);
     for (const auto &[path, device] : found) {
         if (!device.answers)
             continue;
-        if (all.empty() && !settings.json)
+        if (count++ == 0 && !settings.json)
             std::printf("%-*s  %-16s  %-24s  %s\n", static_cast<int>(width), "port", "serial", "build",
                         "service");
-        all.push_back(
-            {{"port", path}, {"serial", device.serial}, {"build", device.build}, {"service", device.state}});
+        Json entry{
+            {"port", path}, {"serial", device.serial}, {"build", device.build}, {"service", device.state}};
         if (!device.kind.empty())
-            all.back()["usb"] = device.kind;
+            entry["usb"] = device.kind;
+        all.push_back(std::move(entry));
         if (!settings.json)
             std::printf("%-*s  %-16s  %-24s  %s\n", static_cast<int>(width), escaped(path, false).c_str(),
                         escaped(device.serial, false).c_str(), escaped(device.build, false).c_str(),
                         escaped(device.state, false).c_str());
     }
     if (settings.json)
-        std::puts(dump(all).c_str());
-    else if (all.empty())
+        std::puts(all.dump(JSON_INDENT).c_str());
+    else if (count == 0)
         std::fputs("station: no port answers\n", stderr);
-    return all.empty() ? NO_ANSWER : SUCCESS;
+    return count == 0 ? NO_ANSWER : SUCCESS;
 }
 
 } // namespace station

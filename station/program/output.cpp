@@ -8,13 +8,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <nlohmann/json.hpp>
 #include <unistd.h>
 
 namespace station
 {
-
-using Json = nlohmann::ordered_json;
 
 static const char *status_word(Verdict verdict)
 {
@@ -49,14 +46,11 @@ Json to_json(const Request &request, const Exchange &exchange, const Result &res
     json["text"] = to_text(result.data);
     json["hex"] = to_hex(result.data);
     json["meaning"] = result.meaning.text.empty() ? std::string(result.word) : result.meaning.text;
-    if (!result.meaning.fields.empty())
-        json["decoded"] = Json::parse(result.meaning.fields);
+    if (result.meaning.fields)
+        json["decoded"] = *result.meaning.fields;
     json["response_size"] = exchange.packet.size();
     return json;
 }
-
-// In ASCII: what a phone answers may hold characters that a terminal obeys.
-std::string dump(const Json &json) { return json.dump(2, ' ', true, Json::error_handler_t::replace); }
 
 void flush_output()
 {
@@ -82,7 +76,7 @@ void print_result(const Settings &settings, const Request &request, const Exchan
         Json json = to_json(request, exchange, result);
         if (settings.raw_hex)
             json["packet"] = to_hex(exchange.packet);
-        std::printf("%s\n", dump(json).c_str());
+        std::printf("%s\n", json.dump(JSON_INDENT).c_str());
         return;
     }
     const std::string head = code_text(request.code) + " " + request.name;
@@ -122,8 +116,9 @@ void print_result(const Settings &settings, const Request &request, const Exchan
 void print_moved(std::FILE *out, const Settings &settings, const std::string &path, const Moved &moved)
 {
     if (settings.json)
-        std::fprintf(out, "%s\n",
-                     dump({{"path", path}, {"bytes", moved.bytes}, {"sha256", moved.digest}}).c_str());
+        std::fprintf(
+            out, "%s\n",
+            Json{{"path", path}, {"bytes", moved.bytes}, {"sha256", moved.digest}}.dump(JSON_INDENT).c_str());
     else
         std::fprintf(out, "%s: %zu bytes, SHA-256 %s\n", path.c_str(), moved.bytes, moved.digest.c_str());
 }
@@ -172,7 +167,7 @@ void print_list(bool json)
                             name.name, one_line(command, name).c_str());
     }
     if (json)
-        std::printf("%s\n", dump(all).c_str());
+        std::printf("%s\n", all.dump(JSON_INDENT).c_str());
     else
         std::printf("%zu commands with %zu codes; `station NAME --help` tells more of one\n",
                     catalogue().size(), command_names().size());

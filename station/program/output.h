@@ -3,16 +3,15 @@
 
 #include "station/catalogue/answer.h"
 #include "station/client/files.h"
+#include "station/text/json.h"
 
-#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 namespace station
 {
 
-nlohmann::ordered_json to_json(const Request &request, const Exchange &exchange, const Result &result);
-// Bytes that are no UTF-8 are replaced.
-std::string dump(const nlohmann::ordered_json &json);
+Json to_json(const Request &request, const Exchange &exchange, const Result &result);
+constexpr int JSON_INDENT = 2; // of JSON that is printed
 
 // Prints one request's outcome as the settings say: answers to standard output, the lack of one to standard
 // error.

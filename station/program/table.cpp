@@ -12,14 +12,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace station
 {
-
-using Json = nlohmann::ordered_json;
 
 namespace
 {
@@ -119,7 +116,7 @@ class JsonRun
     void row(const Json &json)
     {
         std::fputs(rows_++ == 0 ? "{\n  \"lines\": [\n" : ",\n", file_);
-        std::string text = "    " + dump(json);
+        std::string text = "    " + json.dump(JSON_INDENT);
         for (size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at += 5)
             text.insert(at + 1, "    ");
         std::fputs(text.c_str(), file_);
@@ -128,7 +125,7 @@ class JsonRun
     void end(const Json &sums)
     {
         std::fputs(rows_ == 0 ? "{\n  \"lines\": [" : "\n  ]", file_);
-        std::fprintf(file_, "%s,%s\n", rows_ == 0 ? "]" : "", dump(sums).substr(1).c_str());
+        std::fprintf(file_, "%s,%s\n", rows_ == 0 ? "]" : "", sums.dump(JSON_INDENT).substr(1).c_str());
     }
 
   private:

@@ -2,15 +2,13 @@
 
 #include "station/records/columns.h"
 #include "station/records/text.h"
+#include "station/text/json.h"
 #include "station/text/text.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
 namespace station::records
 {
-
-using Json = nlohmann::ordered_json;
 
 static Json to_json(const Column &column)
 {
@@ -24,23 +22,21 @@ static Json to_json(const Column &column)
 
 template <typename Row> static Json to_json(const Row &row)
 {
-    Json json = Json::object();
+    Json json;
     for (const Column &column : columns(row))
         json[column.name] = to_json(column);
     return json;
 }
 
-static std::string dump(const Json &json) { return json.dump(-1, ' ', true, Json::error_handler_t::replace); }
-
-std::string json(const Run &run) { return dump(to_json(run)); }
+std::string json(const Run &run) { return to_json(run).dump(); }
 
 std::string json(const Run &run, const std::vector<Step> &steps)
 {
     Json all = to_json(run);
-    all["steps"] = Json::array();
+    Json &of_steps = all["steps"] = Json::array();
     for (const Step &step : steps)
-        all["steps"].push_back(to_json(step));
-    return dump(all);
+        of_steps.push_back(to_json(step));
+    return all.dump();
 }
 
 // What neither XML takes nor a spreadsheet shows, and a terminal obeys.

@@ -1,8 +1,9 @@
 #include "station/records/tally.h"
 
+#include "station/text/json.h"
+
 #include <algorithm>
 #include <ctime>
-#include <nlohmann/json.hpp>
 #include <tuple>
 
 namespace station::records
@@ -109,26 +110,24 @@ std::vector<Harm> Tally::harms(size_t limit) const
 
 std::string json(const std::vector<PlanYield> &plans, const std::vector<Harm> &harms, int indent)
 {
-    using Json = nlohmann::ordered_json;
     Json json{{"plans", Json::array()}, {"steps", Json::array()}};
-    for (const PlanYield &plan : plans) {
-        json["plans"].push_back({{"plan", plan.plan},
-                                 {"units", plan.units},
-                                 {"first", plan.first},
-                                 {"first_pass", plan.first_pass},
-                                 {"first_pass_yield", nullptr},
-                                 {"passed", plan.passed},
-                                 {"runs", plan.runs}});
-        if (plan.first > 0)
-            json["plans"].back()["first_pass_yield"] =
-                static_cast<double>(plan.first_pass) / static_cast<double>(plan.first);
-    }
+    for (const PlanYield &plan : plans)
+        json["plans"].push_back(
+            {{"plan", plan.plan},
+             {"units", plan.units},
+             {"first", plan.first},
+             {"first_pass", plan.first_pass},
+             {"first_pass_yield",
+              plan.first > 0 ? Json(static_cast<double>(plan.first_pass) / static_cast<double>(plan.first))
+                             : Json()},
+             {"passed", plan.passed},
+             {"runs", plan.runs}});
     for (const Harm &harm : harms)
         json["steps"].push_back({{"step", harm.step.empty() ? Json() : Json(harm.step)},
                                  {"units", harm.units},
                                  {"lost", harm.lost},
                                  {"runs", harm.runs}});
-    return json.dump(indent, ' ', true, Json::error_handler_t::replace);
+    return json.dump(indent);
 }
 
 } // namespace station::records
