@@ -72,8 +72,6 @@ constexpr auto COUNT_PERIOD = std::chrono::milliseconds(250);
 constexpr size_t NODE_TEXT_MAX = 4096, PROPERTIES_MAX = 1024, REQUEST_MAX = 4096;
 constexpr auto HOOK_TIME = std::chrono::seconds(5);
 constexpr int LOG_INFO = 4;
-constexpr size_t BOOT_MESSAGE_SIZE =
-    128; // what the service and recovery use of it; then the rest of the partition
 constexpr size_t BOOT_COMMAND_SIZE = 32;
 constexpr size_t RECOVERY_ARGUMENTS = 64; // their offset
 constexpr size_t RECOVERY_ARGUMENTS_SIZE = 768;

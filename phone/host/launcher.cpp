@@ -55,7 +55,7 @@ static constexpr char OOM_SCORE[] = "1000"; // where memory runs out, the phone 
 
 // The descriptors that bubblewrap hands on to init; init.cpp knows them too, and the last two are
 // bubblewrap's own.
-static constexpr int INIT_PORT = 3, INIT_SHELL = 4, INIT_STATE = 5, BWRAP_ARGUMENTS = 6, BWRAP_FILTER = 7;
+enum { INIT_PORT = 3, INIT_SHELL, INIT_STATE, BWRAP_ARGUMENTS, BWRAP_FILTER };
 
 static pid_t launcher_pid; // of the keeper's handler
 

@@ -1,5 +1,6 @@
 #include "station/line/keeper.h"
 
+#include "station/records/tables.h"
 #include "station/records/text.h"
 
 #include <algorithm>
@@ -107,9 +108,12 @@ void Keeper::step_finished(const Row &row)
     if (step.verdict == records::Verdict::fail && run_.failing.empty())
         run_.failing = step.name;
     if (collects_)
-        steps_.push_back(step);
-    if (recording_)
-        recording_->add(std::move(step));
+        steps_.push_back(records::as_kept(step)); // also what cannot be kept
+    if (!recording_)
+        return;
+    step = recording_->add(std::move(step));
+    if (collects_)
+        steps_.back() = std::move(step);
 }
 
 void Keeper::run_ended(const Ended &ended)

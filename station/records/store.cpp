@@ -131,12 +131,13 @@ void Recording::identify(const std::string &unit)
     run_.unit_is_port = false;
 }
 
-void Recording::add(Step step)
+Step Recording::add(Step step)
 {
     const double since_begin =
         std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin_).count();
     step.number = ++steps_;
     step.began = std::max(since_begin - step.milliseconds, 0.0);
+    step = as_kept(step);
     try {
         store_->inside_->write(false, [&] {
             if (!store_->inside_->tables.insert(run_.id, step))
@@ -148,6 +149,7 @@ void Recording::add(Step step)
                 "step " + std::to_string(step.number) + " (" + step.name + ") was not kept: " + error.what();
         throw;
     }
+    return step;
 }
 
 void Recording::end(Verdict verdict, const std::string &cause)

@@ -55,10 +55,10 @@ class Recording
     // The unit has told its name.
     void identify(const std::string &unit);
 
-    // Keeps a finished step, in a transaction of its own, and gives it its number. A killed process does not
-    // lose it; a power cut may, until the run ends. Throws Error when it is not kept: the run cannot pass any
-    // more.
-    void add(Step step);
+    // Keeps a finished step, in a transaction of its own, with its number and when it began; returns it as it
+    // is kept. A killed process does not lose it; a power cut may, until the run ends. Throws Error when it
+    // is not kept: the run cannot pass any more.
+    Step add(Step step);
 
     // Ends the run. When it returns, all of the run is on the disk, power cut or not. Throws Error when it is
     // not; it may be tried again. A run of which a step was not kept does not pass: it ends as error, and

@@ -83,8 +83,7 @@ static std::optional<std::string> beside(const std::string &kept, const std::str
 
 static double to_microsecond(double milliseconds) { return std::round(milliseconds * 1000) / 1000; }
 
-// As it is kept.
-static Step kept(const Step &step)
+Step as_kept(const Step &step)
 {
     Step kept = step;
     kept.began = to_microsecond(step.began);
@@ -103,7 +102,7 @@ static Step kept(const Step &step)
 bool Tables::insert(const std::string &run, const Step &step)
 {
     insert_step_.bind(run);
-    for (const Column &column : columns(kept(step)))
+    for (const Column &column : columns(as_kept(step)))
         insert_step_.bind(column);
     insert_step_.execute();
     return insert_step_.changes() == 1;

@@ -8,6 +8,9 @@
 namespace station::records
 {
 
+// What is kept of a step: texts that can be shown, times to the microsecond, numbers that are some.
+Step as_kept(const Step &step);
+
 // The statements that write. None begins a transaction or ends one.
 class Tables
 {
