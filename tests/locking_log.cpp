@@ -26,7 +26,7 @@ int __android_log_print(int, const char *, const char *format, ...)
     return 1;
 }
 
-#ifndef __SANITIZE_THREAD__ // which stands in front of it itself
+#ifndef UNDER_THREAD_SANITIZER // which stands in front of it itself
 extern "C" int sigaction(int number, const struct sigaction *action, struct sigaction *before) noexcept
 {
     static auto *const real = reinterpret_cast<decltype(&sigaction)>(dlsym(RTLD_NEXT, "sigaction"));

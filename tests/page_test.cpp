@@ -12,6 +12,7 @@
 
 #include <arpa/inet.h>
 #include <cstdlib>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <nlohmann/json.hpp>
@@ -19,6 +20,8 @@
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
+
+#include "tests/wire.h"
 
 namespace station::page
 {
@@ -133,6 +136,13 @@ TEST(Address, TellsWhatIsWrong)
     EXPECT_THROW(Listener(first.address(), false), page::Error);
     for (const char *weak : {"short", "has blanks in it", "semi;colons;everywhere", "@/no/such"})
         EXPECT_THROW(read_token(weak), page::Error) << weak;
+    for (const size_t length : {11, 257})
+        EXPECT_THROW(read_token(std::string(length, 'x')), page::Error) << length;
+    for (const size_t length : {12, 256})
+        EXPECT_EQ(read_token(std::string(length, 'x')).size(), length);
+    const temporary_folder folder;
+    std::ofstream(folder.path + "/token") << "aZ09-._~aZ09  \r\nmore\n";
+    EXPECT_EQ(read_token("@" + folder.path + "/token"), "aZ09-._~aZ09");
 }
 
 // ---- what is a request

@@ -108,6 +108,7 @@ TEST(Plan, EveryMistakeIsToldWithItsLine)
         {"phase", "phase takes a name"},
         {"include", "include takes a file"},
         {"include /no/such", "cannot read /no/such: No such file or directory"},
+        {"include ./plan", "include ./plan: this file includes itself, by itself or by others"},
         {"include plan", "include plan: this file includes itself, by itself or by others"},
     };
     std::string text, told;

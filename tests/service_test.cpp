@@ -121,7 +121,7 @@ TEST(Service, StopsOnEachSignalButNeverEarly)
     service late("/tmp/late");
     std::vector<std::unique_ptr<service>> refused;
     refused.reserve(3);
-#ifndef __SANITIZE_THREAD__
+#ifndef UNDER_THREAD_SANITIZER
     for (int i = 0; i < 3; i++)
         refused.push_back(
             std::make_unique<service>("/tmp/refused" + std::to_string(i), LOCKING_LOG_FOLDER, signals[i]));

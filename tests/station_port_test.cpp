@@ -2,6 +2,7 @@
 #include "station/client/client.h"
 #include "station/client/encode.h"
 #include "station/client/errors.h"
+#include "station/client/files.h"
 #include "station/plan/run.h"
 #include "station/plan/script.h"
 
@@ -257,6 +258,122 @@ TEST(Port, AStationThatWasStoppedFindsItsAnswer)
     EXPECT_EQ(text_of_answer(Client({path, SOON, 0}).ask({request(), false})), "in time");
     waitpid(phone, nullptr, 0);
     close(listener);
+}
+
+// A phone's shell for files, by what each line of it is about, of which one comes out otherwise.
+struct Shell {
+    std::string about, says;
+    bool is_silent = false;
+    std::string size_after = "0"; // of the part, behind a silence
+    std::vector<std::string> asked = {};
+
+    Reply operator()(const Bytes &packet)
+    {
+        const std::string line = text_of_request(packet);
+        const std::pair<const char *, std::string> usual[] = {
+            {"if [ -L", "ok"}, {"set -C", "0"},  {"base64 -d", "  3"}, {"sha256sum", sha256}, {"mv -f", "ok"},
+            {"rm -f", ""},     {"if [ -f", "3"}, {"count=1", "YWJj"},  {"wc -c", size_after}};
+        for (const auto &[about_this, answer_to_it] : usual) {
+            if (line.find(about_this) == std::string::npos)
+                continue;
+            asked.push_back(about_this);
+            const bool is_other = about == about_this;
+            if (is_other && is_silent) {
+                is_silent = false;
+                about.clear();
+                return {};
+            }
+            return {frame_of(response_to(packet, is_other ? says : answer_to_it, 775))};
+        }
+        return {};
+    }
+    static std::string text_of_request(const Bytes &packet)
+    {
+        return {packet.begin() + DATA_OFFSET, packet.end()};
+    }
+    const std::string sha256 = digest({'a', 'b', 'c'}) + "  -";
+};
+
+// What came of moving "abc" to and from that phone: the error, without the part's random name, or nothing.
+std::string moved(Shell &shell, bool is_push, int retries = 0)
+{
+    const Fixture phone([&](const Bytes &packet, int) { return shell(packet); });
+    Client client = phone.client(retries);
+    std::string part, what;
+    try {
+        if (is_push)
+            push_file(
+                client, {'a', 'b', 'c'}, "/data/x", [](size_t, size_t) {},
+                [&](const std::string &name) { part = name; });
+        else
+            pull_file(
+                client, "/data/x", [](const Bytes &) {}, [](size_t, size_t) {});
+    } catch (const std::exception &error) {
+        what = error.what();
+    }
+    const size_t at = part.empty() ? std::string::npos : what.find(part);
+    return at == std::string::npos ? what : what.replace(at, part.size(), "PART");
+}
+
+TEST(Files, WhatAPhoneSaysIsChecked)
+{
+    const std::string here = "its SHA-256 here is " + digest({'a', 'b', 'c'}) + ", the phone says '0  -'";
+    const struct {
+        bool is_push;
+        const char *about, *says;
+        std::string told;
+    } rows[] = {
+        {true, "", "", ""},
+        {true, "if [ -L", "a link", "/data/x is a link: nothing was written"},
+        {true, "if [ -L", "ERROR", "the phone could not start a shell"},
+        {true, "set -C", "1", "nothing was written: the phone says '1'"},
+        {true, "set -C", "  ", "nothing was written: the phone says '  '"},
+        {true, "base64 -d", "4", "writing stops at byte 0: the phone says '4'"},
+        {true, "sha256sum", "0  -", "the content did not get there whole: " + here},
+        {true, "mv -f", "no", "the file could not be moved to its place: the phone says 'no'"},
+        {false, "", "", ""},
+        {false, "if [ -f", "12x", "nothing can be read: the phone says '12x'"},
+        {false, "if [ -f", "1073741825",
+         "/data/x has 1073741825 bytes; more than 1073741824 are not fetched"},
+        {false, "if [ -f", "99999999999999999999999",
+         "/data/x has 99999999999999999999999 bytes; more than 1073741824 are not fetched"},
+        {false, "count=1", "YW*j", "the phone answers 'YW*j' where a part of the file should come"},
+        {false, "count=1", "YWI=",
+         "the file was changed while it was read, or it cannot be read at all: " +
+             std::string("its SHA-256 here is ") + digest({'a', 'b'}) + ", the phone says '" +
+             digest({'a', 'b', 'c'}) + "  -'"},
+        {false, "sha256sum", "0  -",
+         "the file was changed while it was read, or it cannot be read at all: " + here},
+    };
+    for (const auto &row : rows) {
+        Shell shell{row.about, row.says};
+        EXPECT_EQ(moved(shell, row.is_push), row.told) << row.about;
+        const bool is_begun = row.is_push && !row.told.empty() && shell.asked.size() > 2;
+        EXPECT_EQ(shell.asked.back() == "rm -f", is_begun) << row.about;
+    }
+    Shell stays{"rm -f", "no"};
+    stays.size_after = "x";
+    EXPECT_EQ(moved(stays, true), "");
+}
+
+TEST(Files, AnAnswerThatIsLostIsAskedFor)
+{
+    using Asked = std::vector<std::string>;
+    const Asked begin = {"if [ -L", "set -C", "base64 -d", "wc -c"}, end = {"sha256sum", "mv -f"};
+    const auto with = [&](Asked asked, const Asked &more) {
+        asked.insert(asked.end(), more.begin(), more.end());
+        return asked;
+    };
+    Shell there{"base64 -d", "", true, "3"};
+    EXPECT_EQ(moved(there, true, 1), "");
+    EXPECT_EQ(there.asked, with(begin, end)) << "it got there";
+    Shell lost{"base64 -d", "", true, "0"};
+    EXPECT_EQ(moved(lost, true, 1), "");
+    EXPECT_EQ(lost.asked, with(with(begin, {"base64 -d"}), end)) << "it is sent again";
+    Shell torn{"base64 -d", "", true, "2"};
+    EXPECT_EQ(moved(torn, true, 1), "writing stops at byte 0: the phone says '2'");
+    Shell given_up{"base64 -d", "", true};
+    EXPECT_EQ(moved(given_up, true), "no answer within 0.3 s; a part may be left in PART");
 }
 
 TEST(Run, WaitsForTheRestartedPhone)

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
@@ -113,9 +114,9 @@ static int open_tcp(const std::string &where, Deadline deadline)
 {
     const size_t colon = where.rfind(':');
     const std::string number = where.substr(colon + 1);
-    if (colon < 5 || number.empty() || number.size() > 5 ||
-        number.find_first_not_of("0123456789") != std::string::npos || std::stoi(number) < 1 ||
-        std::stoi(number) > 65535)
+    unsigned short port = 0;
+    const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), port);
+    if (colon < 5 || error != std::errc() || *end || port == 0)
         throw UsageError("'" + where + "' is not tcp:HOST:PORT with a PORT from 1 to 65535");
     std::string host = where.substr(4, colon - 4);
     if (host.size() > 2 && host.front() == '[' && host.back() == ']')
@@ -123,8 +124,8 @@ static int open_tcp(const std::string &where, Deadline deadline)
     addrinfo hints{};
     hints.ai_socktype = SOCK_STREAM;
     addrinfo *found = nullptr;
-    if (const int error = getaddrinfo(host.c_str(), number.c_str(), &hints, &found))
-        throw PortError(where + ": " + gai_strerror(error));
+    if (const int why = getaddrinfo(host.c_str(), number.c_str(), &hints, &found))
+        throw PortError(where + ": " + gai_strerror(why));
     int last_error = ECONNREFUSED;
     int connected = -1;
     for (const addrinfo *entry = found; entry && connected < 0; entry = entry->ai_next) {

@@ -53,7 +53,7 @@ static bool copy(std::FILE *from, std::FILE *to)
 {
     char piece[65536];
     std::rewind(from);
-    for (size_t count = 0; (count = std::fread(piece, 1, sizeof piece, from)) > 0;)
+    while (const size_t count = std::fread(piece, 1, sizeof piece, from))
         std::fwrite(piece, 1, count, to);
     return std::fflush(to) == 0 && !std::ferror(from);
 }

@@ -5,12 +5,12 @@
 #include <cstdint>
 #include <initializer_list>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <type_traits>
 #include <utility>
-#include <variant>
 #include <vector>
 
 namespace station
@@ -20,19 +20,22 @@ namespace station
 class Json
 {
   public:
-    using Member = std::pair<std::string, Json>;
+    using Member = std::pair<const char *, Json>;
 
-    Json() = default; // null
-    Json(std::nullptr_t) {}
+    Json(std::nullptr_t = nullptr);
     template <typename Number, std::enable_if_t<std::is_arithmetic_v<Number>, int> = 0>
-    Json(Number number) : value_(widest(number))
+    Json(Number number) : Json(widest(number))
     {
     }
-    Json(std::string text) : value_(std::move(text)) {}
-    Json(const char *text) : value_(std::string(text)) {}
-    Json(const std::vector<std::string> &texts) : value_(std::vector<Json>(texts.begin(), texts.end())) {}
-    Json(std::initializer_list<Member> members) : value_(std::vector<Member>(members)) {} // an object
-    static Json array() { return std::vector<std::string>(); }
+    Json(std::string text);
+    Json(const char *text);
+    Json(const std::vector<std::string> &texts);
+    Json(std::initializer_list<Member> members); // an object
+    static Json array();
+    Json(const Json &other);
+    Json(Json &&other) noexcept;
+    Json &operator=(Json other) noexcept;
+    ~Json();
 
     // The member of an object, of null too, which becomes one; null when it is new.
     Json &operator[](std::string_view name);
@@ -46,22 +49,27 @@ class Json
 
   private:
     friend struct JsonLibrary;
+    struct Held;
+    struct Number { // one kind of each, so that no conversion is a matter of chance
+        enum { BOOLEAN, SIGNED, UNSIGNED, REAL } kind;
+        int64_t whole;
+        double real;
+    };
 
-    template <typename Number> static auto widest(Number number)
+    Json(Number number);
+
+    template <typename Type> static Number widest(Type number)
     {
-        if constexpr (std::is_same_v<Number, bool>)
-            return number;
-        else if constexpr (std::is_floating_point_v<Number>)
-            return static_cast<double>(number);
-        else if constexpr (std::is_signed_v<Number>)
-            return static_cast<int64_t>(number);
+        if constexpr (std::is_floating_point_v<Type>)
+            return {Number::REAL, 0, static_cast<double>(number)};
         else
-            return static_cast<uint64_t>(number);
+            return {std::is_same_v<Type, bool> ? Number::BOOLEAN
+                    : std::is_signed_v<Type>   ? Number::SIGNED
+                                               : Number::UNSIGNED,
+                    static_cast<int64_t>(number), 0};
     }
 
-    std::variant<std::nullptr_t, bool, int64_t, uint64_t, double, std::string, std::vector<Json>,
-                 std::vector<Member>>
-        value_;
+    std::unique_ptr<Held> held_;
 };
 
 // The members of an object whose values are texts, every one; nothing when `json` is something else.
