@@ -44,6 +44,16 @@ TEST(Screen, HasALineASlotAndKeepsToTheTerminal)
                      "  2 CV00000001               [####################] \033[1;31mFAIL\033[0m",
                      "    name: ERROR / because: \\x1b[2Jgone",
                      "  3 Gerät-\\xff               [....................] waits for a phone", "below"}));
+    const std::string head = "  1 CV00000001";
+    EXPECT_EQ(screen_lines({tests}, "", 60, 9).at(0),
+              head + std::string(13, ' ') + "[####............] 6/20 cell volt");
+    EXPECT_EQ(screen_lines({tests}, "", 40, 9).at(0), head + "   [#.....] 6/20 cell volt");
+    EXPECT_EQ(screen_lines({tests}, "", 20, 9).at(0), head + " [#...] ");
+    tests.failing = "name";
+    EXPECT_EQ(screen_lines({tests}, "", 99, 9).at(0).substr(52), "6/20 cell voltage  (has failed)");
+    tests.phase = SlotState::Phase::refused;
+    tests.done = 21;
+    EXPECT_EQ(screen_lines({tests}, "", 99, 9).at(0).substr(29), "[####################] refused");
     failed.end = End::pass;
     failed.cause.clear();
     EXPECT_EQ(screen_lines({failed}, "", 79, 23).at(0).substr(52), "\033[1;32mPASS\033[0m");

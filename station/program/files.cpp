@@ -99,7 +99,7 @@ int serve_pull(const std::vector<std::string> &words, Settings &settings)
     if (kept)
         kept->keep();
     else if (!copy(waiting.get(), stdout))
-        return NO_OUTPUT; // as main tells at the end of all output
+        throw OutputError(std::string("cannot write the output: ") + std::strerror(errno));
     print_moved(kept ? stdout : stderr, settings, kept ? file : path, moved);
     return SUCCESS;
 }

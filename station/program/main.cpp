@@ -253,6 +253,8 @@ int main(int count, char **words)
     // An output that nobody reads any more is an error to tell of, not a silent end.
     std::signal(SIGPIPE, SIG_IGN);
     const int status = station::serve(count, words);
+    if (status == station::NO_OUTPUT) // and it was told
+        return status;
     try {
         station::flush_output();
     } catch (const station::OutputError &error) {
