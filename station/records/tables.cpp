@@ -102,7 +102,7 @@ Step as_kept(const Step &step)
 bool Tables::insert(const std::string &run, const Step &step)
 {
     insert_step_.bind(run);
-    for (const Column &column : columns(as_kept(step)))
+    for (const Column &column : columns(step))
         insert_step_.bind(column);
     insert_step_.execute();
     return insert_step_.changes() == 1;

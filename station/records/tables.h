@@ -19,7 +19,7 @@ class Tables
 
     void insert(const Run &run, int64_t owner);
     // Each of these is for a run that is not closed yet; false when it is, or is not there.
-    bool insert(const std::string &run, const Step &step);
+    bool insert(const std::string &run, const Step &step); // as_kept
     bool identify(const std::string &run, const std::string &unit);
     bool end(const std::string &run, Time ended, Verdict verdict, const std::string &cause);
 

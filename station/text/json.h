@@ -23,8 +23,8 @@ class Json
     using Member = std::pair<const char *, Json>;
 
     Json(std::nullptr_t = nullptr);
-    template <typename Number, std::enable_if_t<std::is_arithmetic_v<Number>, int> = 0>
-    Json(Number number) : Json(widest(number))
+    template <typename Type, std::enable_if_t<std::is_arithmetic_v<Type>, int> = 0>
+    Json(Type number) : Json(widest(number))
     {
     }
     Json(std::string text);
