@@ -21,20 +21,6 @@ namespace host
 
 static constexpr int LISTEN_BACKLOG = 4096; // the kernel cuts it to net.core.somaxconn
 
-int Fd::release()
-{
-    const int fd = fd_;
-    fd_ = -1;
-    return fd;
-}
-
-void Fd::reset(int fd)
-{
-    if (fd_ >= 0)
-        close(fd_);
-    fd_ = fd;
-}
-
 void die(const std::string &what)
 {
     fprintf(stderr, "phone: %s\n", what.c_str());

@@ -8,31 +8,12 @@
 
 #include <sys/types.h>
 
+#include "descriptor.h"
+
 namespace host
 {
 
-// Owns a descriptor; -1 is none.
-class Fd
-{
-  public:
-    explicit Fd(int fd = -1) : fd_(fd) {}
-    Fd(Fd &&other) noexcept : fd_(other.release()) {}
-    Fd &operator=(Fd &&other) noexcept
-    {
-        reset(other.release());
-        return *this;
-    }
-    Fd(const Fd &) = delete;
-    Fd &operator=(const Fd &) = delete;
-    ~Fd() { reset(-1); }
-    [[nodiscard]] int get() const { return fd_; }
-    [[nodiscard]] explicit operator bool() const { return fd_ >= 0; }
-    int release();
-    void reset(int fd);
-
-  private:
-    int fd_;
-};
+using Fd = owned::descriptor;
 
 // Ends the program with a message and status 1; `error` adds what errno tells.
 [[noreturn]] void die(const std::string &what);

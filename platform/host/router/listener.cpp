@@ -17,9 +17,9 @@ static constexpr char PORT_VARIABLE[] = "DIAG_PORT";         // environment: the
 static constexpr char INHERITED_VARIABLE[] = "DIAG_PORT_FD"; // or: a descriptor that listens already
 static constexpr char DEFAULT_PORT[] = "/dev/socket/diag/port";
 
-static descriptor make_socket()
+static owned::descriptor make_socket()
 {
-    return descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    return owned::descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
 }
 
 bool listener::fail(const char *what) const
@@ -52,7 +52,7 @@ bool listener::path_is_free() const
         errno = ENOTSOCK;
         return fail("will not replace");
     }
-    const descriptor probe = make_socket();
+    const owned::descriptor probe = make_socket();
     if (!probe)
         return fail("cannot make a socket for");
     sockaddr_un address{};
@@ -74,7 +74,7 @@ bool listener::listen_at_path()
         errno = ENAMETOOLONG;
         return fail("cannot listen at");
     }
-    descriptor fresh = make_socket();
+    owned::descriptor fresh = make_socket();
     unlink(address.sun_path); // of a process of the same id, long gone
     if (!fresh || bind(fresh.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
         return fail("cannot make a socket for");
@@ -102,7 +102,7 @@ bool listener::take_inherited(const char *number)
         return fail("cannot listen at");
     }
     inherited_ = true;
-    socket_ = descriptor(static_cast<int>(fd));
+    socket_ = owned::descriptor(static_cast<int>(fd));
     fcntl(socket(), F_SETFD, FD_CLOEXEC);
     fcntl(socket(), F_SETFL, O_RDWR | O_NONBLOCK);
     return true;
@@ -114,9 +114,9 @@ bool listener::open()
     return number ? take_inherited(number) : choose_path() && path_is_free() && listen_at_path();
 }
 
-descriptor listener::accept() const
+owned::descriptor listener::accept() const
 {
-    return descriptor(accept4(socket(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    return owned::descriptor(accept4(socket(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
 }
 
 void listener::give_up_name() const

@@ -18,7 +18,7 @@ class listener
     [[nodiscard]] int socket() const { return socket_.get(); }
 
     // The next station; none, and errno, when there is none or no descriptor for it.
-    [[nodiscard]] descriptor accept() const;
+    [[nodiscard]] owned::descriptor accept() const;
 
     // From then on another process may take the name. Whoever has opened it gives it up, before it closes.
     void give_up_name() const;
@@ -33,7 +33,7 @@ class listener
     [[nodiscard]] bool listen_at_path();
 
     char path_[sizeof(sockaddr_un::sun_path)] = "";
-    descriptor socket_;
+    owned::descriptor socket_;
     bool inherited_ = false;
 };
 

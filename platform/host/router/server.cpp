@@ -39,8 +39,8 @@ bool server::open()
 {
     if (!listener_.open())
         return false;
-    epoll_ = descriptor(epoll_create1(EPOLL_CLOEXEC));
-    waker_ = descriptor(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
+    epoll_ = owned::descriptor(epoll_create1(EPOLL_CLOEXEC));
+    waker_ = owned::descriptor(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
     if (epoll_ && waker_ && watch(listener_.socket(), EPOLLIN, &listener_, EPOLL_CTL_ADD) &&
         watch(waker_.get(), EPOLLIN, &waker_, EPOLL_CTL_ADD))
         return true;
@@ -103,7 +103,7 @@ static bool in_handlers_share(int fd)
 void server::admit()
 {
     newcomer_ = false;
-    descriptor socket = listener_.accept();
+    owned::descriptor socket = listener_.accept();
     if (!socket) {
         if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
             // Whoever waits keeps waiting, and the next tick tries again.
@@ -121,7 +121,7 @@ void server::admit()
         }
         counted_.parted++;
         let_go(other);
-        socket = descriptor(fcntl(socket.get(), F_DUPFD_CLOEXEC, 0)); // to the number that is free now
+        socket = owned::descriptor(fcntl(socket.get(), F_DUPFD_CLOEXEC, 0)); // to the number that is free now
         if (!socket)
             return;
     }

@@ -65,8 +65,8 @@ class server
     [[nodiscard]] bool tick();
 
     listener listener_;
-    descriptor epoll_;
-    descriptor waker_; // an eventfd
+    owned::descriptor epoll_;
+    owned::descriptor waker_; // an eventfd
 
     std::atomic<bool> stopping_{false};
     std::atomic<unsigned> code_{0};

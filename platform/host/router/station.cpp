@@ -17,7 +17,7 @@ static constexpr size_t OUTPUTS_MAX = size_t{64}
 // Of one thread's stations, but a thread that was left behind may have come to its end just now.
 static std::atomic<size_t> all_pending{0};
 
-station::station(descriptor socket) : socket_(std::move(socket))
+station::station(owned::descriptor socket) : socket_(std::move(socket))
 {
     decoder_.length = 0;
     decoder_.escaped = decoder_.closed = decoder_.oversized = false;

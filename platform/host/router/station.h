@@ -20,7 +20,7 @@ using station_list = std::list<std::unique_ptr<station>>;
 class station
 {
   public:
-    explicit station(descriptor socket);
+    explicit station(owned::descriptor socket);
     ~station();
     station(const station &) = delete;
     station &operator=(const station &) = delete;
@@ -79,7 +79,7 @@ class station
     // What the socket took, 0 when it is full, or -1 when it is broken.
     [[nodiscard]] ssize_t send_some(const uint8_t *bytes, size_t length) const;
 
-    descriptor socket_;
+    owned::descriptor socket_;
     bool ended_ = false;
     byte_queue output_;
     size_t input_begin_ = 0;

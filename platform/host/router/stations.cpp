@@ -18,7 +18,7 @@ static constexpr int64_t NEWCOMER_MS = 100; // when it has not asked anything ye
 
 // A station itself is large and asked for from outside: without memory it is refused. What list and queue
 // need for it is a few dozen bytes, and a process that has not got these may end.
-station *stations::add(descriptor socket)
+station *stations::add(owned::descriptor socket)
 {
     auto *s = new (std::nothrow) station(std::move(socket));
     if (s) {

@@ -12,7 +12,7 @@ class stations
 {
   public:
     // Null: there is no memory for one more.
-    [[nodiscard]] station *add(descriptor socket);
+    [[nodiscard]] station *add(owned::descriptor socket);
 
     // Closes its connection.
     void remove(station *s);
