@@ -3,7 +3,8 @@
 // long.
 #pragma once
 
-#include "station/page/feed.h"
+#include "platform/owned/descriptor.h"
+#include "station/page/connection.h"
 #include "station/page/http.h"
 
 #include <atomic>
@@ -30,6 +31,7 @@ struct Limits {
     std::chrono::milliseconds event{10'000};   // for the whole of an event
     std::chrono::milliseconds silence{2'000};  // of a feed, behind which it is told that it lives
     std::chrono::milliseconds look{200};       // between two looks at the line
+    std::chrono::milliseconds records{15'000}; // that one request may ask them
 };
 
 class Door
@@ -40,33 +42,27 @@ class Door
     Door(int listener, const Limits &limits, Feed &feed,
          std::function<bool(uint64_t connection, std::string request, size_t head)> give,
          std::function<void()> tick);
-    ~Door();
     Door(const Door &) = delete;
     Door &operator=(const Door &) = delete;
 
     void open();
-    void close(); // at once, whatever is going on
+    void close(); // at once, whatever is going on; what was opened has to be closed
     void done(uint64_t connection, Served served);
 
   private:
-    struct Connection;
-
     void serve();
-    void accept_some();
-    void turn_away(int descriptor);
+    void accept_one();
     bool make_room();
     void receive(Connection &connection);
     void look_for_request(Connection &connection);
     void refuse(Connection &connection, int status, const char *why);
     void take_replies();
-    void begin_feed(Connection &connection);
-    void feed_all();
-    void next_event(Connection &connection);
+    void send_bytes(Connection &connection, Bytes bytes, Connection::Phase next);
     void send_some(Connection &connection);
-    void sent_all(Connection &connection);
+    void feed_all();
     void let_go_of_the_late();
     size_t feeds() const;
-    void wake() const;
+    size_t to_send() const;
 
     const int listener_;
     const Limits limits_;
@@ -75,9 +71,8 @@ class Door
     std::function<void()> tick_;
     std::map<uint64_t, Connection> connections_; // the oldest first
     uint64_t last_ = 0;
-    size_t to_send_ = 0;
-    Clock::time_point looked_{}, accepts_again_{};
-    int wake_ = -1;
+    Clock::time_point accepts_again_{};
+    owned::descriptor wake_;
     std::atomic<bool> ends_{false};
     std::mutex mutex_; // of the replies
     std::vector<std::pair<uint64_t, Served>> replies_;

@@ -5,6 +5,8 @@
 #include "station/records/text.h"
 #include "station/text/json.h"
 
+#include <algorithm>
+
 namespace station::page
 {
 
@@ -14,14 +16,12 @@ static constexpr size_t ENDED_MAX = 64; // what a page has missed beyond that it
 std::string shown(const std::string &text, size_t longest)
 {
     std::string cleaned = records::clean(std::string_view(text).substr(0, longest + 4));
-    if (cleaned.size() > longest || text.size() > longest) {
-        size_t end = std::min(longest, cleaned.size());
-        while (end > 0 && end < cleaned.size() && (cleaned[end] & 0xC0) == 0x80)
-            end--;
-        cleaned.resize(end);
-        cleaned += "…";
-    }
-    return cleaned;
+    if (cleaned.size() <= longest)
+        return cleaned;
+    size_t end = longest;
+    while ((cleaned[end] & 0xC0) == 0x80) // within a character
+        end--;
+    return cleaned.substr(0, end) + "…";
 }
 
 static Bytes bytes(std::string text) { return std::make_shared<const std::string>(std::move(text)); }
@@ -124,24 +124,19 @@ std::string Feed::state() const
 Snapshot Feed::now(std::chrono::milliseconds age)
 {
     const std::lock_guard<std::mutex> lock(looking_);
-    if (snapshot_.version > 0 && Clock::now() - looked_ < age)
+    if (snapshot_.json && Clock::now() - looked_ < age)
         return snapshot_;
-    std::string fresh = state();
+    const std::string fresh = state();
     looked_ = Clock::now();
-    const bool has_changed = snapshot_.version == 0 || fresh != state_;
-    state_ = std::move(fresh);
-    snapshot_.version += has_changed ? 1 : 0;
-    const std::string json =
-        state_.substr(0, state_.size() - 1) + ",\"time\":\"" + records::time_text(records::now()) + "\"}";
+    std::string json = fresh;
+    json.pop_back();
+    json += ",\"time\":\"" + records::time_text(records::now()) + "\"}";
     snapshot_.json = bytes(json);
-    if (has_changed)
+    if (fresh != state_) {
+        state_ = fresh;
+        snapshot_.version++;
         snapshot_.event = bytes(event("slots", json));
-    return snapshot_;
-}
-
-Snapshot Feed::last()
-{
-    const std::lock_guard<std::mutex> lock(looking_);
+    }
     return snapshot_;
 }
 
@@ -157,20 +152,32 @@ void Feed::run_ended(const records::Run &run)
         ended_.pop_front();
 }
 
-std::vector<RunEvent> Feed::ended_after(uint64_t number) const
+RunEvent Feed::ended_after(uint64_t number) const
 {
     const std::lock_guard<std::mutex> lock(mutex_);
-    std::vector<RunEvent> after;
-    for (const RunEvent &each : ended_)
-        if (each.number > number)
-            after.push_back(each);
-    return after;
+    const auto first = std::find_if(ended_.begin(), ended_.end(),
+                                    [&](const RunEvent &each) { return each.number > number; });
+    return first == ended_.end() ? RunEvent() : *first;
 }
 
 uint64_t Feed::last_ended() const
 {
     const std::lock_guard<std::mutex> lock(mutex_);
     return numbers_;
+}
+
+Bytes Reader::next(std::chrono::milliseconds age)
+{
+    const RunEvent ended = feed_.ended_after(ended_);
+    if (ended.event) {
+        ended_ = ended.number;
+        return ended.event;
+    }
+    const Snapshot snapshot = feed_.now(age);
+    if (snapshot.version == version_)
+        return nullptr;
+    version_ = snapshot.version;
+    return snapshot.event;
 }
 
 } // namespace station::page

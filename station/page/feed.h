@@ -53,10 +53,10 @@ class Feed
 
     // Looked at anew when the last look is older than `age`.
     Snapshot now(std::chrono::milliseconds age);
-    Snapshot last();
 
-    // The runs that have ended behind the one of this number, as far as they are still kept here.
-    std::vector<RunEvent> ended_after(uint64_t number) const;
+    // The first run that has ended behind the one of this number and is still kept here; no event when there
+    // is none.
+    RunEvent ended_after(uint64_t number) const;
     uint64_t last_ended() const;
 
   private:
@@ -71,6 +71,21 @@ class Feed
     mutable std::mutex mutex_; // of the runs that have ended: the line's threads take it
     std::deque<RunEvent> ended_;
     uint64_t numbers_ = 0;
+};
+
+// How far one page has got. It gets the runs that end from now on, then the line's state as it is. What lies
+// between two states that it was too slow for, it never gets.
+class Reader
+{
+  public:
+    explicit Reader(Feed &feed) : feed_(feed), ended_(feed.last_ended()) {}
+
+    // The next event, the line's state no older than `age`; null when it has got all.
+    Bytes next(std::chrono::milliseconds age);
+
+  private:
+    Feed &feed_;
+    uint64_t version_ = 0, ended_;
 };
 
 // A phone's or a plan's text as it is shown: valid UTF-8, and no more than so many bytes of it.

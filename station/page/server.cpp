@@ -20,7 +20,7 @@ struct Server::Inside {
               },
               [this] { workers.look(); }),
           workers(
-              WORKERS, [this, side] { return std::make_unique<Api>(shared, side); },
+              WORKERS, limits.records, [this, side] { return std::make_unique<Api>(shared, side); },
               [this](Api &api, const Request &request) {
                   const std::optional<Reply> stopped = guard.stops(request);
                   return stopped ? *stopped : api.answer(request);

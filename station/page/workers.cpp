@@ -5,12 +5,12 @@ namespace station::page
 
 static constexpr size_t WAITING_MAX = 64;
 static constexpr auto ENDING = std::chrono::milliseconds(5);
-static constexpr auto LONGEST = std::chrono::seconds(15); // that one request may ask the records
 
-Workers::Workers(size_t count, const std::function<std::unique_ptr<Api>()> &make,
+Workers::Workers(size_t count, std::chrono::milliseconds longest,
+                 const std::function<std::unique_ptr<Api>()> &make,
                  std::function<Reply(Api &, const Request &)> answer,
                  std::function<void(uint64_t, Served)> done)
-    : answer_(std::move(answer)), done_(std::move(done))
+    : longest_(longest), answer_(std::move(answer)), done_(std::move(done))
 {
     for (size_t i = 0; i < count; i++) {
         workers_.push_back(std::make_unique<Worker>());
@@ -50,7 +50,7 @@ void Workers::look()
     const auto now = Clock::now();
     const std::lock_guard<std::mutex> lock(mutex_);
     for (const std::unique_ptr<Worker> &worker : workers_)
-        if (worker->since != Clock::time_point() && now - worker->since > LONGEST)
+        if (worker->since != Clock::time_point() && now - worker->since > longest_)
             worker->api->interrupt();
 }
 

@@ -21,8 +21,10 @@ namespace station::page
 class Workers
 {
   public:
-    // Every thread has an api of its own. `done` is called by them.
-    Workers(size_t count, const std::function<std::unique_ptr<Api>()> &make,
+    // Every thread has an api of its own, and asks the records for no longer than `longest` at once. `done`
+    // is called by them.
+    Workers(size_t count, std::chrono::milliseconds longest,
+            const std::function<std::unique_ptr<Api>()> &make,
             std::function<Reply(Api &, const Request &)> answer,
             std::function<void(uint64_t connection, Served served)> done);
     ~Workers(); // interrupts what is asked of the records
@@ -50,6 +52,7 @@ class Workers
 
     void work(Worker &worker);
 
+    const std::chrono::milliseconds longest_;
     std::function<Reply(Api &, const Request &)> answer_;
     std::function<void(uint64_t, Served)> done_;
     std::mutex mutex_;
