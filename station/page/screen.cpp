@@ -1,14 +1,16 @@
 #include "station/page/screen.h"
 
 #include "phone/shell_wire.h"
+#include "platform/owned/descriptor.h"
 #include "station/records/text.h"
 #include "station/text/json.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <filesystem>
 #include <poll.h>
+#include <regex>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -19,6 +21,7 @@ namespace station::page
 {
 
 using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
 
 static constexpr auto PATIENCE = milliseconds(1000);
 static constexpr auto PAUSE = milliseconds(500); // between two looks at a phone
@@ -26,7 +29,7 @@ static constexpr auto PAUSE_AFTER_NONE = milliseconds(5000);
 static constexpr auto BREATH = milliseconds(60); // between looks at all: a look costs a phone's process
 static constexpr auto FIRST = milliseconds(400); // that the first one is waited for
 static constexpr auto FORGET = std::chrono::seconds(3); // what nobody has asked for
-static constexpr size_t PRINTED_MAX = 400, SEEN_MAX = 256;
+static constexpr size_t PRINTED_MAX = 400;
 
 // The shell's own words and no program: a process for each look. FIELD|FIELD|...
 static constexpr char LOOK[] =
@@ -35,78 +38,54 @@ static constexpr char LOOK[] =
     "f /dev/state/display; f /dev/state/refresh_rate; f brightness; f max_brightness; f /dev/state/picture\n"
     "f /sys/rgb/name; f /sys/rgb/mcu_control; f /sys/bus/i2c/devices/1-002c/mmi_cali; f /sys/rgb_led1/mmi\n";
 
-namespace
-{
-
-struct Descriptor {
-    explicit Descriptor(int number) : fd(number) {}
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-    ~Descriptor()
-    {
-        if (fd >= 0)
-            close(fd);
-    }
-    int fd;
-};
-
-} // namespace
-
 // The phone's folder, when its port is the "port" of one.
-static int open_folder(const std::string &port)
+static owned::descriptor open_folder(const std::filesystem::path &port)
 {
-    static constexpr char NAME[] = "/port";
-    if (port.size() < sizeof NAME || port.compare(port.size() - 5, 5, NAME) != 0)
-        return -1;
-    const int folder =
-        open(port.substr(0, port.size() - 5).c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (port.filename() != "port")
+        return {};
+    owned::descriptor folder(
+        open(port.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     struct stat status = {};
-    const bool is_own = folder >= 0 && fstat(folder, &status) == 0 && status.st_uid == geteuid() &&
+    const bool is_own = fstat(folder.get(), &status) == 0 && status.st_uid == geteuid() &&
                         (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
-    if (folder >= 0 && !is_own)
-        close(folder);
-    return is_own ? folder : -1;
+    return is_own ? std::move(folder) : owned::descriptor();
 }
 
-static bool has_shell(int folder)
+static bool has_shell(const owned::descriptor &folder)
 {
     struct stat status = {};
-    return folder >= 0 && fstatat(folder, "shell", &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+    return folder && fstatat(folder.get(), "shell", &status, AT_SYMLINK_NOFOLLOW) == 0 &&
            S_ISSOCK(status.st_mode) && status.st_uid == geteuid();
 }
 
-bool has_screen(const std::string &port)
-{
-    const Descriptor folder(open_folder(port));
-    return has_shell(folder.fd);
-}
+bool has_screen(const std::string &port) { return has_shell(open_folder(port)); }
 
 // What the look has printed; nothing when the phone has no shell or takes too long.
 static std::string ask_shell(const std::string &port, milliseconds patience)
 {
-    const Descriptor folder(open_folder(port));
-    if (!has_shell(folder.fd))
+    const owned::descriptor folder = open_folder(port);
+    if (!has_shell(folder))
         return {};
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
-    std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/shell", folder.fd);
-    const Descriptor phone(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (phone.fd < 0 || connect(phone.fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+    std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/shell", folder.get());
+    const owned::descriptor phone(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (connect(phone.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
         return {};
     const std::string open = std::string(5, '\0') + "dumb" + '\0' + LOOK;
     const std::string asked =
         shell_wire::encode(shell_wire::OPEN, open) + shell_wire::encode(shell_wire::INPUT, "");
-    if (send(phone.fd, asked.data(), asked.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(asked.size()))
+    if (send(phone.get(), asked.data(), asked.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(asked.size()))
         return {};
     std::string received, printed;
-    for (const auto end = std::chrono::steady_clock::now() + patience;;) {
-        const auto left =
-            std::chrono::duration_cast<milliseconds>(end - std::chrono::steady_clock::now()).count();
-        pollfd answer = {phone.fd, POLLIN, 0};
-        if (left <= 0 || poll(&answer, 1, static_cast<int>(left)) <= 0)
-            return {};
-        char some[1024];
-        const ssize_t count = recv(phone.fd, some, sizeof some, 0);
+    for (const auto end = Clock::now() + patience; Clock::now() < end;) {
+        pollfd answer = {};
+        answer.fd = phone.get();
+        answer.events = POLLIN;
+        const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
+        poll(&answer, 1, static_cast<int>(left.count()));
+        char some[PRINTED_MAX];
+        const ssize_t count = read(phone.get(), some, sizeof some);
         if (count <= 0)
             return {};
         received.append(some, static_cast<size_t>(count));
@@ -116,28 +95,50 @@ static std::string ask_shell(const std::string &port, milliseconds patience)
             if (frame.kind == shell_wire::OUTPUT)
                 printed += frame.bytes;
         }
-        if (printed.size() > PRINTED_MAX || received.size() > PRINTED_MAX)
+        if (printed.size() + received.size() > PRINTED_MAX)
             return {};
     }
+    return {};
 }
 
-static bool is_made_of(const std::string &text, const char *characters)
+static bool is_like(const std::string &text, const char *pattern)
 {
-    return !text.empty() && text.find_first_not_of(characters) == std::string::npos;
+    return std::regex_match(text, std::regex(pattern));
 }
 
 static Json number(const std::string &text)
 {
-    return is_made_of(text, "0123456789") && text.size() <= 5 ? Json(std::stoi(text)) : Json();
+    return is_like(text, "[0-9]{1,5}") ? Json(std::stoi(text)) : Json();
 }
 
-// "FF0000 10"
 static Json picture(const std::string &text)
 {
-    if (text.size() < 8 || text.size() > 10 || text[6] != ' ' ||
-        !is_made_of(text.substr(0, 6), "0123456789ABCDEF") || !is_made_of(text.substr(7), "0123456789"))
+    std::smatch parts;
+    if (!std::regex_match(text, parts, std::regex("([0-9A-F]{6}) ([0-9]{1,3})")))
         return nullptr;
-    return {{"color", text.substr(0, 6)}, {"margin", std::min(std::stoi(text.substr(7)), 100)}};
+    return {{"color", parts.str(1)}, {"margin", std::min(std::stoi(parts.str(2)), 100)}};
+}
+
+static const char *color_of_newer(int selector)
+{
+    static constexpr const char *COLORS[] = {"green", "red", "blue"};
+    return selector < static_cast<int>(std::size(COLORS)) ? COLORS[selector] : "";
+}
+
+// Of all lamps, or of one of its channels, of which five have a colour.
+static const char *color_of_older(int selector)
+{
+    switch (selector) {
+    case 0x10:
+        return "red";
+    case 0x20:
+        return "green";
+    case 0x30:
+        return "blue";
+    default:
+        const int channel = selector - 0x40;
+        return channel < 0 ? "" : channel % 16 < 5 ? "red" : channel % 16 < 10 ? "green" : "blue";
+    }
 }
 
 // What a light's driver was told last. The newer chip: two digits of a colour and two of a brightness, the
@@ -145,26 +146,20 @@ static Json picture(const std::string &text)
 static Json lamp(const std::string &chip, const std::string &newer, const std::string &older,
                  const std::string &lit_switch)
 {
+    static const std::regex NEWER("([[:xdigit:]]{2})([[:xdigit:]]{2})");
+    static const std::regex OLDER("[[:xdigit:]]{2}([[:xdigit:]]{2})([[:xdigit:]]{2})[[:xdigit:]]{2}");
     const bool is_old = chip == "aw9120_led";
     std::string told = is_old ? older : newer;
     std::replace(told.begin(), told.end(), ' ', '0');
-    const bool is_off = told == "0000" || told.empty();
-    if ((!is_off && told.size() != (is_old ? 8U : 4U)) ||
-        (!is_off && !is_made_of(told, "0123456789ABCDEFabcdef")))
-        return nullptr;
     std::string color;
     int brightness = 0;
-    if (!is_off) {
-        static constexpr const char *NEW[] = {"green", "red", "blue"};
-        const auto hex = [&](size_t at) { return std::stoi(told.substr(at, 2), nullptr, 16); };
-        const int selector = is_old ? hex(2) : hex(0);
-        brightness = is_old ? hex(4) : hex(2);
-        if (!is_old)
-            color = selector < 3 ? NEW[selector] : "";
-        else if (selector >= 0x40) // a channel of five a colour
-            color = (selector & 15) < 5 ? "red" : (selector & 15) < 10 ? "green" : "blue";
-        else
-            color = selector == 0x10 ? "red" : selector == 0x20 ? "green" : selector == 0x30 ? "blue" : "";
+    if (!told.empty() && told != "0000") {
+        std::smatch parts;
+        if (!std::regex_match(told, parts, is_old ? OLDER : NEWER))
+            return nullptr;
+        const int selector = std::stoi(parts.str(1), nullptr, 16);
+        brightness = std::stoi(parts.str(2), nullptr, 16);
+        color = is_old ? color_of_older(selector) : color_of_newer(selector);
     }
     const bool is_lit = brightness > 0 && !color.empty();
     Json shown{{"on", is_lit}, {"color", is_lit ? Json(color) : Json()}, {"brightness", brightness}};
@@ -208,11 +203,9 @@ Screens::~Screens()
 std::string Screens::of(const std::string &port)
 {
     std::unique_lock<std::mutex> lock(mutex_);
-    if (seen_.size() >= SEEN_MAX && seen_.count(port) == 0)
-        return screen_json("");
     seen_[port].wanted = Clock::now();
     changed_.notify_all();
-    changed_.wait_for(lock, FIRST, [&] { return ends_ || !seen_[port].json.empty(); });
+    changed_.wait_for(lock, FIRST, [&] { return !seen_[port].json.empty(); });
     return seen_[port].json.empty() ? screen_json("") : seen_[port].json;
 }
 
@@ -220,23 +213,16 @@ void Screens::look()
 {
     for (std::unique_lock<std::mutex> lock(mutex_); !ends_;) {
         const auto now = Clock::now();
-        std::string port;
-        auto oldest = Clock::time_point::max();
-        for (auto each = seen_.begin(); each != seen_.end();) {
-            if (now - each->second.wanted > FORGET) {
-                each = seen_.erase(each);
-                continue;
-            }
-            if (each->second.next <= now && each->second.next < oldest) {
-                oldest = each->second.next;
-                port = each->first;
-            }
-            ++each;
-        }
-        if (port.empty()) {
+        for (auto each = seen_.begin(); each != seen_.end();)
+            each = now - each->second.wanted > FORGET ? seen_.erase(each) : std::next(each);
+        const auto due = std::min_element(seen_.begin(), seen_.end(), [](const auto &a, const auto &b) {
+            return a.second.next < b.second.next;
+        });
+        if (due == seen_.end() || due->second.next > now) {
             changed_.wait_for(lock, seen_.empty() ? FORGET : BREATH);
             continue;
         }
+        const std::string port = due->first;
         lock.unlock();
         const std::string printed = ask_shell(port, PATIENCE);
         const std::string json = screen_json(printed);
