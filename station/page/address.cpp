@@ -2,20 +2,19 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <cctype>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <fstream>
 #include <memory>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
-#include <vector>
 
 namespace station::page
 {
 
-static constexpr int BACKLOG = 128;
 static constexpr size_t TOKEN_MIN = 12, TOKEN_MAX = 256;
 
 Address parse_address(const std::string &text)
@@ -36,11 +35,10 @@ Address parse_address(const std::string &text)
         refuse(": an address with colons stands in brackets");
     if (address.host.empty())
         refuse(": the address is missing; 127.0.0.1 is this machine's own");
-    const bool is_number =
-        !port.empty() && port.size() <= 5 && port.find_first_not_of("0123456789") == std::string::npos;
-    if (!is_number || std::stoul(port) > UINT16_MAX)
+    const char *const end = port.data() + port.size();
+    const auto [behind, error] = std::from_chars(port.data(), end, address.port);
+    if (error != std::errc() || behind != end)
         refuse(": the port is a number up to 65535");
-    address.port = static_cast<uint16_t>(std::stoul(port));
     return address;
 }
 
@@ -53,12 +51,12 @@ std::string text_of(const Address &address)
 std::string read_token(const std::string &text)
 {
     std::string token = text;
-    if (!text.empty() && text[0] == '@') {
-        std::ifstream lines(text.substr(1));
-        if (!lines || !std::getline(lines, token))
-            throw Error("--token: " + text.substr(1) + " cannot be read: " + std::strerror(errno));
-        while (!token.empty() && (token.back() == '\r' || token.back() == ' '))
-            token.pop_back();
+    if (text.rfind('@', 0) == 0) {
+        const std::string file = text.substr(1);
+        std::ifstream lines(file);
+        if (!std::getline(lines, token))
+            throw Error("--token: " + file + " cannot be read: " + std::strerror(errno));
+        token.erase(token.find_last_not_of("\r ") + 1);
     }
     const bool is_plain = std::all_of(token.begin(), token.end(), [](unsigned char character) {
         return std::isalnum(character) != 0 || std::strchr("-._~", character);
@@ -107,29 +105,25 @@ Listener::Listener(const Address &address, bool has_token) : address_(address)
     // A name may have several: the older kind first, which is what browsers and people try.
     const addrinfo *chosen = found;
     for (const addrinfo *each = found; each; each = each->ai_next)
-        if (each->ai_family == AF_INET && chosen->ai_family != AF_INET)
+        if (each->ai_family == AF_INET) {
             chosen = each;
+            break;
+        }
     is_loopback_ = page::is_loopback(chosen->ai_addr);
     if (!is_loopback_ && !has_token)
         throw NeedsToken("--page " + text_of(address) +
                          " is reached from other machines: that needs --token TOKEN or --token @FILE");
-    descriptor_ = socket(chosen->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    descriptor_.reset(socket(chosen->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const int on = 1;
-    setsockopt(descriptor_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    if (descriptor_ < 0 || bind(descriptor_, chosen->ai_addr, chosen->ai_addrlen) != 0 ||
-        listen(descriptor_, BACKLOG) != 0) {
-        const int why = errno;
-        if (descriptor_ >= 0)
-            close(descriptor_);
-        throw Error(why_not(address, why));
-    }
+    setsockopt(descriptor_.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    if (bind(descriptor_.get(), chosen->ai_addr, chosen->ai_addrlen) != 0 ||
+        listen(descriptor_.get(), SOMAXCONN) != 0)
+        throw Error(why_not(address, errno));
     sockaddr_storage bound = {};
     socklen_t length = sizeof bound;
-    if (getsockname(descriptor_, reinterpret_cast<sockaddr *>(&bound), &length) == 0)
+    if (getsockname(descriptor_.get(), reinterpret_cast<sockaddr *>(&bound), &length) == 0)
         address_.port = ntohs(bound.ss_family == AF_INET ? reinterpret_cast<sockaddr_in &>(bound).sin_port
                                                          : reinterpret_cast<sockaddr_in6 &>(bound).sin6_port);
 }
-
-Listener::~Listener() { close(descriptor_); }
 
 } // namespace station::page

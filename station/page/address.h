@@ -1,6 +1,8 @@
 // Where the page is served: what --page says, and the socket that listens there.
 #pragma once
 
+#include "platform/owned/descriptor.h"
+
 #include <cstdint>
 #include <stdexcept>
 #include <string>
@@ -38,17 +40,14 @@ class Listener
   public:
     // Without `has_token`, only an address that nobody but this machine reaches. Throws Error.
     Listener(const Address &address, bool has_token);
-    ~Listener();
-    Listener(const Listener &) = delete;
-    Listener &operator=(const Listener &) = delete;
 
-    int descriptor() const { return descriptor_; }
+    int descriptor() const { return descriptor_.get(); }
     const Address &address() const { return address_; } // with the port that it has
     bool is_loopback() const { return is_loopback_; }
 
   private:
     Address address_;
-    int descriptor_ = -1;
+    owned::descriptor descriptor_;
     bool is_loopback_ = false;
 };
 
