@@ -37,50 +37,54 @@ static bool takes_nothing(const Request &request) { return request.query.empty()
 
 Reply Api::answer(const Request &request)
 {
-    if (request.path.compare(0, 5, "/api/") != 0)
+    if (!request.asks_api())
         return file_reply(request);
     const Words words = words_of(request.path);
-    const bool is_answer = words.size() == 3 && words[0] == "slots" && words[2] == "answer";
+    const bool is_of_slot = words.size() == 3 && words[0] == "slots";
+    if (is_of_slot && words[2] == "answer")
+        return request.method == "POST" ? take_answer(request, words[1])
+                                        : error_reply(405, "an answer is posted");
     if (request.method == "POST")
-        return is_answer ? take_answer(request, words[1])
-                         : error_reply(405, "only POST /api/slots/NAME/answer is taken");
-    return is_answer ? error_reply(405, "an answer is posted") : get(request, words);
-}
-
-Reply Api::get(const Request &request, const Words &words)
-{
-    const std::string &what = words[0];
+        return error_reply(405, "only POST /api/slots/NAME/answer is taken");
+    if (is_of_slot && words[2] == "screen")
+        return screen(request, words[1]);
     try {
-        if (what == "slots" && words.size() > 1)
-            return slot(request, words);
-        if (words.size() == 1 && (what == "slots" || what == "events")) {
-            if (!takes_nothing(request))
-                return error_reply(400, what + " takes no parameters");
-            if (what == "slots")
-                return json_reply(*shared_.feed.now(FRESH).json);
-            Reply reply;
-            reply.type = "text/event-stream";
-            reply.is_feed = true;
-            return reply;
-        }
-        if (what == "runs" && words.size() == 2)
-            return run(request, words[1]);
-        if (words.size() != 1)
-            return not_there();
-        if (what == "runs")
-            return runs(request);
-        if (what == "plans")
-            return plans(request);
-        if (what == "yield")
-            return yield(request);
-        if (what == "measurements")
-            return measurements(request);
+        return get(request, words);
     } catch (const Unfit &error) {
         return error_reply(400, error.what());
     } catch (const records::Error &error) {
         return error_reply(500, error.what());
     }
+}
+
+Reply Api::get(const Request &request, const Words &words)
+{
+    static constexpr std::pair<const char *, Reply (Api::*)(const Request &)> ASKED[] = {
+        {"slots", &Api::slots}, {"events", &Api::events}, {"runs", &Api::runs},
+        {"plans", &Api::plans}, {"yield", &Api::yield},   {"measurements", &Api::measurements}};
+    if (words.size() == 2 && words[0] == "runs")
+        return run(request, words[1]);
+    for (const auto &[name, give] : ASKED)
+        if (words == Words{name})
+            return (this->*give)(request);
     return not_there();
+}
+
+Reply Api::slots(const Request &request)
+{
+    if (!takes_nothing(request))
+        return error_reply(400, "slots takes no parameters");
+    return json_reply(*shared_.feed.now(FRESH).json);
+}
+
+Reply Api::events(const Request &request)
+{
+    if (!takes_nothing(request))
+        return error_reply(400, "events takes no parameters");
+    Reply reply;
+    reply.type = "text/event-stream";
+    reply.is_feed = true;
+    return reply;
 }
 
 std::string Api::port_of(const std::string &slot) const
@@ -92,10 +96,10 @@ std::string Api::port_of(const std::string &slot) const
     return {};
 }
 
-Reply Api::slot(const Request &request, const Words &words)
+Reply Api::screen(const Request &request, const std::string &slot)
 {
-    const std::string port = port_of(words[1]);
-    if (port.empty() || words.size() != 3 || words[2] != "screen")
+    const std::string port = port_of(slot);
+    if (port.empty())
         return not_there();
     if (!takes_nothing(request))
         return error_reply(400, "a screen takes no parameters");

@@ -38,7 +38,9 @@ class Api
     using Words = std::vector<std::string>;
 
     Reply get(const Request &request, const Words &words);
-    Reply slot(const Request &request, const Words &words);
+    Reply slots(const Request &request);
+    Reply events(const Request &request);
+    Reply screen(const Request &request, const std::string &slot);
     Reply take_answer(const Request &request, const std::string &slot);
     std::string port_of(const std::string &slot) const;
 
@@ -48,6 +50,8 @@ class Api
     Reply yield(const Request &request);
     Reply measurements(const Request &request);
     template <typename Ask> auto ask(Ask &&question);
+    template <typename Ask> auto ask_once(records::Source &source, Ask &&question);
+    void keep(std::shared_ptr<records::Source> source);
 
     const Shared &shared_;
     LineSide side_;

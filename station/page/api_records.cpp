@@ -16,6 +16,15 @@ static constexpr size_t VALUES_MAX = 10'000; // the newest of a measurement
 static constexpr size_t BINS = 30, PIECES = 60;
 static constexpr size_t DOWNLOAD_MAX = size_t{32} << 20;
 
+namespace
+{
+
+struct TooLong : records::Error {
+    using Error::Error;
+};
+
+} // namespace
+
 static Reply json_reply(std::string json)
 {
     Reply reply;
@@ -31,35 +40,41 @@ void Api::interrupt()
         source_->interrupt();
 }
 
+void Api::keep(std::shared_ptr<records::Source> source)
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    source_ = std::move(source);
+    is_interrupted_ = false;
+}
+
+template <typename Ask> auto Api::ask_once(records::Source &source, Ask &&question)
+{
+    try {
+        return question(source);
+    } catch (const records::Error &) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (is_interrupted_)
+            throw TooLong("this takes too long; ask for less");
+        throw;
+    }
+}
+
 // The records may have been made anew, and a database may have gone and come back, since they were asked
 // last: what fails on an old connection is asked once more on a new one.
 template <typename Ask> auto Api::ask(Ask &&question)
 {
-    for (bool is_new = false;; is_new = true) {
-        std::shared_ptr<records::Source> source;
-        {
-            const std::lock_guard<std::mutex> lock(mutex_);
-            source = source_;
-            is_interrupted_ = false;
-        }
-        is_new = is_new || !source;
-        if (!source)
-            source = records::Source::open(shared_.where);
-        {
-            const std::lock_guard<std::mutex> lock(mutex_);
-            source_ = source;
-        }
+    if (const std::shared_ptr<records::Source> old = source_) {
+        keep(old);
         try {
-            return question(*source);
+            return ask_once(*old, question);
+        } catch (const TooLong &) {
+            throw;
         } catch (const records::Error &) {
-            const std::lock_guard<std::mutex> lock(mutex_);
-            source_.reset();
-            if (is_interrupted_)
-                throw records::Error("this takes too long; ask for less");
-            if (is_new)
-                throw;
+            keep(nullptr);
         }
     }
+    keep(records::Source::open(shared_.where));
+    return ask_once(*source_, question);
 }
 
 Reply Api::runs(const Request &request)
@@ -152,9 +167,10 @@ Reply Api::yield(const Request &request)
 {
     const Parameters parameters(request, {"plan", "since", "until"});
     const records::Filter filter = parameters.filter();
-    // By its words: "24h" is the same question a second later.
-    const std::string question =
-        parameters.text("plan") + '\n' + parameters.text("since") + '\n' + parameters.text("until");
+    // By its words: "24h" is the same question a second later. None of them has a zero byte in it.
+    std::string question;
+    for (const auto &[name, value] : request.query)
+        question += name + '\0' + value + '\0';
     return json_reply(shared_.asked_often.answer(question, [&] {
         return ask([&](records::Source &source) {
             const records::Tally tally = source.tally(filter);

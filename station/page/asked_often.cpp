@@ -5,7 +5,6 @@
 namespace station::page
 {
 
-static constexpr size_t KEPT_MAX = 32;
 static constexpr auto LONGEST = std::chrono::seconds(60);
 static constexpr int TIMES = 10; // as long as it took is it good for
 
@@ -19,25 +18,21 @@ std::string AskedOften::answer(const std::string &question, const std::function<
     lock.unlock();
     const auto begin = Clock::now();
     std::string text;
-    std::exception_ptr failure;
     try {
         text = find();
-    } catch (const std::exception &) {
-        failure = std::current_exception();
+    } catch (...) {
+        lock.lock();
+        answers_.erase(question);
+        found_.notify_all();
+        throw;
     }
     const auto now = Clock::now();
     lock.lock();
+    // No more than a few are good at a time: it took long to find them.
     for (auto each = answers_.begin(); each != answers_.end();)
-        each = !each->second.is_sought && (answers_.size() > KEPT_MAX || each->second.until < now)
-                   ? answers_.erase(each)
-                   : std::next(each);
-    if (failure)
-        answers_.erase(question);
-    else
-        answers_[question] = {false, now + std::min<Clock::duration>(TIMES * (now - begin), LONGEST), text};
+        each = !each->second.is_sought && each->second.until < now ? answers_.erase(each) : std::next(each);
+    answers_[question] = {false, now + std::min<Clock::duration>(TIMES * (now - begin), LONGEST), text};
     found_.notify_all();
-    if (failure)
-        std::rethrow_exception(failure);
     return text;
 }
 

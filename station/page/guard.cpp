@@ -1,52 +1,43 @@
 #include "station/page/guard.h"
 
+#include "station/text/text.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
-#include <cctype>
-#include <unistd.h>
+#include <sstream>
+#include <sys/utsname.h>
 
 namespace station::page
 {
 
-static constexpr char BEARER[] = "Bearer ";
-
-static std::string lower(std::string text)
-{
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
-    return text;
-}
-
 bool same_in_constant_time(const std::string &given, const std::string &expected)
 {
-    volatile unsigned char difference = given.size() == expected.size() && !expected.empty() ? 0 : 1;
-    for (size_t i = 0; i < given.size() && !expected.empty(); i++)
-        difference = difference | static_cast<unsigned char>(given[i] ^ expected[i % expected.size()]);
-    return difference == 0;
+    volatile bool differs = given.size() != expected.size();
+    for (size_t i = 0; i < given.size(); i++)
+        differs = differs | (given[i] != expected[i % expected.size()]);
+    return !differs;
 }
 
 Guard::Guard(const Address &address, std::string token)
     : port_(":" + std::to_string(address.port)), token_(std::move(token)),
       cookie_("station_" + std::to_string(address.port))
 {
-    std::vector<std::string> names = {"127.0.0.1", "localhost", "[::1]"};
-    names.push_back(
-        lower(address.host.find(':') == std::string::npos ? address.host : "[" + address.host + "]"));
-    char own[256] = "";
-    if (!token_.empty() && gethostname(own, sizeof own - 1) == 0)
-        names.push_back(lower(own));
+    std::vector<std::string> names = {"127.0.0.1", "localhost", "::1", lower_case(address.host)};
+    utsname own;
+    if (!token_.empty() && uname(&own) == 0)
+        names.push_back(lower_case(own.nodename));
     for (const std::string &name : names) {
-        hosts_.push_back(name + port_);
+        hosts_.push_back(text_of({name, address.port}));
         if (address.port == 80)
-            hosts_.push_back(name);
+            hosts_.push_back(hosts_.back().substr(0, hosts_.back().rfind(':')));
     }
 }
 
 // Whether the host is written as an address: a foreign name that was made to lead here is none.
-static bool is_number(std::string host)
+static bool is_number(const std::string &host)
 {
     in6_addr bytes = {};
-    if (host.size() > 2 && host.front() == '[' && host.back() == ']')
+    if (host.rfind('[', 0) == 0 && host.back() == ']')
         return inet_pton(AF_INET6, host.substr(1, host.size() - 2).c_str(), &bytes) == 1;
     return inet_pton(AF_INET, host.c_str(), &bytes) == 1;
 }
@@ -56,19 +47,18 @@ bool Guard::is_own(const std::string &host) const
     if (std::find(hosts_.begin(), hosts_.end(), host) != hosts_.end())
         return true;
     // With a token the page may be reached by any of the machine's addresses.
-    return !token_.empty() && host.size() > port_.size() &&
-           host.compare(host.size() - port_.size(), port_.size(), port_) == 0 &&
-           is_number(host.substr(0, host.size() - port_.size()));
+    const size_t colon = host.rfind(':');
+    return !token_.empty() && colon != std::string::npos && host.substr(colon) == port_ &&
+           is_number(host.substr(0, colon));
 }
 
 static std::string cookie_of(const std::string &cookies, const std::string &name)
 {
-    for (size_t at = 0; at < cookies.size();) {
-        const size_t end = std::min(cookies.find(';', at), cookies.size());
-        const size_t begin = std::min(cookies.find_first_not_of(' ', at), end);
-        if (cookies.compare(begin, name.size() + 1, name + "=") == 0)
-            return cookies.substr(begin + name.size() + 1, end - begin - name.size() - 1);
-        at = end + 1;
+    std::istringstream all(cookies);
+    for (std::string cookie; std::getline(all, cookie, ';');) {
+        cookie.erase(0, cookie.find_first_not_of(' '));
+        if (cookie.rfind(name + "=", 0) == 0)
+            return cookie.substr(name.size() + 1);
     }
     return {};
 }
@@ -77,7 +67,7 @@ bool Guard::knows_token(const Request &request) const
 {
     const std::string &given = request.authorization;
     if (!given.empty())
-        return given.rfind(BEARER, 0) == 0 && same_in_constant_time(given.substr(sizeof BEARER - 1), token_);
+        return same_in_constant_time(given, "Bearer " + token_);
     return same_in_constant_time(cookie_of(request.cookie, cookie_), token_);
 }
 
@@ -100,27 +90,27 @@ std::optional<Reply> Guard::takes_token(const Request &request) const
 
 std::optional<Reply> Guard::stops(const Request &request) const
 {
-    const bool asks_api = request.path.compare(0, 5, "/api/") == 0;
-    const std::string host = lower(request.host);
+    const std::string host = lower_case(request.host);
     if (!is_own(host))
         return error_reply(403, "this station's page is not reached by that name");
-    if (!request.origin.empty() && lower(request.origin) != "http://" + host)
+    if (!request.origin.empty() && lower_case(request.origin) != "http://" + host)
         return error_reply(403, "another page may not ask this station");
     // A link that leads here may stand anywhere; a request that another page makes may not.
-    const bool follows_link = request.method == "GET" && request.fetch_mode == "navigate" && !asks_api;
+    const bool follows_link =
+        request.method == "GET" && request.fetch_mode == "navigate" && !request.asks_api();
     if (!request.fetch_site.empty() && request.fetch_site != "same-origin" && request.fetch_site != "none" &&
         !follows_link)
         return error_reply(403, "another page may not ask this station");
     if (request.method != "GET" && request.method != "POST")
         return error_reply(405, "GET and POST are all that is understood");
     if (request.method == "POST") {
-        const std::string type = lower(request.content_type);
+        const std::string type = lower_case(request.content_type);
         if (type != "application/json" && type.rfind("application/json;", 0) != 0)
             return error_reply(415, "what is posted has to be application/json");
     }
     if (const std::optional<Reply> taken = takes_token(request))
         return taken;
-    if (asks_api && !token_.empty() && !knows_token(request)) {
+    if (request.asks_api() && !token_.empty() && !knows_token(request)) {
         Reply reply = error_reply(401, "this station's token is needed");
         reply.headers.emplace_back("WWW-Authenticate", "Bearer");
         return reply;

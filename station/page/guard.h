@@ -29,7 +29,7 @@ class Guard
     std::string port_, token_, cookie_;
 };
 
-// Takes as long for a wrong text as for the right one.
+// Takes as long for a wrong text as for the right one, which is not empty.
 bool same_in_constant_time(const std::string &given, const std::string &expected);
 
 } // namespace station::page

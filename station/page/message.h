@@ -16,6 +16,8 @@ struct Request {
     // Headers, each empty when it is not there. One that stands there twice makes a request that is refused.
     std::string host, origin, fetch_site, fetch_mode, authorization, cookie, content_type, if_none_match;
     std::string body;
+
+    bool asks_api() const { return path.rfind("/api/", 0) == 0; } // which the token guards
 };
 
 struct Reply {
