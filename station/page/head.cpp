@@ -1,17 +1,12 @@
 #include "station/page/head.h"
 
+#include "station/text/text.h"
+
 #include <algorithm>
-#include <cctype>
+#include <charconv>
 
 namespace station::page
 {
-
-static bool is_same_word(std::string_view a, std::string_view b)
-{
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char one, char other) {
-               return std::tolower(static_cast<unsigned char>(one)) == other;
-           });
-}
 
 static Extent refused(int status, const char *why)
 {
@@ -49,32 +44,26 @@ Extent extent_of(std::string_view bytes)
             return refused(400, "a line of a request ends with both its bytes");
         if (lines > 0) {
             const size_t colon = line.find(':');
-            const std::string_view name = line.substr(0, colon);
+            const std::string name = lower_case(std::string(line.substr(0, colon)));
             const std::string_view value =
                 colon == std::string_view::npos ? std::string_view() : trimmed(line.substr(colon + 1));
-            if (is_same_word(name, "transfer-encoding"))
+            if (name == "transfer-encoding")
                 return refused(411, "a body has its length told before it");
-            if (is_same_word(name, "content-length")) {
-                const bool is_number = !value.empty() && value.size() <= 9 &&
-                                       value.find_first_not_of("0123456789") == std::string_view::npos;
+            if (name == "content-length") {
+                const char *const value_end = value.data() + value.size();
+                const auto [behind, error] = std::from_chars(value.data(), value_end, extent.length);
+                const bool is_number = error == std::errc() && behind == value_end && value.size() <= 9;
                 if (has_length || (!is_number && end != std::string_view::npos))
                     return refused(400, "that is no length of a body");
                 has_length = true;
-                extent.length = 0;
-                for (const char digit : is_number ? value : std::string_view())
-                    extent.length = extent.length * 10 + static_cast<size_t>(digit - '0');
             }
         }
         at = line_end + 2;
     }
     if (lines > LINES_MAX)
         return refused(431, "too many headers");
-    if (end == std::string_view::npos) {
-        if (bytes.size() >= HEAD_MAX)
-            return refused(431, "the headers are too long");
-        extent.length = 0;
-        return extent;
-    }
+    if (end == std::string_view::npos)
+        return bytes.size() < HEAD_MAX ? Extent() : refused(431, "the headers are too long");
     if (extent.length > BODY_MAX)
         return refused(413, "the body is too long");
     extent.head = end + 4;

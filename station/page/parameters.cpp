@@ -3,6 +3,7 @@
 #include "station/records/text.h"
 
 #include <algorithm>
+#include <charconv>
 
 namespace station::page
 {
@@ -46,11 +47,12 @@ std::string Parameters::word(const std::string &name, std::initializer_list<cons
 size_t Parameters::number(const std::string &name, size_t otherwise, size_t least, size_t most) const
 {
     const std::string given = text(name);
+    size_t value = otherwise;
     if (given.empty())
-        return otherwise;
-    const bool is_number = given.size() <= 9 && given.find_first_not_of("0123456789") == std::string::npos;
-    const size_t value = is_number ? std::stoul(given) : 0;
-    if (!is_number || value < least || value > most)
+        return value;
+    const char *const end = given.data() + given.size();
+    const auto [behind, error] = std::from_chars(given.data(), end, value);
+    if (error != std::errc() || behind != end || value < least || value > most)
         throw Unfit(name + " is a number from " + std::to_string(least) + " to " + std::to_string(most));
     return value;
 }
