@@ -170,7 +170,8 @@ Reply Api::yield(const Request &request)
     // By its words: "24h" is the same question a second later. None of them has a zero byte in it.
     std::string question;
     for (const auto &[name, value] : request.query)
-        question += name + '\0' + value + '\0';
+        for (const std::string *word : {&name, &value})
+            question.append(*word) += '\0';
     return json_reply(shared_.asked_often.answer(question, [&] {
         return ask([&](records::Source &source) {
             const records::Tally tally = source.tally(filter);

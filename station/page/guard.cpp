@@ -108,7 +108,7 @@ std::optional<Reply> Guard::stops(const Request &request) const
         if (type != "application/json" && type.rfind("application/json;", 0) != 0)
             return error_reply(415, "what is posted has to be application/json");
     }
-    if (const std::optional<Reply> taken = takes_token(request))
+    if (std::optional<Reply> taken = takes_token(request))
         return taken;
     if (request.asks_api() && !token_.empty() && !knows_token(request)) {
         Reply reply = error_reply(401, "this station's token is needed");

@@ -101,20 +101,17 @@ static std::string ask_shell(const std::string &port, milliseconds patience)
     return {};
 }
 
-static bool is_like(const std::string &text, const char *pattern)
-{
-    return std::regex_match(text, std::regex(pattern));
-}
-
 static Json number(const std::string &text)
 {
-    return is_like(text, "[0-9]{1,5}") ? Json(std::stoi(text)) : Json();
+    static const std::regex DIGITS("[0-9]{1,5}");
+    return std::regex_match(text, DIGITS) ? Json(std::stoi(text)) : Json();
 }
 
 static Json picture(const std::string &text)
 {
+    static const std::regex COLOR_AND_MARGIN("([0-9A-F]{6}) ([0-9]{1,3})");
     std::smatch parts;
-    if (!std::regex_match(text, parts, std::regex("([0-9A-F]{6}) ([0-9]{1,3})")))
+    if (!std::regex_match(text, parts, COLOR_AND_MARGIN))
         return nullptr;
     return {{"color", parts.str(1)}, {"margin", std::min(std::stoi(parts.str(2)), 100)}};
 }
