@@ -54,7 +54,7 @@ std::string read_token(const std::string &text)
     if (text.rfind('@', 0) == 0) {
         const std::string file = text.substr(1);
         std::ifstream lines(file);
-        if (!std::getline(lines, token))
+        if (!std::getline(lines, token) && !lines.eof()) // an empty file is none that cannot be read
             throw Error("--token: " + file + " cannot be read: " + std::strerror(errno));
         token.erase(token.find_last_not_of("\r ") + 1);
     }

@@ -90,13 +90,13 @@ static std::string ask_shell(const std::string &port, milliseconds patience)
             return {};
         received.append(some, static_cast<size_t>(count));
         for (shell_wire::Frame frame; shell_wire::take(received, frame);) {
-            if (frame.kind == shell_wire::EXIT)
-                return printed;
             if (frame.kind == shell_wire::OUTPUT)
                 printed += frame.bytes;
+            if (printed.size() > PRINTED_MAX)
+                return {};
+            if (frame.kind == shell_wire::EXIT)
+                return printed;
         }
-        if (printed.size() + received.size() > PRINTED_MAX)
-            return {};
     }
     return {};
 }

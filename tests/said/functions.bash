@@ -1,13 +1,14 @@
 # For the lines of these files. serve COMMAND... runs it beside the lines until its page is there, ended ends it and prints what
 # it has said. get PATH [HEADER...] and post PATH BODY [HEADER...] ask that page and print all that comes, for a second at most;
-# body is get without the head; await PATTERN PATH [HEADER...] asks until it comes; question prints the open question's id.
+# raw FORMAT [WORD...] does with what printf makes of it; body is get without the head; head_and_end leaves the first and the last
+# line of a reply; await PATTERN PATH [HEADER...] asks until it comes; question prints the open question's id.
 export TOKEN='Authorization: Bearer 0123456789abcdef'
 serve() {
     : >served
     "$@" >>served 2>&1 &
     echo $! >served.process
     for ((i = 0; i < 200; i++)); do
-        ! sed -nE 's|.*page is at http://127.0.0.1:([0-9]+)/|\1|p' served | grep . >served.port || return 0
+        ! sed -nE 's|.*page is at http://[^/]*:([0-9]+)/|\1|p' served | grep . >served.port || return 0
         sleep 0.05
     done
     echo "serve: no page: $(<served)"
@@ -21,6 +22,16 @@ ended() {
     grep -v 'page is at' served
 }
 get() { ask_page "GET $1" '' "${@:2}"; }
+raw() {
+    local page
+    exec {page}<>"/dev/tcp/127.0.0.1/$(<served.port)"
+    # shellcheck disable=SC2059 # the format is the caller's
+    printf "$@" >&"$page"
+    timeout 1 cat <&"$page" | tr -d '\r'
+    exec {page}>&-
+    echo
+}
+head_and_end() { sed -n '1p;$p'; }
 body() { get "$@" | sed '1,/^$/d'; }
 post() { ask_page "POST $1" "$2" "${@:3}"; }
 ask_page() {
