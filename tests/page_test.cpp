@@ -226,6 +226,9 @@ TEST(Http, AnswersEveryRequestOnceAndWithItsGuards)
         EXPECT_NE(whole.bytes.find(guard), std::string::npos) << guard;
     const Served head = answered("HEAD / HTTP/1.1\r\nHost: a\r\n\r\n", reply);
     EXPECT_EQ(head.bytes.substr(head.bytes.size() - 4), "\r\n\r\n");
+    Reply feed;
+    feed.is_feed = true;
+    EXPECT_FALSE(answered("HEAD / HTTP/1.1\r\nHost: a\r\n\r\n", feed).keeps);
     EXPECT_FALSE(answered("GET / HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n").keeps);
     for (const char *none : {"GET\r\n\r\n", "FROB / HTTP/1.1\r\n\r\n", "GET / HTTP/9\r\n\r\n", "\r\n\r\n"}) {
         const Served refused = answered(none);

@@ -92,7 +92,7 @@ class Exchange : private httplib::Server
         Memory stream(request);
         bool closes = false;
         const bool is_written = process_request(stream, false, closes, prepare);
-        return {std::move(stream.written), is_written && is_parsed_ && !closes, is_feed_};
+        return {std::move(stream.written), is_written && is_parsed_ && !closes && !ends_, is_feed_};
     }
 
   private:
@@ -103,7 +103,6 @@ class Exchange : private httplib::Server
         in.ranges.clear();
         in.headers.erase("Accept-Encoding");
         in.headers.erase("Expect");
-        // A feed ends with its connection, for its length is not told.
         if (in.path == "/api/events") {
             in.headers.erase("Connection");
             in.headers.emplace("Connection", "close");
@@ -138,6 +137,7 @@ class Exchange : private httplib::Server
             reply = error_reply(500, error.what());
         }
         is_feed_ = reply.is_feed && in.method == "GET";
+        ends_ = reply.is_feed; // with the connection: its length is not told
         fill(reply, out);
     }
 
@@ -168,7 +168,7 @@ class Exchange : private httplib::Server
 
     std::string_view body_;
     const std::function<Reply(const Request &)> &answer_;
-    bool is_parsed_ = false, is_feed_ = false;
+    bool is_parsed_ = false, is_feed_ = false, ends_ = false;
 };
 
 } // namespace

@@ -16,7 +16,7 @@ serve() {
 ended() {
     kill -INT "$(<served.process)"
     for ((i = 0; i < 200; i++)); do
-        kill -0 "$(<served.process)" 2>/dev/null || break
+        [ -e "/proc/$(<served.process)/fd/2" ] || break # rather than kill -0: who has ended may not be waited for at once
         sleep 0.05
     done
     grep -v 'page is at' served
