@@ -382,6 +382,7 @@ TEST_F(Records, AMeasurementIsToldByItsNewest)
 TEST(Statistics, KeepsItsFooting)
 {
     std::vector<Sample> samples;
+    samples.reserve(1000);
     const records::Time start = records::now();
     for (int i = 0; i < 1000; i++) // a small spread far from zero, which a sum of squares would lose
         samples.push_back({start + milliseconds(i), 4'000'000'000.0 + (i % 2)});
@@ -433,21 +434,18 @@ TEST(Screen, ShowsOnlyWhatFitsItsPattern)
 
 TEST(Screen, TellsTheColourOfALamp)
 {
-    const auto told = [](const std::string &chip, const std::string &text) {
-        const json lamp = json::parse(screen_json("|||||" + chip + "|" + text + "|" + text + "||"))["lamp"];
-        return lamp.is_null()            ? ""
-               : lamp["color"].is_null() ? lamp["brightness"].dump()
-                                         : lamp["color"].get<std::string>();
-    };
-    std::string newer, older;
-    for (const char *text : {"", "0000", "00 1", "0101", "0202", "0301", "0100", "01G0", "010", "01010"})
-        newer += told("aw2015_led", text) + " ";
-    EXPECT_EQ(newer, "0 0 green red blue 1 0    ");
-    for (const char *text :
-         {"", "0000", "00100105", "00200105", "00300105", "00110105", "003F0105", "00100005", "00400105",
-          "00440105", "00450105", "00490105", "004a0105", "00510105", "001001", "0010010g"})
-        older += told("aw9120_led", text) + " ";
-    EXPECT_EQ(older, "0 0 red green blue 1 1 0 red red green green blue red   ");
+    std::istringstream all(
+        "||;|0000|;|00 1|;|0101|;|0202|;|0301|;|0100|;|01G0|;|010|;|01010|;old||;old||00100105;old||00200105;"
+        "old||00300105;old||00110105;old||003F0105;old||00100005;old||00400105;old||00440105;old||00450105;"
+        "old||00490105;old||004a0105;old||00510105;old||001001;old||0010010g");
+    std::string told;
+    for (std::string text; std::getline(all, text, ';');) {
+        const std::string chip = text[0] == 'o' ? "aw9120_led" + text.substr(3) : text;
+        json lamp = json::parse(screen_json("|||||" + chip + "||"))["lamp"];
+        told += lamp.is_null() ? " -" : lamp["on"] ? " " + lamp["color"].get<std::string>() : " off";
+    }
+    EXPECT_EQ(told, " off off green red blue off off - - - off red green blue off off off red red green "
+                    "green blue red - -");
 }
 
 TEST(Feed, CutsAndCleansWhatAPhoneSays)
@@ -480,8 +478,6 @@ TEST(Feed, TellsEachChangeOnceAndTheLastRuns)
     while (page.next(milliseconds(0)))
         runs++;
     EXPECT_EQ(runs, 64);
-    EXPECT_FALSE(Reader(feed).next(milliseconds(0))->find("event: run") == 0)
-        << "what ended before is asked for";
 }
 
 // ---- who waits for whom
@@ -624,7 +620,8 @@ TEST_F(Serving, KeepsItsLimits)
     EXPECT_TRUE(slow.hears("200 OK"));
     other.get("/api/plans");
     EXPECT_TRUE(other.hears("Retry-After: 1\r\nContent-Length: 29\r\n\r\n{\"error\":\"too many requests\"}"));
-    limits_.idle = limits_.silence = limits_.reply = milliseconds(100);
+    limits_.idle = milliseconds(500);
+    limits_.silence = limits_.reply = milliseconds(100);
     serve();
     Connection idle(listener_), feed(listener_), deaf(listener_, 4096);
     deaf.get("/chart.js");
