@@ -320,6 +320,7 @@ TEST_F(Records, ARunStandsOnOnePageOfTheList)
     EXPECT_EQ(get("/api/runs?unit=U1")["runs"].size(), 4U);
     EXPECT_EQ(get("/api/runs/" + seen[3])["steps"][0]["name"], "cell <b>voltage</b>");
     EXPECT_EQ(get("/api/plans")["plans"], json::array({"final"}));
+    EXPECT_EQ(get("/api/runs/0", 404)["error"], "more than one run begins so");
 }
 
 TEST_F(Records, YieldAndTimeAgree)
@@ -663,7 +664,9 @@ TEST_F(Serving, LetsGoOfWhoIsTooSlowOrTooMany)
 {
     Connection slow(listener_);
     slow.say("GET / HTTP/1.1\r\nHost:");
-    EXPECT_TRUE(slow.hears("408"));
+    const std::string late = slow.hear("}");
+    EXPECT_EQ(late.rfind("HTTP/1.1 408 Refused\r\n", 0), 0U) << late;
+    EXPECT_NE(late.find("{\"error\":\"the request did not come to its end in time\"}"), std::string::npos);
     Connection feeds[] = {Connection(listener_), Connection(listener_), Connection(listener_)};
     for (Connection &feed : feeds) {
         feed.get("/api/events");
@@ -671,7 +674,8 @@ TEST_F(Serving, LetsGoOfWhoIsTooSlowOrTooMany)
     }
     Connection fourth(listener_);
     fourth.get("/api/events");
-    EXPECT_NE(fourth.hear("503").find("too many open pages"), std::string::npos);
+    EXPECT_TRUE(
+        fourth.hears("Retry-After: 1\r\nContent-Length: 31\r\n\r\n{\"error\":\"too many open pages\"}"));
 
     // One of them reads no more; the others get what comes.
     Connection deaf(listener_, 2048);
