@@ -39,25 +39,16 @@ std::string json(const Run &run, const std::vector<Step> &steps)
     return all.dump();
 }
 
-// What neither XML takes nor a spreadsheet shows, and a terminal obeys.
-static std::string printable(const std::string &text)
+static bool is_printable(uint32_t character)
 {
-    std::string printed;
-    for (size_t at = 0; at < text.size();) {
-        uint32_t character = 0;
-        const size_t length = std::max<size_t>(utf8_character(text, at, character), 1);
-        const bool is_blank = character == '\t' || character == '\n' || character == '\r';
-        const bool is_control = (character < 0x20 && !is_blank) || (character >= 0x7F && character < 0xA0);
-        const bool is_character =
-            utf8_character(text, at, character) > 0 && character != 0xFFFE && character != 0xFFFF;
-        if (is_character && !is_control)
-            printed.append(text, at, length);
-        else
-            append_escaped(printed, std::string_view(text).substr(at, length));
-        at += length;
-    }
-    return printed;
+    if (character == '\t' || character == '\n' || character == '\r')
+        return true;
+    const bool is_control = character < 0x20 || (character >= 0x7F && character < 0xA0);
+    return !is_control && character != 0xFFFE && character != 0xFFFF;
 }
+
+// Without what neither XML takes nor a spreadsheet shows, and a terminal obeys.
+static std::string printable(const std::string &text) { return escaped_unless(is_printable, text); }
 
 // A spreadsheet takes a cell that begins like a formula for one. Numbers may begin with a minus sign; others
 // get a quote.

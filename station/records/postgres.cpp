@@ -221,8 +221,8 @@ struct Month {
 // The month of an id by the time in it, which is the run's start.
 static Month month_of(const std::string &id)
 {
-    const auto milliseconds = std::stoll(id.substr(0, 8) + id.substr(9, 4), nullptr, 16);
-    const std::time_t seconds = milliseconds / 1000;
+    const auto started = std::chrono::floor<std::chrono::seconds>(time_in(id));
+    const std::time_t seconds = started.time_since_epoch().count();
     std::tm parts{};
     gmtime_r(&seconds, &parts);
     std::tm begin{}, end{};

@@ -33,7 +33,8 @@ static Bucket bucket_of(std::optional<Time> since, std::optional<Time> until)
 // A tally asks no more than the hour: the beginning of a time's text.
 static Time hour_of(const std::string &text)
 {
-    return time_of(text.substr(0, sizeof "2026-11-21T21" - 1) + ":00");
+    static constexpr std::string_view HOUR = "2026-11-21T21";
+    return time_of(text.substr(0, HOUR.size()) + ":00");
 }
 
 Tally Source::tally(const Filter &filter)
@@ -65,19 +66,13 @@ Tally Source::tally(const Filter &filter)
     others.add(FINISHED);
     others.add(NOT_ONLY_ONCE);
     Finished run;
-    std::string hour_text;
     stream("SELECT plan, CASE WHEN unit_source = 'port' THEN CAST(id AS text) ELSE unit END, " +
                time("started") + ", verdict, failing, turn FROM runs" + others.text +
                " ORDER BY runs.started, id",
            others.parameters, [&](const auto &values) {
                run.plan = values[0].value_or("");
                run.who = values[1].value_or("");
-               const std::string &started = *values[2];
-               if (hour_text.empty() || started.compare(0, hour_text.size(), hour_text) != 0) {
-                   hour_text =
-                       started.substr(0, sizeof "2026-11-21T21" - 1); // of many runs, one after the other
-                   run.started = hour_of(hour_text);
-               }
+               run.started = hour_of(values[2].value_or(""));
                run.verdict = verdict_of(values[3].value_or("")).value_or(Verdict::error);
                run.failing = values[4].value_or("");
                run.is_first = values[5] != "2";
@@ -96,13 +91,6 @@ std::vector<std::pair<std::string, std::string>> Source::measured_names(const Fi
           conditions.parameters,
           [&](const auto &values) { names.emplace_back(values[0].value_or(""), values[1].value_or("")); });
     return names;
-}
-
-// The start of a run, which its id begins with.
-static Time started_of(const std::string &id)
-{
-    const std::string digits = id.substr(0, 8) + (id.size() > 13 ? id.substr(9, 4) : "");
-    return Time(std::chrono::milliseconds(std::strtoll(digits.c_str(), nullptr, 16)));
 }
 
 Measured Source::measured(const Filter &filter, const std::string &name, size_t limit)
@@ -135,7 +123,7 @@ Measured Source::measured(const Filter &filter, const std::string &name, size_t 
               if (measured.values.size() == limit)
                   measured.has_more = true;
               else
-                  measured.values.emplace_back(started_of(values[0].value_or("")),
+                  measured.values.emplace_back(time_in(values[0].value_or("")),
                                                std::strtod(values[1].value_or("").c_str(), nullptr));
           });
     if (!newest.empty())

@@ -3,9 +3,9 @@
 #include "station/text/text.h"
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <mutex>
 #include <random>
@@ -37,20 +37,25 @@ std::optional<Verdict> verdict_of(const std::string &word_of_it)
     return {};
 }
 
+std::string escaped_unless(bool (*is_fit)(uint32_t character), std::string_view text)
+{
+    std::string escaped;
+    while (!text.empty()) {
+        uint32_t character = 0;
+        const size_t length = utf8_character(text, 0, character);
+        const std::string_view bytes = text.substr(0, std::max<size_t>(length, 1));
+        if (length > 0 && is_fit(character))
+            escaped += bytes;
+        else
+            append_escaped(escaped, bytes);
+        text.remove_prefix(bytes.size());
+    }
+    return escaped;
+}
+
 std::string clean(std::string_view text)
 {
-    std::string cleaned;
-    cleaned.reserve(text.size());
-    for (size_t at = 0; at < text.size();) {
-        uint32_t character = 0;
-        const size_t length = utf8_character(text, at, character);
-        if (length > 0 && character != 0)
-            cleaned += text.substr(at, length);
-        else
-            append_escaped(cleaned, text.substr(at, 1));
-        at += std::max<size_t>(length, 1);
-    }
-    return cleaned;
+    return escaped_unless([](uint32_t character) { return character != 0; }, text);
 }
 
 bool is_decimal(std::string_view text)
@@ -88,43 +93,76 @@ std::string time_text(Time time)
     return text;
 }
 
+namespace
+{
+
+// A text that is read from its beginning; what does not stand there is left.
+class Reading
+{
+  public:
+    explicit Reading(std::string_view text) : rest_(text) {}
+
+    bool is_at_end() const { return rest_.empty(); }
+    bool takes(char character)
+    {
+        if (rest_.empty() || rest_.front() != character)
+            return false;
+        rest_.remove_prefix(1);
+        return true;
+    }
+    std::string digits() // all that stand there
+    {
+        const std::string all(rest_.substr(0, rest_.find_first_not_of("0123456789")));
+        rest_.remove_prefix(all.size());
+        return all;
+    }
+    // A number of so many digits.
+    bool takes(size_t count, int &number)
+    {
+        const std::string all = digits();
+        if (all.size() != count)
+            return false;
+        number = std::stoi(all);
+        return true;
+    }
+
+  private:
+    std::string_view rest_;
+};
+
+} // namespace
+
 static std::optional<Time> parse_date(const std::string &text)
 {
-    std::tm parts{};
-    int length = 0, minutes_east = 0, fraction = 0;
-    const char *at = text.c_str();
-    if (std::sscanf(at, "%4d-%2d-%2d%n", &parts.tm_year, &parts.tm_mon, &parts.tm_mday, &length) != 3 ||
-        length != 10)
+    std::tm given{};
+    int minutes_east = 0, fraction = 0;
+    Reading reading(text);
+    if (!reading.takes(4, given.tm_year) || !reading.takes('-') || !reading.takes(2, given.tm_mon) ||
+        !reading.takes('-') || !reading.takes(2, given.tm_mday))
         return {};
-    at += length;
-    if (*at == 'T' || *at == ' ') {
-        if (std::sscanf(at + 1, "%2d:%2d%n", &parts.tm_hour, &parts.tm_min, &length) != 2 || length != 5)
+    if (reading.takes('T') || reading.takes(' ')) {
+        if (!reading.takes(2, given.tm_hour) || !reading.takes(':') || !reading.takes(2, given.tm_min))
             return {};
-        at += 1 + length;
-        if (*at == ':') {
-            if (std::sscanf(at + 1, "%2d%n", &parts.tm_sec, &length) != 1 || length != 2)
+        if (reading.takes(':') && !reading.takes(2, given.tm_sec))
+            return {};
+        if (reading.takes('.'))
+            fraction = std::stoi((reading.digits() + "000").substr(0, 3));
+        const bool is_east = reading.takes('+');
+        if (is_east || reading.takes('-')) {
+            std::tm zone{};
+            if (!reading.takes(2, zone.tm_hour) || !reading.takes(':') || !reading.takes(2, zone.tm_min))
                 return {};
-            at += 1 + length;
-        }
-        if (*at == '.')
-            for (int weight = 100; std::isdigit(static_cast<unsigned char>(*++at)); weight /= 10)
-                fraction += weight * (*at - '0');
-        int hours = 0, minutes = 0;
-        if (*at == 'Z')
-            at++;
-        else if ((*at == '+' || *at == '-') &&
-                 std::sscanf(at + 1, "%2d:%2d%n", &hours, &minutes, &length) == 2 && length == 5) {
-            minutes_east = (*at == '-' ? -1 : 1) * (60 * hours + minutes);
-            at += 1 + length;
-        }
+            minutes_east = (is_east ? 1 : -1) * (60 * zone.tm_hour + zone.tm_min);
+        } else
+            reading.takes('Z');
     }
-    parts.tm_year -= 1900;
-    parts.tm_mon -= 1;
-    const std::tm given = parts;
+    given.tm_year -= 1900;
+    given.tm_mon -= 1;
+    std::tm parts = given;
     const std::time_t seconds = timegm(&parts);
     // There is no 31 of November: it would be the first of the next month.
-    if (*at || given.tm_mday != parts.tm_mday || given.tm_mon != parts.tm_mon ||
-        given.tm_hour != parts.tm_hour || given.tm_min != parts.tm_min)
+    if (!reading.is_at_end() || given.tm_mon != parts.tm_mon || given.tm_hour != parts.tm_hour ||
+        given.tm_min != parts.tm_min)
         return {};
     return Time(std::chrono::seconds(seconds) - std::chrono::minutes(minutes_east) + milliseconds(fraction));
 }
@@ -146,13 +184,16 @@ std::optional<Time> parse_time(const std::string &text, Time from)
     return {};
 }
 
+// Of 32 digits, as ids are written.
+static std::string with_hyphens(std::string digits)
+{
+    for (size_t at : {8, 13, 18, 23})
+        digits.insert(at, "-");
+    return digits;
+}
+
 namespace
 {
-
-// The bits of an id behind its milliseconds: 12 in front of the variant, 62 behind it.
-struct Tail {
-    uint64_t high = 0, low = 0;
-};
 
 class Ids
 {
@@ -161,33 +202,26 @@ class Ids
     std::string next(uint64_t &time)
     {
         static constexpr uint64_t BACK_MILLISECONDS = 10'000;
+        static constexpr uint64_t VARIANT = 1ULL << 63;
         const std::lock_guard<std::mutex> lock(mutex_);
         if (time > time_ || time + BACK_MILLISECONDS < time_) {
             time_ = time;
-            tail_ = {random() & 0x7FF,
-                     random() & LOW_BITS}; // its first bit stays free, to count on in this millisecond
-        } else if ((tail_.low += 1 + (random() & 0xFFFFFFFF)) > LOW_BITS) {
-            tail_.low &= LOW_BITS;
-            if (++tail_.high > 0xFFF) {
-                tail_.high = 0;
-                time_++;
-            }
-        }
+            high_ = any_(source_) & 0xFFF;
+            // 62 bits are its own; the first stays free, to count on in this millisecond.
+            low_ = any_(source_) >> 3;
+        } else
+            low_ += 1 + (any_(source_) >> 32);
         time = time_;
-        char text[64];
-        std::snprintf(text, sizeof text, "%08lx-%04lx-7%03lx-%04lx-%012lx", time_ >> 16, time_ & 0xFFFF,
-                      tail_.high, 0x8000 | tail_.low >> 48, tail_.low & 0xFFFFFFFFFFFF);
-        return text;
+        char digits[64];
+        std::snprintf(digits, sizeof digits, "%012lx7%03lx%016lx", time_, high_, VARIANT | low_);
+        return with_hyphens(digits);
     }
 
   private:
-    static constexpr uint64_t LOW_BITS = (1ULL << 62) - 1;
-    uint64_t random() { return static_cast<uint64_t>(source_()) << 32 | source_(); }
-
     std::mutex mutex_;
     std::random_device source_;
-    uint64_t time_ = 0;
-    Tail tail_;
+    std::uniform_int_distribution<uint64_t> any_;
+    uint64_t time_{}, high_{}, low_{}; // of the last id; the bits before its variant and behind it
 };
 
 } // namespace
@@ -204,27 +238,28 @@ std::string new_id(Time &time)
 
 std::string id_bound(std::string_view prefix, char fill)
 {
-    static constexpr std::string_view FORM = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";
-    std::string id(FORM);
-    if (prefix.size() > id.size())
+    const std::string filled = with_hyphens(std::string(32, fill));
+    if (prefix.size() > filled.size())
         return {};
-    for (size_t i = 0; i < id.size(); i++) {
-        const bool is_hyphen = FORM[i] == '-';
-        const auto character = static_cast<unsigned char>(i < prefix.size() ? prefix[i]
-                                                          : is_hyphen       ? '-'
-                                                                            : fill);
-        if (is_hyphen ? character != '-' : !std::isxdigit(character))
-            return {};
-        id[i] = static_cast<char>(std::tolower(character));
-    }
-    return id;
+    const std::string id = lower_case(std::string(prefix)) + filled.substr(prefix.size());
+    const bool is_one = std::equal(id.begin(), id.end(), filled.begin(), [](unsigned char given, char form) {
+        return form == '-' ? given == '-' : std::isxdigit(given);
+    });
+    return is_one ? id : "";
 }
 
 std::string id_at(Time time)
 {
-    char digits[32];
-    std::snprintf(digits, sizeof digits, "%012lx", std::max<long>(time.time_since_epoch().count(), 0));
-    return id_bound(std::string(digits, 8) + "-" + (digits + 8), '0');
+    char digits[64];
+    std::snprintf(digits, sizeof digits, "%012lx%020d", std::max<long>(time.time_since_epoch().count(), 0),
+                  0);
+    return with_hyphens(digits);
+}
+
+Time time_in(std::string id)
+{
+    id.erase(std::remove(id.begin(), id.end(), '-'), id.end());
+    return Time(milliseconds(std::strtoll(id.substr(0, 12).c_str(), nullptr, 16)));
 }
 
 } // namespace station::records

@@ -3,13 +3,17 @@
 
 #include "station/records/run.h"
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
 namespace station::records
 {
 
-// Valid UTF-8 without NUL: every other byte as \xNN.
+// Valid UTF-8 of the characters that are fit: every other byte as \xNN.
+std::string escaped_unless(bool (*is_fit)(uint32_t character), std::string_view text);
+
+// Valid UTF-8 without NUL.
 std::string clean(std::string_view text);
 
 // Such as 5, -12.50: digits with at most one point between them, and a minus sign before them.
@@ -35,7 +39,8 @@ std::string new_id(Time &time);
 // The smallest and the greatest id that begin as `prefix` does; empty when no id can.
 std::string id_bound(std::string_view prefix, char fill);
 
-// The smallest id of a run that was started then.
+// The smallest id of a run that was started then; and when a run of this id was.
 std::string id_at(Time time);
+Time time_in(std::string id);
 
 } // namespace station::records
