@@ -6,7 +6,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <random>
-#include <unistd.h>
 
 namespace station::records
 {
@@ -24,19 +23,17 @@ static struct flock byte_lock(int64_t owner)
 Owner::Owner(const std::string &file)
     : path_(file + "-lock"), descriptor_(open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666))
 {
-    if (descriptor_ < 0)
+    if (!descriptor_)
         throw Error(path_ + " cannot be opened or made (" + std::strerror(errno) +
                     "); its folder must be writable");
 }
 
-Owner::~Owner() { close(descriptor_); }
-
 int64_t Owner::take()
 {
     std::random_device random;
-    own_ = static_cast<int64_t>((static_cast<uint64_t>(random()) << 32 | random()) >> 2) | 1;
+    own_ = std::uniform_int_distribution<int64_t>(1)(random);
     struct flock lock = byte_lock(own_);
-    if (fcntl(descriptor_, F_OFD_SETLK, &lock) != 0)
+    if (fcntl(descriptor_.get(), F_OFD_SETLK, &lock) != 0)
         throw Error(path_ + " cannot be locked (" + std::strerror(errno) +
                     "); it has to be on a disk of this machine");
     return own_;
@@ -47,7 +44,7 @@ bool Owner::lives(int64_t owner) const
     if (owner == own_)
         return true;
     struct flock lock = byte_lock(owner);
-    if (fcntl(descriptor_, F_OFD_GETLK, &lock) != 0)
+    if (fcntl(descriptor_.get(), F_OFD_GETLK, &lock) != 0)
         throw Error(path_ + " cannot be asked for its locks (" + std::strerror(errno) + ")");
     return lock.l_type != F_UNLCK;
 }

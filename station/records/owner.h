@@ -1,6 +1,8 @@
 // Who plays a run that is not closed yet.
 #pragma once
 
+#include "platform/owned/descriptor.h"
+
 #include <cstdint>
 #include <string>
 
@@ -14,16 +16,13 @@ class Owner
   public:
     // Opens the file of locks and takes none. Throws Error.
     explicit Owner(const std::string &file);
-    Owner(const Owner &) = delete;
-    Owner &operator=(const Owner &) = delete;
-    ~Owner();
 
     int64_t take(); // a number of one's own, from now on until this is destroyed
     bool lives(int64_t owner) const;
 
   private:
     std::string path_;
-    int descriptor_ = -1;
+    owned::descriptor descriptor_;
     int64_t own_ = 0;
 };
 
