@@ -69,7 +69,6 @@ namespace
 class Writer
 {
   public:
-    Writer() { columns.reserve(17); } // a step's
     void operator()(const char *name, const std::string &text) { add(name, Kind::text, text); }
     void operator()(const char *name, int number) { add(name, Kind::number, int64_t{number}); }
     void operator()(const char *name, double number) { add(name, Kind::number, number); }

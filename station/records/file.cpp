@@ -4,7 +4,6 @@
 #include "station/text/text.h"
 
 #include <array>
-#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -15,7 +14,7 @@
 namespace station::records
 {
 
-static constexpr int64_t APPLICATION = 0x64726563; // "drec", in the file's header
+static constexpr int64_t APPLICATION = 0x64726563; // drec, in the file's header
 static constexpr int64_t FULL_CHECK_BYTES = 64L << 20;
 
 // What makes each version of the tables out of the one before. Only ever added to: files of all versions are
@@ -203,11 +202,7 @@ static Database open_to_read(const std::string &file)
     }
     std::string address = "file:";
     for (char character : file)
-        if (std::isalnum(static_cast<unsigned char>(character)) || character == '/' || character == '.' ||
-            character == '_')
-            address += character;
-        else
-            address += "%" + to_hex({&character, 1});
+        address += "%" + to_hex({&character, 1});
     return {address + "?immutable=1", SQLITE_OPEN_READONLY | SQLITE_OPEN_URI};
 }
 

@@ -88,7 +88,7 @@ template <typename Row> std::string Source::select() const
 }
 
 // The runs behind `after`, or the newest so many as the filter says; always in the order of time.
-size_t Source::page(const Filter &filter, const Run *after, std::vector<Run> &runs)
+std::vector<Run> Source::page(const Filter &filter, const std::optional<Run> &after)
 {
     Conditions conditions(filter, is_cut_by_id());
     if (after) {
@@ -96,13 +96,13 @@ size_t Source::page(const Filter &filter, const Run *after, std::vector<Run> &ru
         conditions.add("(started, id) > (" + started + ", " + conditions.value(after->id) + ")");
     }
     const std::string order = filter.limit > 0 ? "runs.started DESC, id DESC" : "runs.started, id";
-    runs.clear();
+    std::vector<Run> runs;
     query(select<Run>() + " FROM runs" + conditions.text + " ORDER BY " + order + " LIMIT " +
               std::to_string(filter.limit > 0 ? filter.limit : PAGE),
           conditions.parameters, [&](const Values &values) { runs.push_back(run_of(values)); });
     if (filter.limit > 0)
         std::reverse(runs.begin(), runs.end());
-    return runs.size();
+    return runs;
 }
 
 void Source::each(const Filter &filter, const std::function<void(const Run &)> &visit)
@@ -110,13 +110,13 @@ void Source::each(const Filter &filter, const std::function<void(const Run &)> &
     std::vector<Run> runs;
     std::optional<Run> last;
     // Page by page: nothing is held open while what is read is written elsewhere.
-    while (page(filter, last ? &*last : nullptr, runs) > 0) {
+    do {
+        runs = page(filter, last);
         for (const Run &run : runs)
             visit(run);
-        if (filter.limit > 0 || runs.size() < PAGE)
-            return;
-        last = runs.back();
-    }
+        if (!runs.empty())
+            last = runs.back();
+    } while (filter.limit == 0 && runs.size() == PAGE);
 }
 
 std::vector<Step> Source::steps(const std::string &run)

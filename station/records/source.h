@@ -81,7 +81,7 @@ class Source
 
   private:
     template <typename Row> std::string select() const; // of all columns
-    size_t page(const Filter &filter, const Run *after, std::vector<Run> &runs);
+    std::vector<Run> page(const Filter &filter, const std::optional<Run> &after);
 };
 
 std::unique_ptr<Source> open_database_source(const std::string &address);

@@ -14,17 +14,29 @@ Database::Database(const std::string &file, int flags) : file_(file)
     const int code =
         sqlite3_open_v2(file.c_str(), &handle, flags | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, nullptr);
     handle_.reset(handle);
-    if (!handle)
-        throw Error(file + ": out of memory");
     if (code != SQLITE_OK)
         fail(code);
     sqlite3_busy_timeout(handle, BUSY_MILLISECONDS);
 }
 
+// What the system said. When a commit fails only the file that was written remembers it.
+static int system_error(sqlite3 *database, int code)
+{
+    int error = sqlite3_system_errno(database);
+    if (code == SQLITE_IOERR_WRITE)
+        for (int which : {SQLITE_FCNTL_FILE_POINTER, SQLITE_FCNTL_JOURNAL_POINTER}) {
+            sqlite3_file *file = nullptr;
+            sqlite3_file_control(database, "main", which, &file);
+            if (error == 0 && file->pMethods)
+                file->pMethods->xFileControl(file, SQLITE_FCNTL_LAST_ERRNO, &error);
+        }
+    return error;
+}
+
 // The phone's own words never come here: the texts are SQLite's and the system's.
 void Database::fail(int code) const
 {
-    const int error = sqlite3_system_errno(handle_.get());
+    const int error = system_error(handle_.get(), code);
     const std::string because = error ? std::string(" (") + std::strerror(error) + ")" : "";
     const bool is_no_room = error == ENOSPC || error == EDQUOT || error == EFBIG;
     if ((code & 0xFF) == SQLITE_FULL || ((code & 0xFF) == SQLITE_IOERR && is_no_room))
@@ -75,7 +87,7 @@ std::string Database::text(const char *sql)
 void Database::fold_on_close(bool wanted)
 {
     const int code =
-        sqlite3_db_config(handle_.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, wanted ? 0 : 1, nullptr);
+        sqlite3_db_config(handle_.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, int{!wanted}, nullptr);
     if (code != SQLITE_OK)
         fail(code);
 }
@@ -138,15 +150,10 @@ Statement &Statement::bind_null()
 
 bool Statement::step()
 {
-    const int code = sqlite3_step(handle_.get());
-    if (code == SQLITE_ROW)
+    if (sqlite3_step(handle_.get()) == SQLITE_ROW)
         return true;
-    // The reset repeats the step's error, and leaves the statement ready for the next try.
-    const int end = sqlite3_reset(handle_.get());
     bound_ = 0;
-    if (code != SQLITE_DONE)
-        database_->fail(code);
-    check(end);
+    check(sqlite3_reset(handle_.get())); // repeats the step's error, and leaves all ready for the next try
     return false;
 }
 

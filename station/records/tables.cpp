@@ -5,6 +5,7 @@
 #include "station/records/turns.h"
 #include "station/text/text.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <optional>
@@ -49,12 +50,10 @@ static std::string name(const std::string &text)
 {
     static constexpr size_t LONGEST = 1000;
     std::string cleaned = clean(text);
-    if (cleaned.size() > LONGEST) {
-        size_t end = LONGEST;
-        while ((cleaned[end] & 0xC0) == 0x80) // no character is cut
-            end--;
-        cleaned.resize(end);
-    }
+    size_t end = std::min(cleaned.size(), LONGEST);
+    while ((cleaned[end] & 0xC0) == 0x80) // no character is cut
+        end--;
+    cleaned.resize(end);
     return cleaned;
 }
 
@@ -128,7 +127,7 @@ bool Tables::end(const std::string &run, Time ended, Verdict verdict, const std:
     return true;
 }
 
-size_t Tables::close_dead(const Owner &owner)
+void Tables::close_dead(const Owner &owner)
 {
     std::set<int64_t> dead;
     while (open_owners_.step())
@@ -144,7 +143,6 @@ size_t Tables::close_dead(const Owner &owner)
     }
     for (const auto &[run, ended] : runs)
         end(run, ended, Verdict::aborted, "the station ended in the middle of the run");
-    return runs.size();
 }
 
 } // namespace station::records

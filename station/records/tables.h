@@ -23,8 +23,8 @@ class Tables
     bool identify(const std::string &run, const std::string &unit);
     bool end(const std::string &run, Time ended, Verdict verdict, const std::string &cause);
 
-    // Closes as aborted what processes left open that live no more. Tells how many runs.
-    size_t close_dead(const Owner &owner);
+    // Closes as aborted what processes left open that live no more.
+    void close_dead(const Owner &owner);
 
   private:
     Statement insert_run_, insert_step_, identify_, end_, open_owners_, open_runs_, give_turns_;

@@ -14,7 +14,7 @@ static constexpr char DEFAULT_FILE[] = "records.db";
 
 static bool is_address(const std::string &text)
 {
-    return text.rfind("postgresql://", 0) == 0 || text.rfind("postgres://", 0) == 0;
+    return text.find("postgresql://") == 0 || text.find("postgres://") == 0;
 }
 
 static std::string address_beside(const std::string &file)
@@ -62,8 +62,8 @@ std::string shown(const std::string &address)
     if (begin != std::string::npos) {
         const std::string_view authority = std::string_view(address).substr(begin + 3, end - begin - 3);
         const size_t at = authority.rfind('@');
-        const size_t colon = authority.find(':');
-        if (at != std::string_view::npos && colon < at)
+        const size_t colon = authority.substr(0, at).find(':');
+        if (at != std::string_view::npos && colon != std::string_view::npos)
             text.replace(begin + 3 + colon, at - colon, ":...");
     }
     const size_t word = text.find("password=");
