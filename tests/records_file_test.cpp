@@ -9,17 +9,29 @@
 #include "station/records/text.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
+#include <sys/syscall.h>
+#include <thread>
+#include <unistd.h>
 
 namespace station::records
 {
 
 using std::chrono::milliseconds;
 using KeptRun = Run; // a test has a Run of its own
+
+// How often SQLite has asked for what it wrote to be on the disk.
+static std::atomic<int> syncs;
+extern "C" int fdatasync(int descriptor)
+{
+    syncs++;
+    return static_cast<int>(syscall(SYS_fdatasync, descriptor));
+}
 
 namespace
 {
@@ -147,13 +159,18 @@ TEST_F(Records, KeepARunAsItWas)
         step = step_named("camera", Verdict::error);
         step.answer = bytes;
         step.measured = std::string(301, '9'); // more than a floating-point number holds
+        step.low = std::string(300, '9');
+        step.milliseconds = 1e6; // begun before the run, by its own account
         step.expected = "x\xff";
         step.cause = "because\nof it";
         recording.add(step);
         recording.add(step_named("later", Verdict::fail));
         recording.end(Verdict::fail, "why");
-        EXPECT_NE(refusal([&] { recording.add(step); }).find("run " + id + " is not open any more"),
-                  std::string::npos);
+        EXPECT_EQ(recording.run().unit + (recording.run().unit_is_port ? " port" : ""), "CV\x01");
+        EXPECT_EQ(refusal([&] { recording.add(step); }),
+                  "run " + id +
+                      " is not open any more: it was removed, or closed by another station that could not "
+                      "see this one live");
         EXPECT_THROW(recording.identify("other"), Error);
     }
     const KeptRun run = source()->find(id.substr(0, 30));
@@ -166,10 +183,14 @@ TEST_F(Records, KeepARunAsItWas)
     EXPECT_EQ(run.failing, "camera") << "an error is a failure too";
     EXPECT_EQ(run.cause, "why");
     EXPECT_GE(*run.ended, run.started);
+    EXPECT_LT(*run.ended, run.started + std::chrono::hours(1));
     const std::vector<Step> steps = source()->steps(id);
     ASSERT_EQ(steps.size(), 3U);
     EXPECT_EQ(steps[2].number, 3);
     EXPECT_GE(steps[2].began, steps[0].began);
+    EXPECT_LT(steps[2].began, 1e6);
+    EXPECT_EQ(steps[1].began, 0);
+    EXPECT_EQ(steps[1].low.size(), 300U);
     EXPECT_EQ(steps[0].phase + steps[0].code + steps[0].request + steps[0].unit,
               "power0x0A05battery-voltageuV");
     EXPECT_EQ(steps[0].request_bytes, bytes);
@@ -214,6 +235,41 @@ TEST_F(Records, AFullFileIsTold)
                       hand.add("2026-11-21", std::string(900, 'u'), Verdict::pass);
               }).find("the disk is full"),
               std::string::npos);
+    EXPECT_EQ(refusal([&] { hand.database().fail(SQLITE_BUSY); }),
+              file() + ": another program has held it for 10 s; `fuser " + file() + "` tells which");
+    EXPECT_EQ(hand.database().text("SELECT NULL"), "");
+}
+
+TEST_F(Records, AreOnTheDiskWhenARunHasEnded)
+{
+    Store store({file(), "", false});
+    const auto syncs_of = [](const auto &call) {
+        const int before = syncs;
+        call();
+        return syncs - before;
+    };
+    EXPECT_GT(syncs_of([&] { store.check(); }), 0);
+    std::optional<Recording> recording;
+    EXPECT_EQ(syncs_of([&] {
+                  recording.emplace(store.begin({}));
+                  recording->identify("a");
+                  recording->add(step_named("one"));
+              }),
+              0);
+    EXPECT_GT(syncs_of([&] { recording->end(Verdict::pass); }), 0);
+}
+
+TEST_F(Records, AReaderDelaysTheLog)
+{
+    open_file(file(), Access::write).text("PRAGMA journal_mode = DELETE");
+    Database reader(file(), SQLITE_OPEN_READWRITE);
+    reader.execute("BEGIN; SELECT * FROM state");
+    std::thread reads([&] {
+        std::this_thread::sleep_for(milliseconds(100));
+        reader.execute("COMMIT");
+    });
+    EXPECT_EQ(open_file(file(), Access::write).text("PRAGMA journal_mode"), "wal");
+    reads.join();
 }
 
 TEST_F(Records, WhatIsLeftOpenIsAborted)
@@ -228,12 +284,12 @@ TEST_F(Records, WhatIsLeftOpenIsAborted)
     const Recording living = store.begin({});
     EXPECT_FALSE(runs()[1].verdict) << "its station lives";
 
-    // One of a station that lives no more ends with its last step.
-    {
+    // One of a station that lives no more ends with its last step, when the next one starts or is asked.
+    const auto leave = [&](const char *id) {
         Database database = open_file(file(), Access::write);
         Tables tables(database);
         KeptRun run;
-        run.id = "00000000-0000-7000-8000-000000000000";
+        run.id = id;
         run.started = time_of("2026-11-21T12:00:00.000Z");
         tables.insert(run, 12345);
         Step step = step_named("one", Verdict::fail);
@@ -241,14 +297,20 @@ TEST_F(Records, WhatIsLeftOpenIsAborted)
         step.began = 1000;
         step.milliseconds = 500;
         tables.insert(run.id, step);
+    };
+    leave("00000000-0000-7000-8000-000000000001");
+    {
+        const Store next({file(), "", false});
     }
+    EXPECT_EQ(open_file(file(), Access::read).number("SELECT count(*) FROM runs WHERE verdict IS NULL"), 1);
+    leave("00000000-0000-7000-8000-000000000000");
     const std::vector<KeptRun> all = runs();
-    ASSERT_EQ(all.size(), 3U);
+    ASSERT_EQ(all.size(), 4U);
     EXPECT_EQ(all[0].verdict, Verdict::aborted);
     EXPECT_EQ(all[0].cause, "the station ended in the middle of the run");
     EXPECT_EQ(all[0].failing, "one");
     EXPECT_EQ(time_text(*all[0].ended), "2026-11-21T12:00:01.500Z");
-    EXPECT_FALSE(all[2].verdict);
+    EXPECT_FALSE(all[3].verdict);
 }
 
 TEST_F(Records, OwnersLiveAsLongAsTheirLocks)
@@ -296,6 +358,8 @@ TEST_F(Records, FilesOfOthersAreLeftAsTheyAre)
             << why;
         EXPECT_EQ(bytes_of(path("other.db")), content) << why;
         EXPECT_FALSE(std::filesystem::exists(path("other.db-lock")));
+        // What the header tells is known before SQLite makes its index of the log.
+        EXPECT_FALSE(why != std::string("is damaged") && std::filesystem::exists(path("other.db-shm")));
         std::filesystem::remove(path("other.db-wal"));
         std::filesystem::remove(path("other.db-shm"));
     }
@@ -361,6 +425,7 @@ TEST_F(Records, AreFoundByWhatIsAsked)
         {{"a", "plan", since, until, "fail", 5}, "2"},
         {{"a' OR 'a' = 'a", "", {}, {}, "", 0}, ""},
         {{"", "", {}, {}, "", 2}, "4 5"},
+        {{"", "", {}, {}, "", 1}, "5"},
     };
     for (const auto &[filter, ids] : rows)
         EXPECT_EQ(ids_of(runs(filter)), ids) << ids;
@@ -430,6 +495,27 @@ TEST_F(Records, YieldCountsUnitsNotRuns)
     EXPECT_EQ(yields({}), "other 2 runs 2 units 2 first 1 at once 1 passed\n"
                           "plan 14 runs 8 units 8 first 4 at once 4 passed\n");
     EXPECT_EQ(harms({}), "nfc 5 4 5\nssd 2 2 3\n 1 1 1\n");
+    const auto over_time = [&](const char *since, const char *until) {
+        Filter filter;
+        filter.since = parse_time(since, {});
+        filter.until = parse_time(until, {});
+        const OverTime over = from->tally(filter).over_time();
+        std::string text = word(over.bucket);
+        for (const Point &point : over.points)
+            text += "\n" + time_text(point.from).substr(0, 16) + " " + std::to_string(point.runs) + " " +
+                    std::to_string(point.units) + " " + std::to_string(point.first) + " " +
+                    std::to_string(point.first_pass) + " " + std::to_string(point.passed);
+        return text;
+    };
+    const std::string by_day = "day\n2026-11-20T00:00 2 2 2 1 1\n2026-11-21T00:00 13 9 8 4 5\n"
+                               "2026-11-22T00:00 1 1 0 0 0";
+    EXPECT_EQ(over_time("2026-11-20", "2026-11-23"),
+              "hour\n2026-11-20T10:00 1 1 1 0 0\n2026-11-20T12:00 1 1 1 1 1\n"
+              "2026-11-21T10:00 13 9 8 4 5\n2026-11-22T00:00 1 1 0 0 0");
+    EXPECT_EQ(over_time("2026-11-20", "2026-11-23T00:00:00.001"), by_day);
+    EXPECT_EQ(over_time("", "2026-11-24"), by_day);
+    EXPECT_EQ(over_time("2026-08-01", "2026-11-29"), by_day);
+    EXPECT_EQ(over_time("2026-08-01", "2026-11-29T00:00:00.001"), "month\n2026-11-01T00:00 16 10 10 5 5");
     // In whatever order the runs end, and of a file of an older station.
     const std::string of_day = yields(day), of_all = yields({});
     from.reset();
@@ -458,7 +544,7 @@ TEST_F(Records, LongNamesAreCutBetweenCharacters)
 {
     std::string name(999, 'n');
     const std::string kept = name;
-    name += "\xe2\x82\xac more";
+    name += "\xc3\xa9 more";
     {
         Store store({file(), "", false});
         Recording recording = store.begin({});
