@@ -1,5 +1,6 @@
 // The forms in which runs are kept and given away: characters, decimals, times, ids, cells and addresses.
 #include "station/records/forms.h"
+#include "station/records/months.h"
 #include "station/records/text.h"
 #include "station/records/where.h"
 #include "station/text/text.h"
@@ -192,6 +193,22 @@ TEST(Id, IsNamedByItsBeginning)
     for (const std::string text : {"019aa8751", "x", "019aa-", "%", "-"})
         EXPECT_EQ(id_bound(text, '0'), "") << text;
     EXPECT_EQ(id_bound(whole + "0", '0'), "");
+}
+
+TEST(Id, TellsItsMonth)
+{
+    const struct {
+        const char *started, *name, *from, *to;
+    } rows[] = {
+        {"2026-11-01", "2026_11", "2026-11-01", "2026-12-01"},
+        {"2026-12-31T23:59:59.999", "2026_12", "2026-12-01", "2027-01-01"},
+    };
+    for (const auto &row : rows) {
+        const Month month = month_of(id_at(time_of(row.started)));
+        EXPECT_EQ(month.name, row.name);
+        EXPECT_EQ(month.from, id_at(time_of(row.from)));
+        EXPECT_EQ(month.to, id_at(time_of(row.to)));
+    }
 }
 
 TEST(Forms, CellsStartNoFormula)

@@ -2,6 +2,7 @@
 
 #include "station/records/columns.h"
 #include "station/records/forms.h"
+#include "station/records/months.h"
 #include "station/records/text.h"
 #include "station/records/turns.h"
 #include "station/records/where.h"
@@ -10,8 +11,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cstdio>
-#include <ctime>
 
 namespace station::records
 {
@@ -208,39 +207,11 @@ std::string Postgres::prepare()
     });
 }
 
-namespace
-{
-
-struct Month {
-    std::string name; // 2026_11
-    std::string from, to;
-};
-
-} // namespace
-
-// The month of an id by the time in it, which is the run's start.
-static Month month_of(const std::string &id)
-{
-    const auto started = std::chrono::floor<std::chrono::seconds>(time_in(id));
-    const std::time_t seconds = started.time_since_epoch().count();
-    std::tm parts{};
-    gmtime_r(&seconds, &parts);
-    std::tm begin{}, end{};
-    begin.tm_year = end.tm_year = parts.tm_year;
-    begin.tm_mon = parts.tm_mon;
-    end.tm_mon = parts.tm_mon + 1;
-    begin.tm_mday = end.tm_mday = 1;
-    const auto bound = [](std::tm &time) { return id_at(Time(std::chrono::seconds(timegm(&time)))); };
-    char name[32];
-    std::snprintf(name, sizeof name, "%04d_%02d", parts.tm_year + 1900, parts.tm_mon + 1);
-    return {name, bound(begin), bound(end)};
-}
-
 void Postgres::make_months(const std::vector<WholeRun> &runs)
 {
     for (const WholeRun &run : runs) {
         const Month month = month_of(run.first.id);
-        if (months_.count(month.name) > 0)
+        if (!months_.insert(month.name).second)
             continue;
         pqxx::work work(*connection_);
         const auto is_there = "SELECT to_regclass('runs_" + month.name + "') IS NOT NULL";
@@ -252,7 +223,6 @@ void Postgres::make_months(const std::vector<WholeRun> &runs)
                           month.to + "')");
         }
         work.commit();
-        months_.insert(month.name);
     }
 }
 
