@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <future>
 #include <mutex>
 #include <thread>
 
@@ -56,10 +57,13 @@ class Spool
             ids.push_back(waiting_.text(0));
         std::vector<WholeRun> runs;
         size_t bytes = 0;
-        for (size_t i = 0; i < ids.size() && bytes < BYTES_AT_ONCE; i++) {
-            runs.emplace_back(source_->find(ids[i]), source_->steps(ids[i]));
+        for (const std::string &id : ids) {
+            runs.emplace_back(source_->find(id), source_->steps(id));
             for (const Step &step : runs.back().second)
-                bytes += step.request.size() + step.answer.size() + step.expected.size() + step.cause.size();
+                for (const std::string *text : {&step.request, &step.answer, &step.expected, &step.cause})
+                    bytes += text->size();
+            if (bytes > BYTES_AT_ONCE)
+                break;
         }
         return runs;
     }
@@ -118,10 +122,9 @@ struct Forwarder::Inside {
     Where where;
     mutable std::mutex mutex;
     std::condition_variable changed;
-    bool is_awake = true;
+    bool is_awake = false;
     bool is_ending = false;
-    bool has_failed_last = false;
-    bool is_done = false;
+    std::promise<void> done;
     std::string problem;
     size_t waiting = 0;
     Clock::time_point end = Clock::time_point::max();
@@ -152,32 +155,27 @@ struct Forwarder::Inside {
         std::unique_ptr<Postgres> database;
         Clock::duration pause = FIRST_PAUSE;
         std::unique_lock<std::mutex> lock(mutex);
-        while (!(is_ending && (has_failed_last || !is_awake || Clock::now() > end))) {
+        do {
             is_awake = false;
             lock.unlock();
             std::string what;
-            bool has_failed = false;
             try {
                 what = forward_all(spool, database);
             } catch (const std::exception &error) {
                 what = error.what();
-                has_failed = true;
                 database.reset();
             }
             lock.lock();
             problem = what;
-            has_failed_last = has_failed;
-            if (has_failed_last) {
+            if (!database) { // it has failed
                 changed.wait_for(lock, pause, [&] { return is_ending; });
                 pause = std::min<Clock::duration>(2 * pause, LONGEST_PAUSE);
-                is_awake = true;
             } else {
                 pause = FIRST_PAUSE;
                 changed.wait(lock, [&] { return is_ending || is_awake; });
             }
-        }
-        is_done = true;
-        changed.notify_all();
+        } while (!is_ending || (is_awake && database && Clock::now() < end));
+        done.set_value();
     }
 
     void note_waiting(size_t count)
@@ -205,15 +203,15 @@ Forwarder::Forwarder(const Where &where) : inside_(std::make_shared<Inside>())
 
 Forwarder::~Forwarder()
 {
-    std::unique_lock<std::mutex> lock(inside_->mutex);
-    inside_->is_ending = true;
-    inside_->end = Clock::now() + LAST_TRIES;
+    {
+        const std::lock_guard<std::mutex> lock(inside_->mutex);
+        inside_->is_ending = true;
+        inside_->end = Clock::now() + LAST_TRIES;
+    }
     inside_->changed.notify_all();
     // A database that has stopped in the middle of an answer is waited for no longer: the process is about to
     // end.
-    const bool is_done = inside_->changed.wait_for(lock, 2 * LAST_TRIES, [&] { return inside_->is_done; });
-    lock.unlock();
-    if (is_done)
+    if (inside_->done.get_future().wait_for(2 * LAST_TRIES) == std::future_status::ready)
         thread_.join();
     else
         thread_.detach();
