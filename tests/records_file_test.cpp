@@ -495,6 +495,10 @@ TEST_F(Records, YieldCountsUnitsNotRuns)
     EXPECT_EQ(yields({}), "other 2 runs 2 units 2 first 1 at once 1 passed\n"
                           "plan 14 runs 8 units 8 first 4 at once 4 passed\n");
     EXPECT_EQ(harms({}), "nfc 5 4 5\nssd 2 2 3\n 1 1 1\n");
+    Filter even;
+    even.since = parse_time("2026-11-21T10:06", {});
+    even.until = parse_time("2026-11-21T10:09", {});
+    EXPECT_EQ(harms(even), " 1 1 1\nssd 1 1 1\n") << "by their names";
     const auto over_time = [&](const char *since, const char *until) {
         Filter filter;
         filter.since = parse_time(since, {});

@@ -100,8 +100,9 @@ std::vector<Harm> Tally::harms(size_t limit) const
         });
         harms.push_back({step, static_cast<int64_t>(failed.who.size()), failed.runs, lost});
     }
-    std::sort(harms.begin(), harms.end(), [](const Harm &a, const Harm &b) {
-        return std::tie(b.units, b.runs, a.step) < std::tie(a.units, a.runs, b.step);
+    // Those that struck equally stay in the order of their names.
+    std::stable_sort(harms.begin(), harms.end(), [](const Harm &a, const Harm &b) {
+        return std::tie(a.units, a.runs) > std::tie(b.units, b.runs);
     });
     if (limit > 0 && harms.size() > limit)
         harms.resize(limit);

@@ -112,7 +112,7 @@ class Reading
     }
     std::string digits() // all that stand there
     {
-        const std::string all(rest_.substr(0, rest_.find_first_not_of("0123456789")));
+        std::string all(rest_.substr(0, rest_.find_first_not_of("0123456789")));
         rest_.remove_prefix(all.size());
         return all;
     }
