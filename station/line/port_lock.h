@@ -1,6 +1,8 @@
 // A port is one line's: a second one would test the same phone at the same time.
 #pragma once
 
+#include "platform/owned/descriptor.h"
+
 #include <string>
 #include <vector>
 
@@ -14,12 +16,9 @@ class PortLock
   public:
     // Throws PortError when another line has the port.
     explicit PortLock(const std::string &port);
-    ~PortLock();
-    PortLock(const PortLock &) = delete;
-    PortLock &operator=(const PortLock &) = delete;
 
   private:
-    std::vector<int> locked_;
+    std::vector<owned::descriptor> locked_;
 };
 
 } // namespace station
