@@ -11,12 +11,12 @@ size_t utf8_character(std::string_view text, size_t at, uint32_t &character)
     static constexpr uint32_t LEAST[] = {0, 0, 0x80, 0x800, 0x10000}; // a longer form of less is no UTF-8
     const auto byte = [&](size_t i) { return static_cast<unsigned char>(i < text.size() ? text[i] : 0); };
     const unsigned first = byte(at);
-    const size_t length = first < 0x80    ? 1
-                          : first >= 0xF5 ? 0
-                          : first >= 0xF0 ? 4
-                          : first >= 0xE0 ? 3
-                          : first >= 0xC2 ? 2
-                                          : 0;
+    const size_t length = first < 0x80   ? 1
+                          : first < 0xC2 ? 0
+                          : first < 0xE0 ? 2
+                          : first < 0xF0 ? 3
+                          : first < 0xF8 ? 4
+                                         : 0;
     character = first & HEAD_BITS[length];
     for (size_t i = 1; i < length; i++) {
         if ((byte(at + i) & 0xC0) != 0x80)
@@ -46,7 +46,6 @@ void append_escaped(std::string &text, std::string_view bytes)
 std::string to_hex(std::string_view bytes)
 {
     std::string digits;
-    digits.reserve(2 * bytes.size());
     for (char byte : bytes)
         append_hex(digits, byte);
     return digits;
