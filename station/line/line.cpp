@@ -176,10 +176,9 @@ struct Line::Slot : Listener {
             if (line.options_.finished)
                 line.options_.finished(kept.run());
             show(ended.end, ended.end == End::aborted ? ended.cause : "");
-        } catch (const records::Error &error) {
-            line.stop_taking(error.what());
-            show(End::error, error.what());
         } catch (const std::exception &error) {
+            if (dynamic_cast<const records::Error *>(&error))
+                line.stop_taking(error.what());
             show(End::error, error.what());
         }
         keeper = nullptr;
