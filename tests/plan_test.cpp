@@ -73,6 +73,11 @@ TEST(Plan, EveryMistakeIsToldWithItsLine)
         {"port-check within 2", "within takes a time such as 2 s, 500 ms or 1 min"},
         {"port-check within 2 h", "within takes a time such as 2 s, 500 ms or 1 min"},
         {"port-check within 0 s", "within 0 s: nothing is as fast"},
+        {"port-check within", "within takes a time such as 2 s, 500 ms or 1 min"},
+        {"port-check as \"x\" as",
+         "'as' is not expected here; behind a step stand as \"TEXT\", within 2 s and "
+         "stop, in this order"},
+        {"port-check as", "as takes a name in quotation marks"},
         {"port-check within -1 s", "within takes a number of seconds, a day's at most"},
         {"port-check stop as \"x\"",
          "'as' is not expected here; behind a step stand as \"TEXT\", within 2 s and stop, in this order"},
@@ -86,19 +91,29 @@ TEST(Plan, EveryMistakeIsToldWithItsLine)
          "'or' is not expected here; behind a step stand as \"TEXT\", within 2 s and stop, in this order"},
         {"battery-capacity in 30..70%", "'70%': the unit stands behind a blank, as in 3..4 mV"},
         {"battery-voltage in 3600mV..", "'3600mV': the unit stands behind a blank, as in 3..4 mV"},
+        {"battery-capacity in 3\x80", "'3\x80': the unit stands behind a blank, as in 3..4 mV"},
+        {"battery-capacity in 1,5",
+         "'1,5' is no limit; limits are LOW..HIGH, LOW.., ..HIGH or a value alone, "
+         "in digits such as -12.50"},
+        {"battery-capacity in low",
+         "'low' is no limit; limits are LOW..HIGH, LOW.., ..HIGH or a value alone, "
+         "in digits such as -12.50"},
         {"battery-capacity in 30...100", "in 30...100: two dots part the limits, not three"},
         {"battery-capacity in 30 ..70", "in 30 ..70: limits stand without blanks, such as 3..4"},
         {"battery-capacity in 30.. 70", "in 30.. 70: limits stand without blanks, such as 3..4"},
         {"battery-capacity in 30 #", "in 30 #: this is no unit; comments have a line of their own"},
+        {"port-check #", "port-check: '#' is not expected; comments have a line of their own"},
         {"get-prop a # b", "get-prop: '#' is not expected; comments have a line of their own"},
         {"phase always # b", "'always # b' is no name for a phase; comments have a line of their own"},
         {"phase Always", "'Always' is no name for a phase; did you mean always?"},
         {"! ask \"x\"", "ask has no answer to be judged"},
         {"input 1x \"t\"", "'1x' is no name for an input; letters, digits and _ make one"},
+        {"input '' 't'", "'' is no name for an input; letters, digits and _ make one"},
         {"input A", "input takes a name and a text in quotation marks"},
         {"input A \"t\" =~ (", "'(' is no pattern: missing ): ("},
         {"wait soon", "wait takes a number of seconds, a day's at most"},
         {"sleep 86401", "sleep takes a number of seconds, a day's at most"},
+        {"sleep nan", "sleep takes a number of seconds, a day's at most"},
         {"sleep inf", "sleep takes a number of seconds, a day's at most"},
         {"? wait 1", "wait has no answer to be judged"},
         {"wait 1 within 2 s", "wait has a time of its own"},
@@ -132,7 +147,12 @@ TEST(Plan, EveryMistakeIsToldWithItsLine)
         "is a text\n"
         "plan:1: $B is put in only behind this line\n"
         "plan:3: no input of this plan is called $C; did you mean $B?; in single quotes it is a text");
-    EXPECT_EQ(plans.mistakes("# nothing\nsleep 1\n"), "plan: no line of it asks anything");
+    // What is no name of an input is text, unless it looks like nothing else.
+    EXPECT_EQ(
+        plans.mistakes("input B 't'\nset-prop a \"$C\"\nset-prop a x$C\nset-prop a $C/x\nset-prop a $-C\n"),
+        "");
+    EXPECT_EQ(plans.mistakes("set-prop a $C\n"), "");
+    EXPECT_EQ(plans.mistakes("# nothing\n\nsleep 1\n"), "plan: no line of it asks anything");
     plans.write("inner", "port-check\ninclude plan\nget-porp a\n");
     EXPECT_EQ(plans.mistakes("include inner\ninclude inner\nwait\n"),
               "inner:2: include plan: this file includes itself, by itself or by others\n"
@@ -143,7 +163,12 @@ TEST(Plan, EveryMistakeIsToldWithItsLine)
         plans.write("twice" + std::to_string(i), ("include twice" + std::to_string(i + 1) + "\n") +
                                                      "include twice" + std::to_string(i + 1) + "\n");
     plans.write("twice40", "# \n");
-    EXPECT_NE(plans.mistakes("include twice0\n").find("more than 1000 files"), std::string::npos);
+    const std::string told_twice = plans.mistakes("include twice0\n");
+    EXPECT_NE(told_twice.find(": include twice40: more than 1000 files"), std::string::npos) << told_twice;
+    std::string often;
+    for (int i = 1; i < 1000; i++)
+        often += "include twice40\n";
+    EXPECT_EQ(plans.mistakes(often + "port-check\n"), "");
 }
 
 TEST(Plan, WhatALineSays)
@@ -158,13 +183,17 @@ TEST(Plan, WhatALineSays)
         {"set-prop a b stop", "set-prop", "a b", "a success", true},
         {"set-prop a \"b c\" as \"x y\" within 500 ms stop", "x y", "a \"b c\"", "a success, within 0.5 s",
          true},
-        {"! get-prop a => no  way stop", "get-prop", "a", "a failure: no way", true},
+        {"!get-prop a => no  way stop", "get-prop", "a", "a failure: no way", true},
         {"get-prop a => \"please stop\"", "get-prop", "a", "please stop", false},
         {"get-prop a => please \"stop\"", "get-prop", "a", "please stop", false},
         {"get-prop a => (", "get-prop", "a", "(", false},
         {"get-prop a => stop", "get-prop", "a", "stop", false},
         {"get-prop a => within 2 s", "get-prop", "a", "within 2 s", false},
         {"get-prop a => x within 2 min", "get-prop", "a", "x, within 120 s", false},
+        {"get-prop a => x within 500 ms", "get-prop", "a", "x, within 0.5 s", false},
+        {"get-prop a => x within 2 h", "get-prop", "a", "x within 2 h", false},
+        {"get-prop a => x as b", "get-prop", "a", "x as b", false},
+        {"get-prop a => as \"b\"", "get-prop", "a", "as b", false},
         {"get-prop a =~ ^a as \"b\" stop", "b", "a", "like ^a", true},
         {"shell-output 'a => b' => c", "shell-output", "\"a => b\"", "c", false},
         {"battery-voltage in 1..2.50 uV as \"v\"", "v", "", "in 1..2.50 uV", false},
@@ -174,14 +203,21 @@ TEST(Plan, WhatALineSays)
         {"tell 'go'", "go", "go", "a success", false},
         {"tell go stop", "go", "go", "a success", true},
         {"set-prop a #1", "set-prop", "a #1", "a success", false},
+        {"tell go as 'x'", "x", "go", "a success", false},
+        {"ask go within 2 s", "go", "go", "a success, within 2 s", false},
+        {"wait 86400", "wait", "86400 s", "a success", false},
         {"wait 3 stop", "wait", "3 s", "a success", true},
     };
     for (const auto &row : rows) {
-        const Step step = plans.parse(std::string("\xEF\xBB\xBF  ") + row.line + "\r\n").steps.at(0);
-        EXPECT_EQ(step.name(), row.name) << row.line;
-        EXPECT_EQ(step.request.words, row.words) << row.line;
-        EXPECT_EQ(step.wanted(), row.wanted) << row.line;
-        EXPECT_EQ(step.stops, row.stops) << row.line;
+        const std::string line = row.line;
+        const std::vector<Step> steps = plans.parse("\xEF\xBB\xBF" + line + "\r\n \t" + line + "\n").steps;
+        ASSERT_EQ(steps.size(), 2U);
+        for (const Step &step : steps) {
+            EXPECT_EQ(step.name(), row.name) << row.line;
+            EXPECT_EQ(step.request.words, row.words) << row.line;
+            EXPECT_EQ(step.wanted(), row.wanted) << row.line;
+            EXPECT_EQ(step.stops, row.stops) << row.line;
+        }
     }
     const Step own = plans.parse("get-prop a --timeout 3 --retries 4\nget-prop b").steps.at(0);
     EXPECT_EQ(own.timeout, 3);
@@ -194,11 +230,11 @@ TEST(Plan, PhasesAndFilesKeepTheirPlace)
     std::filesystem::create_directory(plans.folder.path + "/deep");
     plans.write("deep/inner", "get-prop b\nphase always\nget-prop end2\n");
     const Plan plan =
-        plans.parse("get-prop a\nphase always\nget-prop end1\nphase one\ninclude deep/inner\nget-prop c\n");
+        plans.parse("get-prop a\nphase always\nget-prop end1\nphase #1\ninclude deep/inner\nget-prop c\n");
     std::string order;
     for (const Step &step : plan.steps)
         order += step.request.words + "(" + step.phase + ")" + (step.always ? "! " : " ");
-    EXPECT_EQ(order, "a() b(one) c(one) end1(always)! end2(always)! ");
+    EXPECT_EQ(order, "a() b(#1) c(#1) end1(always)! end2(always)! ");
     EXPECT_EQ(plan.name, "plan");
     EXPECT_EQ(plan.steps.at(1).file, plans.folder.path + "/deep/inner");
     EXPECT_EQ(plan.steps.at(1).line, 1);
@@ -229,12 +265,12 @@ TEST(Decimal, ComparesEveryDigit)
         {"9", "10", -1},
         {"99999999999999999999", "100000000000000000000", -1},
         {"-0.001", "0", -1},
+        {"-0", "-0.001", 1},
     };
     for (const auto &row : rows) {
-        const int order = Decimal::parse(row.one)->compare(*Decimal::parse(row.other));
-        const int back = Decimal::parse(row.other)->compare(*Decimal::parse(row.one));
-        EXPECT_EQ((order > 0) - (order < 0), row.order) << row.one << " " << row.other;
-        EXPECT_EQ((back > 0) - (back < 0), -row.order) << row.other << " " << row.one;
+        const Decimal one = *Decimal::parse(row.one), other = *Decimal::parse(row.other);
+        EXPECT_EQ(one < other, row.order < 0) << row.one << " " << row.other;
+        EXPECT_EQ(other<one, row.order> 0) << row.one << " " << row.other;
     }
     for (const char *text :
          {"", "-", ".", "1.", ".5", "+1", "1e3", "0x10", "1 ", "1.2.3", "--1", "nan", "1,5"})
@@ -248,7 +284,10 @@ TEST(Cause, IsTheRequestsOwnLines)
     EXPECT_EQ(cause_in(head + "[diag_cmd_read_file]:Open file failed!\n" + head + "\n" + other +
                        "not ours\n" + head + "[diag_cmd_x]:Read \x1b[2J Fail!\n"),
               "Open file failed! / Read \\x1b[2J Fail!");
-    EXPECT_EQ(cause_in(head + std::string(700, 'x') + "\n" + head + "[diag_cmd_x]:no\n"), "no") << "cut";
+    EXPECT_EQ(cause_in(head + "[half\n" + head + "a[0]: b  \r\n" + head + " \r\n"), "[half / a[0]: b");
+    const std::string no = "\n" + head + "[diag_cmd_x]:no\n";
+    EXPECT_EQ(cause_in(head + std::string(700 - head.size() - no.size(), 'x') + no), "no") << "cut";
+    EXPECT_EQ(cause_in(head + std::string(699 - head.size() - no.size(), 'x') + no).substr(0, 1), "x");
     EXPECT_EQ(cause_in(""), "");
 }
 

@@ -152,6 +152,9 @@ TEST(Play, JudgesEachAnswerByItsLine)
         {"! get-prop a", "a failure was wanted"},
         {"! get-prop a => blue", "a failure was wanted"},
         {"? get-prop no", ""},
+        {"port-check in 1", "the answer is no number"},
+        {"port-check => x", "another answer was wanted"},
+        {"unit get-prop no in 1", NOT_SET},
     };
     for (const auto &row : rows) {
         const Ended ended = played({row.line});
@@ -172,9 +175,10 @@ TEST(Play, PeopleAnswerAndWhatIsPutInStandsInLaterLines)
     Played played;
     played.people.answers = {"", "No", " YES ", "n", "perhaps", "CV 1$x", "x", "-rf", "a.c"};
     played({"tell 'Pull'", "tell 'Push'", "ask 'red?'", "ask 'dots?' as \"panel\"", "ask 'sure?'",
-            "input A 'scan' =~ ^CV", "set-prop k $A", "set-prop k \"<$A>\"", "set-prop k '$A' as \"kept\"",
-            "input B 'again' =~ ^CV", "set-prop k $B", "? set-prop k $B", "input C 'rest'", "set-prop k $C",
-            "input D 'dot'", "get-prop k =~ ^$D$", "ask \"is $A there?\""});
+            "input A 'scan' =~ ^CV", "set-prop k $A", "set-prop k \"<$A-$A>\" --retries 1",
+            "set-prop k '$A' as \"kept\"", "input B 'again' =~ ^CV", "set-prop k $B", "? set-prop k $B",
+            "input C 'rest'", "set-prop k $C", "input D 'dot'", "get-prop k =~ ^$D$",
+            "ask \"is $A there?\""});
     EXPECT_EQ(
         played.heard.rows,
         (Lines{"Pull: done", "! Push: not done | not done", "red?:  YES ", "! panel: n | answered with no",
@@ -186,7 +190,7 @@ TEST(Play, PeopleAnswerAndWhatIsPutInStandsInLaterLines)
                "! is $A there?: nobody to ask | nobody to ask"}));
     EXPECT_EQ(played.people.asked.back(), "is CV 1$x there?");
     EXPECT_EQ(played.phone.asked(),
-              (Lines{"set-prop k+CV 1$x", "set-prop k+<CV 1$x>", "set-prop k+$A", "get-prop k"}))
+              (Lines{"set-prop k+CV 1$x", "set-prop k+<CV 1$x-CV 1$x>", "set-prop k+$A", "get-prop k"}))
         << "no log of what was not sent";
     played.phone.answers["get-prop k"] = "a.c";
     played.people.answers = {"a.c", "a.d"};
@@ -204,6 +208,7 @@ TEST(Play, EndsWhereItIsToldToAndTearsDownWhateverCameBefore)
     const Ended ended = played(plan);
     EXPECT_EQ(ended.end, End::fail);
     EXPECT_EQ(ended.not_played, 2U);
+    EXPECT_EQ(ended.cause, "");
     EXPECT_FALSE(ended.port_died);
     EXPECT_EQ(played.phone.asked(), (Lines{"get-prop a", "log diag_cmd_get_prop", "set-prop x+1",
                                            "get-prop a", "log diag_cmd_get_prop", "set-prop end+1",
@@ -231,16 +236,19 @@ TEST(Play, EndsWhereItIsToldToAndTearsDownWhateverCameBefore)
     EXPECT_EQ(failed(interrupted.heard.rows), Lines{});
 
     // Something that waits ends early.
-    Played waiting;
-    std::thread impatient([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(150));
-        waiting.interrupts++;
-    });
-    const auto begin = Clock::now();
-    EXPECT_EQ(waiting({"sleep 30", "set-prop x 1"}).end, End::aborted);
-    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(5));
-    EXPECT_EQ(waiting.heard.rows, Lines{"! sleep: interrupted | interrupted"});
-    impatient.join();
+    for (const std::string name : {"sleep", "wait"}) {
+        Played waiting;
+        waiting.phone.stop();
+        std::thread impatient([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            waiting.interrupts++;
+        });
+        const auto begin = Clock::now();
+        EXPECT_EQ(waiting({name + " 30", "set-prop x 1"}).end, End::aborted);
+        EXPECT_LT(Clock::now() - begin, std::chrono::seconds(5));
+        EXPECT_EQ(waiting.heard.rows, Lines{"! " + name + ": interrupted | interrupted"});
+        impatient.join();
+    }
 
     // What cannot be kept ends the run as an error, and everybody hears the end.
     Played unkept;
@@ -277,6 +285,22 @@ TEST(Play, ALostPortEndsTheRunAndTheTeardownTriesOnce)
     EXPECT_EQ(back(plan).not_played, 1U);
     EXPECT_EQ(back.phone.asked(),
               (Lines{"set-prop x+1", "set-prop x+2", "set-prop end+1", "set-prop end+2"}));
+
+    Played late; // lost in the teardown, whose first step behind it may have it back
+    late.phone.happens = [&](const std::string &asked) {
+        return asked == "set-prop end+1" ? std::nullopt : std::optional(true);
+    };
+    EXPECT_EQ(late(plan).not_played, 0U);
+
+    Played mute;
+    mute.timeout = 30;
+    mute.phone.stop();
+    const int listener = listen_unix(mute.phone.path);
+    const auto begin = Clock::now();
+    mute({"wait 0.1"});
+    EXPECT_EQ(mute.heard.rows, Lines{"! wait: the port does not answer | the port does not answer"});
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(10)) << "it looks for itself, and in time";
+    close(listener);
 
     Played away;
     away.phone.stop();
@@ -369,6 +393,30 @@ TEST(Play, NothingIsSentToAnotherUnitThatHasComeInItsPlace)
     }
 }
 
+TEST(Play, NothingIsSentToAPhoneThatTellsItsNameNoMore)
+{
+    for (const bool is_gone : {false, true}) {
+        Played played;
+        played.people.answers = {"done"};
+        played.people.before = [&] {
+            played.phone.stop();
+            played.phone.answers["usb-serial"] = "ERROR";
+            if (!is_gone)
+                played.phone.start();
+        };
+        const Ended ended = played({"unit usb-serial", "tell gone", "? set-prop x 1", "set-prop x 2",
+                                    "set-prop x 3", "phase always", "set-prop end 1"});
+        const std::string no_more = "! set-prop: not sent | the unit tells its name no more: ";
+        EXPECT_EQ(failed(played.heard.rows),
+                  is_gone ? Lines(2, no_more + played.phone.path + ": No such file or directory")
+                          : Lines(3, no_more + "ERROR"));
+        EXPECT_EQ(ended.port_died, is_gone);
+        EXPECT_EQ(ended.not_played, is_gone ? 1U : 0U);
+        for (const std::string &asked : played.phone.asked())
+            EXPECT_EQ(asked, "usb-serial");
+    }
+}
+
 TEST(Play, ARestartThatNobodyAskedForFailsItsStep)
 {
     const std::string restarted = "the phone, or its service, has restarted by itself";
@@ -391,15 +439,28 @@ TEST(Play, ARestartThatNobodyAskedForFailsItsStep)
         {{"unit usb-serial", "restart", "tell gone", "set-prop x 1", "wait 5"}, true, {}},
         {{"unit usb-serial", "restart-recovery", "get-prop bye", "tell gone", "set-prop x 1"}, true, {}},
         {{"unit usb-serial", "? get-prop lost --timeout 0.1", "set-prop x 1"}, true, {}},
+        {{"unit usb-serial", "get-prop torn --timeout 0.1 --retries 1", "set-prop x 1"},
+         false,
+         {"! get-prop: no answer within 0.1 s | no answer within 0.1 s"}},
+        {{"get-prop torn2 --retries 1", "set-prop x 1"}, true, {"! get-prop: OK | " + restarted}},
+        {{"unit usb-serial", "wait 5", "tell gone", "set-prop x 1"}, false, {}},
     };
     for (const auto &row : rows) {
         Played played;
         played.watch = row.watch;
         played.people.answers = {"yes"};
-        played.people.before = [&] { played.phone.await_end(); };
+        played.people.before = [&] {
+            if (row.plan[1] != "wait 5")
+                return played.phone.await_end();
+            played.phone.stop();
+            played.phone.start();
+        };
         played.phone.answers["get-prop no"] = "ERROR";
+        bool is_torn = false;
         played.phone.happens = [&](const std::string &asked) -> std::optional<bool> {
-            return asked == "get-prop lost" ? std::optional(false) : std::optional(true);
+            if (asked.compare(0, 13, "get-prop torn") == 0 && !std::exchange(is_torn, true))
+                return std::nullopt;
+            return asked != "get-prop lost" && asked != "get-prop torn";
         };
         played.phone.ends_behind = {"get-prop bye", "restart"};
         played(row.plan);
@@ -411,6 +472,8 @@ TEST(Play, ARestartThatNobodyAskedForFailsItsStep)
     busy.phone.happens = [](const std::string &asked) { return asked.compare(0, 3, "log") != 0; };
     busy({"unit usb-serial", "get-prop a", "set-prop x 1", "set-prop x 2"});
     EXPECT_EQ(failed(busy.heard.rows).size(), 1U) << busy.heard.rows.at(2);
+    EXPECT_EQ(busy.phone.asked().at(2), "log diag_cmd_get_prop");
+    EXPECT_EQ(busy.phone.asked().at(3), "usb-serial") << "the log is asked for once";
 }
 
 TEST(Play, ASlowerAnswerThanWithinFails)

@@ -1,31 +1,22 @@
 #include "station/plan/cause.h"
 
 #include "station/catalogue/answer.h"
-#include "station/client/encode.h"
 
 #include <sstream>
 
 namespace station
 {
 
-static constexpr char SHELL_OUTPUT[] = "shell-output";
 static constexpr double TIMEOUT = 2;
 static constexpr size_t CAUSE_MAX = 700; // bytes of the log, of an answer's 768
 static constexpr char LINES_MAX[] = "8";
 
-static std::string output_of(Client &client, const Command &shell, uint16_t code, const std::string &line)
+static std::string output_of(Client &client, const std::string &line)
 {
-    Request request;
-    request.code = code;
-    request.command = &shell;
-    request.packet = empty_request(code);
-    put_text(request.packet, line);
-    request.response_size = shell.response_size;
+    Settings unused;
+    const Request request = parse_request({"shell-output", line}, unused);
     const Exchange exchange = client.ask(request);
-    if (exchange.outcome != Outcome::answer)
-        return {};
-    const std::string text = to_text(judge(request, exchange).data);
-    return text == "ERROR" ? "" : text;
+    return exchange.outcome == Outcome::answer ? to_text(judge(request, exchange).data) : "";
 }
 
 // Of a line in logcat's threadtime layout: "11-21 22:49:09.238    36    38 E Diag_Lib: [handler]:Enter".
@@ -39,19 +30,19 @@ static std::string process_of(const std::string &line)
 
 static std::string message_of(const std::string &line)
 {
-    const size_t tag = line.find(": ", std::min<size_t>(line.size(), 19)); // behind the time
+    const size_t tag = line.find(": ");
     std::string message = tag == std::string::npos ? "" : line.substr(tag + 2);
-    if (!message.empty() && message[0] == '[' && message.find("]:") != std::string::npos)
-        message.erase(0, message.find("]:") + 2);
-    const size_t end = message.find_last_not_of(" \t\r");
-    return message.substr(0, end + 1);
+    const size_t handler = message.find("]:");
+    if (message[0] == '[' && handler != std::string::npos)
+        message.erase(0, handler + 2);
+    message.erase(message.find_last_not_of(" \t\r") + 1);
+    return message;
 }
 
 std::string cause_in(const std::string &log)
 {
-    const size_t last = log.find_last_not_of("\r\n");
-    const size_t before = last == std::string::npos ? last : log.rfind('\n', last);
-    const std::string process = process_of(log.substr(before == std::string::npos ? 0 : before + 1));
+    const size_t last = log.rfind('\n', log.find_last_not_of("\r\n")) + 1; // 0 for the only one
+    const std::string process = process_of(log.substr(last));
     std::istringstream lines(log);
     std::string line, cause;
     if (log.size() >= CAUSE_MAX)
@@ -68,18 +59,15 @@ std::string cause_in(const std::string &log)
 // own is the request's. The last of it says the most, and entries nothing.
 std::string fetch_cause(Client &client, const Request &request)
 {
-    uint16_t code = 0;
-    const Command *const shell = find_command(SHELL_OUTPUT, code);
-    if (!request.command || !shell)
+    if (!request.command)
         return {};
     client.settings().timeout = TIMEOUT;
     client.settings().retries = 0;
-    return cause_in(output_of(client, *shell, code,
-                              "(echo;logcat -d -v threadtime -t 400|tac)|"
-                              "sed '1,/\\[diag_cmd_get_cmd_result]:Enter/d;/\\[" +
-                                  std::string(request.command->handler) +
-                                  "]:Enter/q'|grep -v ']:Enter'|head -n " + LINES_MAX + "|tac|tail -c " +
-                                  std::to_string(CAUSE_MAX)));
+    return cause_in(output_of(client, "(echo;logcat -d -v threadtime -t 400|tac)|"
+                                      "sed '1,/\\[diag_cmd_get_cmd_result]:Enter/d;/\\[" +
+                                          std::string(request.command->handler) +
+                                          "]:Enter/q'|grep -v ']:Enter'|head -n " + LINES_MAX +
+                                          "|tac|tail -c " + std::to_string(CAUSE_MAX)));
 }
 
 } // namespace station

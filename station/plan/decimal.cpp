@@ -1,6 +1,7 @@
 #include "station/plan/decimal.h"
 
 #include <algorithm>
+#include <tuple>
 
 namespace station
 {
@@ -14,8 +15,8 @@ std::optional<Decimal> Decimal::parse(std::string_view text)
 {
     Decimal decimal;
     decimal.text_ = text;
-    decimal.negative_ = !text.empty() && text[0] == '-';
-    text.remove_prefix(decimal.negative_ ? 1 : 0);
+    const bool has_minus = !text.empty() && text[0] == '-';
+    text.remove_prefix(has_minus ? 1 : 0);
     const size_t point = text.find('.');
     const std::string_view whole = text.substr(0, point);
     const std::string_view fraction = point == std::string_view::npos ? "0" : text.substr(point + 1);
@@ -23,20 +24,20 @@ std::optional<Decimal> Decimal::parse(std::string_view text)
         return std::nullopt;
     decimal.whole_ = whole.substr(std::min(whole.find_first_not_of('0'), whole.size()));
     decimal.fraction_ = fraction.substr(0, fraction.find_last_not_of('0') + 1);
-    if (decimal.whole_.empty() && decimal.fraction_.empty())
-        decimal.negative_ = false;
+    decimal.negative_ = has_minus && !(decimal.whole_.empty() && decimal.fraction_.empty());
     return decimal;
 }
 
-int Decimal::compare(const Decimal &other) const
+bool Decimal::operator<(const Decimal &other) const
 {
+    // Without zeros in front the longer whole is more; without zeros behind, the longer of two fractions that
+    // begin the same.
+    const auto magnitude = [](const Decimal &one) {
+        return std::tuple(one.whole_.size(), std::string_view(one.whole_), std::string_view(one.fraction_));
+    };
     if (negative_ != other.negative_)
-        return negative_ ? -1 : 1;
-    int order = whole_.size() != other.whole_.size() ? (whole_.size() < other.whole_.size() ? -1 : 1)
-                                                     : whole_.compare(other.whole_);
-    if (order == 0)
-        order = fraction_.compare(other.fraction_); // no zeros behind: the longer of two equal heads is more
-    return negative_ ? -order : order;
+        return negative_;
+    return negative_ ? magnitude(other) < magnitude(*this) : magnitude(*this) < magnitude(other);
 }
 
 } // namespace station

@@ -19,8 +19,8 @@ class Decimal
     // As it was written.
     [[nodiscard]] const std::string &text() const { return text_; }
 
-    // Below 0, 0 or above: by value, 1.50 is 1.5 and -0 is 0.
-    [[nodiscard]] int compare(const Decimal &other) const;
+    // By value: 1.50 is 1.5 and -0 is 0.
+    [[nodiscard]] bool operator<(const Decimal &other) const;
 
   private:
     std::string text_;

@@ -9,13 +9,13 @@
 namespace station
 {
 
+static constexpr char NAME_LETTERS[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_";
+
 std::string name_at(const std::string &text, size_t at)
 {
-    size_t end = at + 1;
-    while (end < text.size() && (std::isalnum(static_cast<unsigned char>(text[end])) || text[end] == '_'))
-        end++;
-    const std::string name = text.substr(at + 1, end - at - 1);
-    return name.empty() || std::isdigit(static_cast<unsigned char>(name[0])) ? "" : name;
+    const std::string behind = text.substr(at + 1);
+    const std::string name = behind.substr(0, behind.find_first_not_of(NAME_LETTERS));
+    return std::isdigit(static_cast<unsigned char>(name[0])) ? "" : name;
 }
 
 std::string replaced(const Word &word, const std::function<std::string(const std::string &)> &value)

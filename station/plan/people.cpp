@@ -5,7 +5,6 @@
 #include "station/plan/pattern.h"
 #include "station/text/text.h"
 
-#include <iterator>
 #include <sstream>
 
 namespace station
@@ -19,11 +18,7 @@ static std::string trimmed(const std::string &text)
     return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(BLANKS) + 1 - begin);
 }
 
-bool is_nobody(const std::string &why)
-{
-    const size_t at = why.rfind(NOBODY_TO_ASK);
-    return at != std::string::npos && at + std::size(NOBODY_TO_ASK) - 1 == why.size();
-}
+bool is_nobody(const std::string &why) { return why.find(NOBODY_TO_ASK) != std::string::npos; }
 
 AnswersFile::AnswersFile(const std::string &path, People &others) : path_(path), others_(others)
 {
@@ -52,7 +47,7 @@ std::optional<std::string> AnswersFile::answer(const Prompt &prompt, Deadline de
         if (line.compare(0, question.size(), question) != 0)
             continue;
         const std::string rest = trimmed(line.substr(question.size()));
-        if (!rest.empty() && rest[0] == '=')
+        if (rest[0] == '=')
             return trimmed(rest.substr(1));
     }
     std::optional<std::string> answer = others_.answer(prompt, deadline, why);
@@ -75,7 +70,7 @@ bool fits(const Prompt &prompt, const std::string &answer)
 {
     if (prompt.kind == Prompt::Kind::ask)
         return yes_or_no(answer).has_value();
-    return prompt.kind == Prompt::Kind::tell || prompt.pattern.empty() || matches(prompt.pattern, answer);
+    return matches(prompt.pattern, answer);
 }
 
 } // namespace station

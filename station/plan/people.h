@@ -20,7 +20,7 @@ struct Prompt {
 
     Kind kind = Kind::tell;
     std::string text;
-    std::string pattern; // that has to be found in an input; empty for any
+    std::string pattern; // that has to be found in an input; the empty one is found in any
 };
 
 // Of somebody who has nobody to ask.

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <optional>
 
 namespace station
 {
@@ -35,12 +36,11 @@ class Player
         ended_.port_died = dead_;
         if (failure_)
             ended_.end = End::error;
-        else if (is_interrupted())
+        else if (is_interrupted()) {
             ended_.end = End::aborted;
-        else if (failed_)
-            ended_.end = End::fail;
-        if (is_interrupted() && !failure_)
             ended_.cause = "interrupted at the station";
+        } else if (failed_)
+            ended_.end = End::fail;
         tell([&](Listener &listener) { listener.run_ended(ended_); });
         if (failure_)
             std::rethrow_exception(failure_);
@@ -48,6 +48,12 @@ class Player
     }
 
   private:
+    struct Unit {
+        std::string name;
+        Request request; // that it has told it to
+        int connection;  // on which it was last known to be there
+    };
+
     // All listeners hear it, whatever one of them throws.
     template <typename Event> void tell(Event &&event)
     {
@@ -74,8 +80,7 @@ class Player
         Row row;
         row.step = &step;
         // What is meant for this unit is not sent to whoever has come in its place.
-        if (!asked || unit_.empty() || run_.client().is_connected() ||
-            is_there(step.within > 0 ? std::min(step.within, step.timeout) : step.timeout, step.retries, row))
+        if (!asked || !unit_ || is_still_connected() || is_there(step.patience(), step.retries, row))
             row = run_.take(step, [&](const Prompt &prompt) {
                 tell([&](Listener &listener) { listener.question_open(prompt); });
             });
@@ -89,10 +94,8 @@ class Player
         if (!lost && !row.port_died && !wrong_phone_)
             look_whether_same(row);
         if (!row.unit.empty()) {
-            unit_request_ = row.step->request;
-            unit_ = row.unit;
-            connections_ = run_.client().connections();
-            tell([&](Listener &listener) { listener.unit_told(unit_); });
+            unit_ = Unit{row.unit, row.step->request, run_.client().connections()};
+            tell([&](Listener &listener) { listener.unit_told(row.unit); });
         }
         watches_ = watches_ || step.names_unit;
         // What has lost its answer, may come to anything or takes the phone down has its connection lost.
@@ -108,17 +111,22 @@ class Player
         tell([&](Listener &listener) { listener.step_finished(row); });
     }
 
+    bool is_still_connected()
+    {
+        return run_.client().is_connected() && run_.client().connections() == unit_->connection;
+    }
+
     // Whether the unit answers by its name; if not, the row tells what is there instead.
     bool is_there(double timeout, int retries, Row &row)
     {
         Client &client = run_.client();
         client.settings().timeout = timeout;
         client.settings().retries = retries;
-        const Exchange exchange = client.ask(unit_request_);
-        const Result result = judge(unit_request_, exchange);
+        const Exchange exchange = client.ask(unit_->request);
+        const Result result = judge(unit_->request, exchange);
         const std::string now = answer_line(exchange, result);
-        if (now == unit_) {
-            connections_ = client.connections();
+        if (now == unit_->name) {
+            unit_->connection = client.connections();
             return true;
         }
         wrong_phone_ = result.verdict == SUCCESS;
@@ -138,7 +146,7 @@ class Player
         const bool is_excused = excused_ || row.step->kind == Step::Kind::wait || row.step->may_fail;
         const bool has_ended = client.endings() != endings_;
         endings_ = client.endings();
-        if (!unit_.empty() && client.connections() != connections_ && !is_there(UNIT_TIMEOUT, 0, row))
+        if (unit_ && client.connections() != unit_->connection && !is_there(UNIT_TIMEOUT, 0, row))
             return;
         if (watches_ && has_ended && !is_excused) {
             row.cause = "the phone, or its service, has restarted by itself" +
@@ -153,11 +161,9 @@ class Player
     Run run_;
     Ended ended_;
     std::exception_ptr failure_;
-    Request unit_request_;
-    std::string unit_;    // once it has told
-    int connections_ = 0; // when it was last known to be the unit's
-    int endings_ = 0;     // that were looked at
-    bool watches_;        // it is one unit from here on
+    std::optional<Unit> unit_; // once it has told
+    int endings_ = 0;          // that were looked at
+    bool watches_;             // it is one unit from here on
     bool excused_ = false;
     bool failed_ = false, stopped_ = false, dead_ = false, dead_for_good_ = false, wrong_phone_ = false;
 };

@@ -90,14 +90,14 @@ static std::optional<Decimal> number_of(const Step &step, const Result &result, 
         const std::string unit = meaning.substr(std::min(blank + 1, meaning.size()));
         if (unit.empty() || unit == step.unit)
             return number;
-        if (number && unit.find(' ') == std::string::npos)
+        if (number)
             why = "the answer is in " + unit +
                   (step.unit.empty() ? ", the limit has no unit" : ", the limit in " + step.unit);
         return std::nullopt;
     }
     std::string text = to_text(result.data);
-    text.erase(std::min(text.find_last_not_of(" \t\r\n") + 1, text.size()));
-    text.erase(0, std::min(text.find_first_not_of(" \t"), text.size()));
+    text.erase(text.find_last_not_of(" \t\r\n") + 1);
+    text.erase(0, text.find_first_not_of(" \t"));
     return Decimal::parse(text);
 }
 
@@ -117,9 +117,9 @@ static std::string fault_of(Row &row)
             row.measured = number_of(step, result, why);
         if (!row.measured)
             return why;
-        if (step.low && row.measured->compare(*step.low) < 0)
+        if (step.low && *row.measured < *step.low)
             return "below " + step.low->text() + (step.unit.empty() ? "" : " " + step.unit);
-        if (step.high && row.measured->compare(*step.high) > 0)
+        if (step.high && *step.high < *row.measured)
             return "above " + step.high->text() + (step.unit.empty() ? "" : " " + step.unit);
     }
     if (!step.compares)
@@ -158,7 +158,7 @@ void Run::ask_people(Row &row, const std::function<void(const Prompt &)> &questi
     prompt.text = step.text;
     prompt.pattern = step.expected;
     question_open(prompt);
-    const Deadline deadline = step.within > 0 ? after(step.within) : Deadline::max();
+    const Deadline deadline = step.within ? after(*step.within) : Deadline::max();
     const int before = interrupts_;
     const std::optional<std::string> answer = people_.answer(prompt, deadline, row.cause);
     row.answer = answer ? *answer : is_nobody(row.cause) ? NOBODY_TO_ASK : row.cause;
@@ -185,11 +185,9 @@ Row Run::take(const Step &step, const std::function<void(const Prompt &)> &quest
     row.step = &step_;
     step_ = step;
     const auto begin = Clock::now();
-    client_.settings().timeout = step.within > 0 ? std::min(step.timeout, step.within) : step.timeout;
+    client_.settings().timeout = step.patience();
     client_.settings().retries = step.retries;
-    const auto passed = [&] {
-        return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
-    };
+    const auto passed = [&] { return std::chrono::duration<double>(Clock::now() - begin).count(); };
     try {
         step_ = filled(step, inputs_);
     } catch (const UsageError &error) {
@@ -205,8 +203,8 @@ Row Run::take(const Step &step, const std::function<void(const Prompt &)> &quest
         row.answer = answer_line(row.exchange, row.result);
         row.milliseconds = row.exchange.milliseconds;
         row.cause = fault_of(row);
-        if (row.cause.empty() && step.within > 0 && passed() > step.within * 1000)
-            row.cause = "took " + seconds_text(passed() / 1000);
+        if (row.cause.empty() && step.within && passed() > *step.within)
+            row.cause = "took " + seconds_text(passed());
         row.as_expected = row.cause.empty();
         if (step.names_unit) {
             row.unit = name_in(row);
@@ -231,7 +229,7 @@ Row Run::take(const Step &step, const std::function<void(const Prompt &)> &quest
         ask_people(row, question_open);
         break;
     }
-    row.milliseconds = passed();
+    row.milliseconds = passed() * 1000;
     return row;
 }
 

@@ -165,7 +165,7 @@ class Reader
 
     bool parse_words_of(Words words, bool mark, Step &step)
     {
-        const Word first = words[0];
+        const Word first = words.front();
         const auto unmarked = [&] {
             if (mark)
                 throw UsageError(first.text + " has no answer to be judged");
@@ -178,22 +178,23 @@ class Reader
             return true;
         }
         if (is(first, "phase") && unmarked()) {
-            phase_ = joined_from(words, 1);
+            take(words);
+            phase_ = joined(words);
             if (phase_.empty())
                 throw UsageError("phase takes a name");
-            if (words.size() > 2 && std::any_of(words.begin() + 2, words.end(), begins_comment))
+            take(words); // which may be #1
+            if (std::any_of(words.begin(), words.end(), begins_comment))
                 throw UsageError("'" + phase_ + "' is no name for a phase");
             if (phase_ != ALWAYS && lower_case(phase_) == ALWAYS)
                 throw UsageError("'" + phase_ + "' is no name for a phase; did you mean always?");
             return false;
         }
         if (is(first, "include") && unmarked()) {
-            if (words.size() != 2)
+            take(words);
+            if (words.size() != 1)
                 throw UsageError("include takes a file");
-            const size_t slash = step.file.rfind('/');
-            const bool is_absolute = words[1].text.compare(0, 1, "/") == 0;
-            read((slash == std::string::npos || is_absolute ? "" : step.file.substr(0, slash + 1)) +
-                 words[1].text);
+            const std::string &file = words.front().text;
+            read((file[0] == '/' ? "" : step.file.substr(0, step.file.rfind('/') + 1)) + file);
             return false;
         }
         take_names(words, step);
@@ -217,11 +218,10 @@ class Reader
         if (step.always)
             throw UsageError("unit stands before `phase always`: what is tested has to be known before");
         has_unit_ = true;
-        words.erase(words.begin());
+        take(words);
         step.names_unit = true;
         parse_asking(words, settings_, step);
-        step.only_names =
-            !step.must_fail && !step.may_fail && !step.compares && !step.has_limits && !step.stops;
+        step.only_names = !step.has_limits && !step.stops;
     }
 
     // Of all that looks like a name only those of inputs are names: shell lines have variables of their own.
@@ -236,8 +236,7 @@ class Reader
                 if (inputs_.count(name) > 0)
                     known.push_back(at);
                 else
-                    uses_.push_back({name, step.file, step.line,
-                                     !word.quoted && at == 0 && name.size() + 1 == word.text.size()});
+                    uses_.push_back({name, step.file, step.line, !word.quoted && word.text == "$" + name});
             }
             word.dollars = known;
         }

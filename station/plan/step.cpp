@@ -1,5 +1,6 @@
 #include "station/plan/step.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace station
@@ -8,6 +9,8 @@ namespace station
 const char *left_out(const Step &step) { return step.must_fail ? "failure" : "success"; }
 
 const std::string &Step::name() const { return !title.empty() ? title : !text.empty() ? text : request.name; }
+
+double Step::patience() const { return std::min(timeout, within.value_or(timeout)); }
 
 static std::string limits_text(const Step &step)
 {
@@ -26,8 +29,8 @@ std::string Step::wanted() const
     if (text_wanted.empty())
         text_wanted = "a success";
     char time[32] = "";
-    if (within > 0)
-        std::snprintf(time, sizeof time, ", within %g s", within);
+    if (within)
+        std::snprintf(time, sizeof time, ", within %g s", *within);
     return text_wanted + time;
 }
 

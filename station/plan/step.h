@@ -24,8 +24,8 @@ struct Step {
     bool only_names = false; // the unit, and a failure of it is none of the unit: the port's name stands in
     double timeout = 0;
     int retries = 0;
-    double seconds = 0; // to wait or to sleep
-    double within = 0;  // seconds that it may take; 0 for any time
+    double seconds = 0;           // to wait or to sleep
+    std::optional<double> within; // seconds that it may take
     bool must_fail = false;
     bool may_fail = false;
     bool stops = false; // the unit, when it fails
@@ -44,6 +44,8 @@ struct Step {
 
     // By what people call it: its title, or the command's name, or the text that people are shown.
     [[nodiscard]] const std::string &name() const;
+    // Seconds that an attempt may take.
+    [[nodiscard]] double patience() const;
     // What its answer has to be, in the plan's words.
     [[nodiscard]] std::string wanted() const;
 };

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cmath>
 #include <cstdlib>
 #include <optional>
 
@@ -22,19 +21,41 @@ static constexpr const char *ELSEWHERE[] = {"push",    "pull",    "run",       "
 
 bool begins_comment(const Word &word) { return !word.quoted && word.text[0] == '#'; }
 
-std::string joined_from(const Words &words, size_t begin)
+std::string joined(const Words &words)
 {
     std::string text;
-    for (size_t at = begin; at < words.size(); at++)
-        text += (at == begin ? "" : " ") + words[at].text;
+    for (const Word &word : words)
+        text += (&word == &words.front() ? "" : " ") + word.text;
     return text;
+}
+
+Word take(Words &words)
+{
+    if (words.empty())
+        return {};
+    Word first = words.front();
+    words.erase(words.begin());
+    return first;
+}
+
+static bool begin_with(const Words &words, const char *text)
+{
+    return !words.empty() && is(words.front(), text);
+}
+
+static bool takes(Words &words, const char *text)
+{
+    const bool is_here = begin_with(words, text);
+    if (is_here)
+        take(words);
+    return is_here;
 }
 
 static double seconds_of(const std::string &text, const std::string &what)
 {
     char *end = nullptr;
     const double seconds = std::strtod(text.c_str(), &end);
-    if (text.empty() || *end || !std::isfinite(seconds) || seconds < 0 || seconds > SECONDS_MAX)
+    if (text.empty() || *end || !(seconds >= 0 && seconds <= SECONDS_MAX))
         throw UsageError(what + " takes a number of seconds, a day's at most");
     return seconds;
 }
@@ -45,51 +66,59 @@ static double scale_of(const Word &unit)
     return is(unit, "s") ? 1 : is(unit, "ms") ? 0.001 : is(unit, "min") ? 60 : 0;
 }
 
-// as "TEXT", within N s, stop: in this order, and nothing behind them.
-static void parse_modifiers(const Words &words, size_t at, Step &step)
+static bool begins_modifier(const Word &word)
 {
-    if (at < words.size() && is(words[at], "as")) {
-        if (at + 1 >= words.size() || !words[at + 1].quoted || words[at + 1].text.empty())
+    return is(word, "as") || is(word, "within") || is(word, "stop");
+}
+
+// as "TEXT", within N s, stop: in this order, and nothing behind them.
+static void parse_modifiers(Words words, Step &step)
+{
+    if (takes(words, "as")) {
+        const Word name = take(words);
+        if (!name.quoted || name.text.empty())
             throw UsageError("as takes a name in quotation marks");
-        if (!words[at + 1].dollars.empty())
-            throw UsageError("as: a step is called the same for every unit, and '" + words[at + 1].text +
+        if (!name.dollars.empty())
+            throw UsageError("as: a step is called the same for every unit, and '" + name.text +
                              "' would not be; in single quotes it is a text");
-        step.title = words[at + 1].text;
-        at += 2;
+        step.title = name.text;
     }
-    if (at < words.size() && is(words[at], "within")) {
-        if (at + 2 >= words.size() || scale_of(words[at + 2]) == 0)
+    if (takes(words, "within")) {
+        const std::string number = take(words).text;
+        const double scale = scale_of(take(words));
+        if (scale == 0)
             throw UsageError("within takes a time such as 2 s, 500 ms or 1 min");
-        step.within = seconds_of(words[at + 1].text, "within") * scale_of(words[at + 2]);
+        step.within = seconds_of(number, "within") * scale;
         if (step.within == 0)
             throw UsageError("within 0 s: nothing is as fast");
-        at += 3;
     }
-    if (at < words.size() && is(words[at], "stop")) {
-        step.stops = true;
-        at++;
-    }
-    if (at < words.size())
+    step.stops = takes(words, "stop");
+    if (!words.empty())
         throw UsageError(
-            "'" + words[at].text +
+            "'" + words.front().text +
             "' is not expected here; behind a step stand as \"TEXT\", within 2 s and stop, in this "
             "order");
 }
 
-// Where the modifiers begin behind a text that goes on to the end of its line. At least a word of it is text.
-static size_t end_of_text(const Words &words, size_t begin)
+// How many words of a modifier end these, of which at least one is none of it.
+static size_t words_of_modifier(const Words &words)
 {
-    size_t end = words.size();
-    for (;;) {
-        if (end >= begin + 2 && is(words[end - 1], "stop"))
-            end -= 1;
-        else if (end >= begin + 4 && is(words[end - 3], "within") && scale_of(words[end - 1]) > 0)
-            end -= 3;
-        else if (end >= begin + 3 && is(words[end - 2], "as") && words[end - 1].quoted)
-            end -= 2;
-        else
-            return end;
-    }
+    const auto last = [&](size_t nth) { return nth < words.size() ? words[words.size() - nth] : Word{}; };
+    if (is(last(1), "stop"))
+        return 1;
+    if (is(last(2), "as") && last(1).quoted)
+        return 2;
+    return is(last(3), "within") && scale_of(last(1)) > 0 ? 3 : 0;
+}
+
+// Takes a text that goes on to the modifiers at the end of its line. At least a word of it is text.
+static Words take_text(Words &words)
+{
+    Words text = words;
+    while (const size_t count = words_of_modifier(text))
+        text.resize(text.size() - count);
+    words.erase(words.begin(), words.begin() + static_cast<long>(text.size()));
+    return text;
 }
 
 static bool begins_unit(char byte)
@@ -100,25 +129,24 @@ static bool begins_unit(char byte)
 
 static Decimal decimal_of(const std::string &text)
 {
-    const std::optional<Decimal> decimal = Decimal::parse(text);
+    if (const std::optional<Decimal> decimal = Decimal::parse(text))
+        return *decimal;
     const size_t end = std::min(text.find_first_not_of("-.0123456789"), text.size());
     const std::string unit = text.substr(end);
-    if (!decimal && Decimal::parse(text.substr(0, end)) && begins_unit(unit[0]) &&
+    if (Decimal::parse(text.substr(0, end)) && begins_unit(unit[0]) &&
         unit.find_first_of("0123456789") == std::string::npos)
         throw UsageError("'" + text + "': the unit stands behind a blank, as in 3..4 mV");
-    if (!decimal)
-        throw UsageError("'" + text +
-                         "' is no limit; limits are LOW..HIGH, LOW.., ..HIGH or a value alone, in "
-                         "digits such as -12.50");
-    return *decimal;
+    throw UsageError("'" + text +
+                     "' is no limit; limits are LOW..HIGH, LOW.., ..HIGH or a value alone, in "
+                     "digits such as -12.50");
 }
 
-// "in LOW..HIGH UNIT"; returns where what is behind it begins.
-static size_t parse_limits(const Words &words, size_t at, Step &step)
+// What stands behind `in`: LOW..HIGH UNIT.
+static void take_limits(Words &words, Step &step)
 {
-    if (at + 1 >= words.size())
+    if (words.empty())
         throw UsageError("nothing stands behind in; limits are LOW..HIGH, LOW.., ..HIGH or a value alone");
-    const std::string &range = words[at + 1].text;
+    const std::string range = take(words).text;
     const size_t dots = range.find("..");
     step.has_limits = true;
     if (range.find("...") != std::string::npos)
@@ -126,101 +154,98 @@ static size_t parse_limits(const Words &words, size_t at, Step &step)
     if (dots == std::string::npos) {
         step.low = step.high = decimal_of(range);
     } else {
-        if (dots > 0)
-            step.low = decimal_of(range.substr(0, dots));
-        if (dots + 2 < range.size())
-            step.high = decimal_of(range.substr(dots + 2));
-        if (!step.low && !step.high)
+        const std::string low = range.substr(0, dots), high = range.substr(dots + 2);
+        if (low.empty() && high.empty())
             throw UsageError("in ..: a limit without an end limits nothing");
-        if (step.low && step.high && step.low->compare(*step.high) > 0)
+        if (!low.empty())
+            step.low = decimal_of(low);
+        if (!high.empty())
+            step.high = decimal_of(high);
+        if (step.low && step.high && *step.high < *step.low)
             throw UsageError("in " + range + ": the low limit is above the high one");
     }
-    at += 2;
-    if (at == words.size() || is(words[at], "as") || is(words[at], "within") || is(words[at], "stop"))
-        return at;
-    step.unit = words[at].text;
+    if (words.empty() || begins_modifier(words.front()))
+        return;
+    const Word unit = take(words);
+    step.unit = unit.text;
     if (step.unit.compare(0, 2, "..") == 0 || Decimal::parse(step.unit))
         throw UsageError("in " + range + " " + step.unit + ": limits stand without blanks, such as 3..4");
-    if (begins_comment(words[at]))
+    if (begins_comment(unit))
         throw UsageError("in " + range + " " + step.unit + ": this is no unit");
-    return at + 1;
 }
 
-// Takes what stands behind "=>" or "=~", at `arrow`, and the modifiers behind that.
-static void parse_expectation(const Words &words, size_t arrow, Step &step)
+// "=>" or "=~", what stands behind it, and the modifiers behind that.
+static void parse_expectation(Words words, Step &step)
 {
-    if (arrow + 1 == words.size())
-        throw UsageError("nothing stands behind " + words[arrow].text + "; \"\" is the empty text");
-    const auto begin = words.begin() + static_cast<long>(arrow) + 1;
-    const size_t end = end_of_text(words, arrow + 1);
-    const Words text(begin, words.begin() + static_cast<long>(end));
+    const Word arrow = take(words);
+    if (words.empty())
+        throw UsageError("nothing stands behind " + arrow.text + "; \"\" is the empty text");
+    const Words text = take_text(words);
     step.compares = step.kind == Step::Kind::request;
-    step.is_pattern = words[arrow].text == "=~";
-    step.expected = joined_from(text, 0);
+    step.is_pattern = arrow.text == "=~";
+    step.expected = joined(text);
     if (has_names(text))
         step.expected_words = text;
-    if (step.is_pattern && step.expected_words.empty())
-        check_pattern(step.expected);
-    else if (step.is_pattern) {
+    if (step.is_pattern) {
         Inputs any;
         for (const Word &word : text)
             for (const size_t at : word.dollars)
                 any[name_at(word.text, at)] = "x";
         check_pattern(filled_text(text, true, any));
     }
-    parse_modifiers(words, end, step);
+    parse_modifiers(words, step);
 }
 
-void parse_skip(const Words &words, Step &step)
+void parse_skip(Words words, Step &step)
 {
-    if (words.size() < 3)
+    take(words);
+    const std::string name = take(words).text;
+    if (words.empty())
         throw UsageError("skip takes a command's name and a reason");
     step.kind = Step::Kind::skip;
-    step.request.name = words[1].text;
-    step.request.command = find_command(words[1].text, step.request.code);
+    step.request.name = name;
+    step.request.command = find_command(name, step.request.code);
     if (!step.request.command)
-        throw UsageError("'" + words[1].text + "' is no command" +
-                         suggestion(words[1].text, command_names()));
-    step.expected = joined_from(words, 2);
+        throw UsageError("'" + name + "' is no command" + suggestion(name, command_names()));
+    step.expected = joined(words);
 }
 
-void parse_pause(const Words &words, Step &step)
+void parse_pause(Words words, Step &step)
 {
-    const std::string &name = words[0].text;
+    const std::string name = take(words).text;
+    const std::string time = take(words).text;
     step.kind = name == "wait" ? Step::Kind::wait : Step::Kind::sleep;
-    step.seconds = seconds_of(words.size() > 1 ? words[1].text : "", name);
+    step.seconds = seconds_of(time, name);
     step.request.name = name;
-    step.request.words = words[1].text + " s";
-    parse_modifiers(words, 2, step);
-    if (step.within > 0)
+    step.request.words = time + " s";
+    parse_modifiers(words, step);
+    if (step.within)
         throw UsageError(name + " has a time of its own");
 }
 
-void parse_prompt(const Words &words, Step &step)
+void parse_prompt(Words words, Step &step)
 {
-    const std::string &name = words[0].text;
+    const std::string name = take(words).text;
     const bool is_input = name == "input";
     step.kind = is_input ? Step::Kind::input : name == "ask" ? Step::Kind::ask : Step::Kind::tell;
-    const size_t at = is_input ? 2 : 1;
-    const bool goes_on = words.size() > at + 1 && !words[at].quoted && !is(words[at + 1], "as") &&
-                         !is(words[at + 1], "within") && !is(words[at + 1], "stop") &&
-                         !is(words[at + 1], "=~");
-    if (words.size() <= at || words[at].text.empty() || goes_on)
+    if (is_input)
+        step.input = take(words).text;
+    const Word text = take(words);
+    const bool has_pattern = begin_with(words, "=~");
+    const bool goes_on = !text.quoted && !words.empty() && !has_pattern && !begins_modifier(words.front());
+    if (text.text.empty() || goes_on)
         throw UsageError(is_input ? "input takes a name and a text in quotation marks"
                                   : name + " takes a text in quotation marks");
     step.request.name = name;
-    step.text = step.request.words = words[at].text;
-    if (!words[at].dollars.empty())
-        step.request_words = {words[at]};
-    if (is_input) {
-        step.input = words[1].text;
-        if (name_at("$" + step.input, 0) != step.input || step.input.empty())
-            throw UsageError("'" + step.input + "' is no name for an input; letters, digits and _ make one");
-    }
-    if (is_input && words.size() > at + 1 && is(words[at + 1], "=~"))
-        parse_expectation(words, at + 1, step);
+    step.text = step.request.words = text.text;
+    if (!text.dollars.empty())
+        step.request_words = {text};
+    if (is_input && (step.input.empty() || name_at("$" + step.input, 0) != step.input))
+        throw UsageError("'" + step.input + "' is no name for an input; letters, digits and _ make one");
+    if (is_input && has_pattern)
+        parse_expectation(words, step);
     else
-        parse_modifiers(words, at + 1, step);
+        parse_modifiers(words, step);
     if (step.title.empty() && !step.request_words.empty())
         step.title = step.text; // as it stands in the plan, for every unit
 }
@@ -253,7 +278,9 @@ static void parse_request_of(const Words &words, const Settings &settings, Step 
         }
         if (step.request_words.empty())
             throw *first;
-        step.request.words = joined_from(words, 1);
+        Words arguments = words;
+        take(arguments);
+        step.request.words = joined(arguments);
     }
     step.timeout = own.client.timeout;
     step.retries = own.client.retries;
@@ -279,7 +306,7 @@ void parse_asking(const Words &words, const Settings &settings, Step &step)
                                     [](const Word &word) { return is(word, "=>") || is(word, "=~"); });
     const Words asked(words.begin(), arrow);
     if (arrow != words.end())
-        parse_expectation(words, static_cast<size_t>(arrow - words.begin()), step);
+        parse_expectation({arrow, words.end()}, step);
     if (asked.empty())
         throw UsageError("no request");
     check_name(asked.front().text);
@@ -290,21 +317,24 @@ void parse_asking(const Words &words, const Settings &settings, Step &step)
     } catch (const UsageError &error) {
         first = error;
     }
-    for (size_t at = 1; at < asked.size(); at++) {
-        const Word &word = asked[at];
-        if (!is(word, "in") && !is(word, "as") && !is(word, "within") && !is(word, "stop"))
+    for (auto at = asked.begin() + 1; at != asked.end(); ++at) {
+        const std::string &word = at->text;
+        if (!is(*at, "in") && !begins_modifier(*at))
             continue;
         try {
-            parse_request_of({asked.begin(), asked.begin() + static_cast<long>(at)}, settings, step);
+            parse_request_of({asked.begin(), at}, settings, step);
         } catch (const UsageError &) {
             continue;
         }
         if (arrow != words.end())
-            throw UsageError(word.text == "in" ? "limits and an expected text: an answer is judged by one"
-                                               : word.text + " stands behind what is expected");
-        if (step.must_fail && word.text == "in")
+            throw UsageError(word == "in" ? "limits and an expected text: an answer is judged by one"
+                                          : word + " stands behind what is expected");
+        if (step.must_fail && word == "in")
             throw UsageError("a failure has no number to be judged");
-        parse_modifiers(asked, word.text == "in" ? parse_limits(asked, at, step) : at, step);
+        Words behind(at, asked.end());
+        if (takes(behind, "in"))
+            take_limits(behind, step);
+        parse_modifiers(behind, step);
         return;
     }
     throw *first;

@@ -12,14 +12,17 @@ inline bool is(const Word &word, const char *text) { return !word.quoted && word
 // Whether it looks like a comment, which has a line of its own.
 bool begins_comment(const Word &word);
 
-// The texts from `begin` on, joined by one blank each.
-std::string joined_from(const Words &words, size_t begin);
+// The texts, joined by one blank each.
+std::string joined(const Words &words);
+
+// Takes the first word away; an empty one when there is none.
+Word take(Words &words);
 
 // Each takes a line's words into the step and throws UsageError: `words` are as they stand, the sign in front
 // left out; the step knows already whether it must or may fail.
-void parse_skip(const Words &words, Step &step);                             // skip NAME REASON
-void parse_pause(const Words &words, Step &step);                            // wait, sleep
-void parse_prompt(const Words &words, Step &step);                           // tell, ask, input
+void parse_skip(Words words, Step &step);                                    // skip NAME REASON
+void parse_pause(Words words, Step &step);                                   // wait, sleep
+void parse_prompt(Words words, Step &step);                                  // tell, ask, input
 void parse_asking(const Words &words, const Settings &settings, Step &step); // a request
 
 } // namespace station
