@@ -73,11 +73,6 @@ TEST(Plan, EveryMistakeIsToldWithItsLine)
         {"port-check within 2", "within takes a time such as 2 s, 500 ms or 1 min"},
         {"port-check within 2 h", "within takes a time such as 2 s, 500 ms or 1 min"},
         {"port-check within 0 s", "within 0 s: nothing is as fast"},
-        {"port-check within", "within takes a time such as 2 s, 500 ms or 1 min"},
-        {"port-check as \"x\" as",
-         "'as' is not expected here; behind a step stand as \"TEXT\", within 2 s and "
-         "stop, in this order"},
-        {"port-check as", "as takes a name in quotation marks"},
         {"port-check within -1 s", "within takes a number of seconds, a day's at most"},
         {"port-check stop as \"x\"",
          "'as' is not expected here; behind a step stand as \"TEXT\", within 2 s and stop, in this order"},
@@ -92,28 +87,19 @@ TEST(Plan, EveryMistakeIsToldWithItsLine)
         {"battery-capacity in 30..70%", "'70%': the unit stands behind a blank, as in 3..4 mV"},
         {"battery-voltage in 3600mV..", "'3600mV': the unit stands behind a blank, as in 3..4 mV"},
         {"battery-capacity in 3\x80", "'3\x80': the unit stands behind a blank, as in 3..4 mV"},
-        {"battery-capacity in 1,5",
-         "'1,5' is no limit; limits are LOW..HIGH, LOW.., ..HIGH or a value alone, "
-         "in digits such as -12.50"},
-        {"battery-capacity in low",
-         "'low' is no limit; limits are LOW..HIGH, LOW.., ..HIGH or a value alone, "
-         "in digits such as -12.50"},
         {"battery-capacity in 30...100", "in 30...100: two dots part the limits, not three"},
         {"battery-capacity in 30 ..70", "in 30 ..70: limits stand without blanks, such as 3..4"},
         {"battery-capacity in 30.. 70", "in 30.. 70: limits stand without blanks, such as 3..4"},
         {"battery-capacity in 30 #", "in 30 #: this is no unit; comments have a line of their own"},
-        {"port-check #", "port-check: '#' is not expected; comments have a line of their own"},
         {"get-prop a # b", "get-prop: '#' is not expected; comments have a line of their own"},
         {"phase always # b", "'always # b' is no name for a phase; comments have a line of their own"},
         {"phase Always", "'Always' is no name for a phase; did you mean always?"},
         {"! ask \"x\"", "ask has no answer to be judged"},
         {"input 1x \"t\"", "'1x' is no name for an input; letters, digits and _ make one"},
-        {"input '' 't'", "'' is no name for an input; letters, digits and _ make one"},
         {"input A", "input takes a name and a text in quotation marks"},
         {"input A \"t\" =~ (", "'(' is no pattern: missing ): ("},
         {"wait soon", "wait takes a number of seconds, a day's at most"},
         {"sleep 86401", "sleep takes a number of seconds, a day's at most"},
-        {"sleep nan", "sleep takes a number of seconds, a day's at most"},
         {"sleep inf", "sleep takes a number of seconds, a day's at most"},
         {"? wait 1", "wait has no answer to be judged"},
         {"wait 1 within 2 s", "wait has a time of its own"},
@@ -147,11 +133,6 @@ TEST(Plan, EveryMistakeIsToldWithItsLine)
         "is a text\n"
         "plan:1: $B is put in only behind this line\n"
         "plan:3: no input of this plan is called $C; did you mean $B?; in single quotes it is a text");
-    // What is no name of an input is text, unless it looks like nothing else.
-    EXPECT_EQ(
-        plans.mistakes("input B 't'\nset-prop a \"$C\"\nset-prop a x$C\nset-prop a $C/x\nset-prop a $-C\n"),
-        "");
-    EXPECT_EQ(plans.mistakes("set-prop a $C\n"), "");
     EXPECT_EQ(plans.mistakes("# nothing\n\nsleep 1\n"), "plan: no line of it asks anything");
     plans.write("inner", "port-check\ninclude plan\nget-porp a\n");
     EXPECT_EQ(plans.mistakes("include inner\ninclude inner\nwait\n"),
@@ -163,12 +144,8 @@ TEST(Plan, EveryMistakeIsToldWithItsLine)
         plans.write("twice" + std::to_string(i), ("include twice" + std::to_string(i + 1) + "\n") +
                                                      "include twice" + std::to_string(i + 1) + "\n");
     plans.write("twice40", "# \n");
-    const std::string told_twice = plans.mistakes("include twice0\n");
-    EXPECT_NE(told_twice.find(": include twice40: more than 1000 files"), std::string::npos) << told_twice;
-    std::string often;
-    for (int i = 1; i < 1000; i++)
-        often += "include twice40\n";
-    EXPECT_EQ(plans.mistakes(often + "port-check\n"), "");
+    EXPECT_NE(plans.mistakes("include twice0\n").find(": include twice40: more than 1000 files"),
+              std::string::npos);
 }
 
 TEST(Plan, WhatALineSays)
@@ -269,8 +246,8 @@ TEST(Decimal, ComparesEveryDigit)
     };
     for (const auto &row : rows) {
         const Decimal one = *Decimal::parse(row.one), other = *Decimal::parse(row.other);
-        EXPECT_EQ(one < other, row.order < 0) << row.one << " " << row.other;
-        EXPECT_EQ(other<one, row.order> 0) << row.one << " " << row.other;
+        EXPECT_EQ(one < other, row.order == -1) << row.one << " " << row.other;
+        EXPECT_EQ(other < one, row.order == 1) << row.one << " " << row.other;
     }
     for (const char *text :
          {"", "-", ".", "1.", ".5", "+1", "1e3", "0x10", "1 ", "1.2.3", "--1", "nan", "1,5"})

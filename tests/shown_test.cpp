@@ -5,6 +5,7 @@
 #include "station/program/kept_file.h"
 #include "station/program/output.h"
 #include "station/program/screen.h"
+#include "station/text/text.h"
 
 #include <fstream>
 #include <gtest/gtest.h>
@@ -152,6 +153,14 @@ TEST(Output, AnAnswerAsALineAndAlone)
     for (const auto &[value, text] :
          {std::pair{9.994, "9.99"}, {10.0, "10.0"}, {99.94, "99.9"}, {100.0, "100"}})
         EXPECT_EQ(milliseconds_text(value), text);
+}
+
+TEST(Output, BytesThatAreNoCharactersAreTold)
+{
+    uint32_t character = 0;
+    EXPECT_EQ(utf8_character("\xf8\x90\x80\x80", 0, character), 0U) << "of five bytes, once";
+    EXPECT_EQ(utf8_character(std::string(1, '\0'), 0, character), 1U);
+    EXPECT_EQ(Json("\x1b\xc3\xbc\xff").dump(), "\"\\u001b\\u00fc\\ufffd\"");
 }
 
 std::string content_of(const std::string &path)

@@ -114,6 +114,7 @@ TEST(Slots, EachPortIsTestedOnceByItself)
         EXPECT_EQ(slots[i].tested, rows[i].answered ? 1U : 0U);
         EXPECT_EQ(slots[i].passed, 0U);
         EXPECT_EQ(slots[i].done, slots[i].steps);
+        EXPECT_EQ(slots[i].step, "");
     }
     EXPECT_EQ(slots[0].cause, "nobody to ask");
     EXPECT_EQ(slots[1].cause.substr(0, 39), "ERROR / because: the property is not se");
@@ -146,14 +147,40 @@ TEST(Slots, APhoneIsTestedWhenItComesAndNotAgainUntilItHasGone)
             first.start();
             symlink(first.path.c_str(), (first.folder_.path + "/b.port").c_str());
             stage = 2;
+        } else if (stage == 2 && tested == 2 && now.size() == 2 &&
+                   now[1].phase == SlotState::Phase::refused) {
+            first.stop();
+            stage = 3;
         }
-        return stage == 2 && tested == 2 && now.size() == 2 && now[1].phase == SlotState::Phase::refused;
+        return stage == 3 && now[0].phase == SlotState::Phase::waits;
     });
     EXPECT_EQ(slots.at(0).passed, 2U);
     EXPECT_EQ(slots.at(0).unit, "CV00000002");
     EXPECT_NE(slots.at(1).cause.find("is taken by"), std::string::npos) << "the same port by a link";
     EXPECT_TRUE(has(bench.events, "the phone has gone"));
+    EXPECT_TRUE(has(bench.events, "2  " + slots.at(1).port + "  " + slots.at(1).cause));
     EXPECT_EQ(bench.kept(), (Lines{"CV00000001 pass ", "CV00000002 pass "}));
+}
+
+TEST(Slots, APhoneThatRestartsOrGoesFailsItsUnit)
+{
+    FakePhone restarts("CV00000001"), goes("CV00000002");
+    restarts.ends_behind = {"get-prop bye"};
+    goes.happens = [&](const std::string &asked) {
+        if (asked == "set-prop x+1")
+            unlink(goes.path.c_str());
+        return asked == "set-prop x+1" ? std::nullopt : std::optional(true);
+    };
+    Bench bench({"get-prop bye", "sleep 0.05", "set-prop x 1", "set-prop x 2"});
+    bench.options.ports = {restarts.path, goes.path};
+    bench.options.once = true;
+    EXPECT_NE(bench.serve().at(0).cause.find("has restarted by itself"), std::string::npos)
+        << "no `unit` is needed";
+    const auto source = records::Source::open(bench.records_file());
+    source->each({}, [&](const records::Run &run) {
+        EXPECT_EQ(run.verdict, records::Verdict::fail);
+        EXPECT_EQ(source->steps(run.id).size(), run.port == goes.path ? 3U : 4U) << run.port;
+    });
 }
 
 TEST(Slots, CtrlCEndsTheRunningUnitsAsAborted)
@@ -166,10 +193,14 @@ TEST(Slots, CtrlCEndsTheRunningUnitsAsAborted)
             .at(0);
     EXPECT_EQ(slot.end, End::aborted);
     EXPECT_EQ(slot.cause, "interrupted at the station");
+    EXPECT_EQ(slot.failing, "");
     EXPECT_EQ(bench.kept(), Lines{"CV00000001 aborted "});
     const auto source = records::Source::open(bench.records_file());
     source->each({}, [&](const records::Run &run) {
-        EXPECT_EQ(source->steps(run.id).at(2).verdict, records::Verdict::aborted) << "it has not slept";
+        const records::Step slept = source->steps(run.id).at(2);
+        EXPECT_EQ(slept.verdict, records::Verdict::aborted) << "it has not slept";
+        const std::chrono::duration<double, std::milli> lasted = *run.ended - run.started;
+        EXPECT_LE(slept.began + slept.milliseconds, lasted.count() + 2) << "in whole milliseconds";
     });
     EXPECT_EQ(phone.asked().back(), "set-prop end+1");
 }
@@ -227,8 +258,11 @@ TEST(PortLock, APortIsOneLinesHoweverItIsCalled)
     symlink((port + "2").c_str(), (folder.path + "/link").c_str());
     const PortLock real(port + "2");
     EXPECT_THROW(PortLock(folder.path + "/link"), PortError);
-    const PortLock tcp("tcp:localhost:9");
+    const PortLock tcp("tcp:localhost:9"); // the same from every folder
+    const std::filesystem::path before_it = std::filesystem::current_path();
+    std::filesystem::current_path(folder.path);
     EXPECT_THROW(PortLock("tcp:localhost:9"), PortError);
+    std::filesystem::current_path(before_it);
     EXPECT_NO_THROW(PortLock("tcp:localhost:8"));
     const int before = open_descriptors();
     EXPECT_THROW(PortLock(folder.path + "/link"), PortError);
@@ -239,7 +273,8 @@ TEST(Answers, AFileAnswersWhatItHas)
 {
     temporary_folder folder;
     const std::string path = folder.path + "/answers";
-    write_lines(path, {"# all", "", "  red? =  yes \r", "a = b? = no", "red = pink", "empty =", "red? = no"});
+    write_lines(
+        path, {"# all", "", "  red? =  yes \r", "a = b? = no", "red = pink", "empty =", "red? = no", "x=y"});
     Nobody nobody;
     AnswersFile answers(path, nobody);
     std::string why;
@@ -250,9 +285,24 @@ TEST(Answers, AFileAnswersWhatItHas)
     EXPECT_EQ(said("red"), "pink");
     EXPECT_EQ(said("a = b?"), "no");
     EXPECT_EQ(said("empty"), "");
+    EXPECT_EQ(said("x"), "y");
     EXPECT_EQ(said("re"), "(nobody)");
     EXPECT_EQ(said("all"), "(nobody)");
     EXPECT_EQ(why, path + " has no answer to 'all', and there is nobody to ask");
+    Interrupts interrupts{0};
+    Desk desk(interrupts);
+    AtDesk others(desk, "1");
+    EXPECT_FALSE(AnswersFile(answers, others).answer({Prompt::Kind::ask, "all", ""}, Clock::now(), why));
+    EXPECT_EQ(why, "nobody answered in time");
+    std::thread impatient([&] {
+        while (desk.all_open().empty())
+            std::this_thread::yield();
+        interrupts++;
+    });
+    EXPECT_FALSE(others.answer({Prompt::Kind::ask, "all", ""}, Deadline::max(), why));
+    impatient.join();
+    EXPECT_EQ(why, "interrupted");
+    EXPECT_TRUE(desk.all_open().empty());
     write_lines(path, {"no sign", "a = b", "= x"});
     try {
         AnswersFile wrong(path, nobody);
