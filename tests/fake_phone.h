@@ -53,13 +53,6 @@ class FakePhone
 
     std::vector<std::string> ends_behind; // the answers behind which it ends the connection
 
-    // Until it has ended a connection.
-    void await_end() const
-    {
-        while (port_->ended == 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-
     // What was asked so far, "get-prop ro.a" a line; fetching the log is "log" and the handler's name.
     std::vector<std::string> asked()
     {
