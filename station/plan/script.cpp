@@ -157,7 +157,8 @@ class Reader
         try {
             return parse_words_of(words, mark != '\0', step);
         } catch (const UsageError &error) {
-            if (std::none_of(words.begin() + 1, words.end(), begins_comment))
+            take(words); // what comes first is no comment
+            if (std::none_of(words.begin(), words.end(), begins_comment))
                 throw;
             throw UsageError(error.what() + std::string("; comments have a line of their own"));
         }

@@ -317,7 +317,7 @@ void parse_asking(const Words &words, const Settings &settings, Step &step)
     } catch (const UsageError &error) {
         first = error;
     }
-    for (auto at = asked.begin() + 1; at != asked.end(); ++at) {
+    for (auto at = asked.begin(); at != asked.end(); ++at) {
         const std::string &word = at->text;
         if (!is(*at, "in") && !begins_modifier(*at))
             continue;
