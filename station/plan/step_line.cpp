@@ -72,7 +72,7 @@ static bool begins_modifier(const Word &word)
 }
 
 // as "TEXT", within N s, stop: in this order, and nothing behind them.
-static void parse_modifiers(Words words, Step &step)
+static void parse_modifiers(Words &words, Step &step)
 {
     if (takes(words, "as")) {
         const Word name = take(words);
@@ -175,7 +175,7 @@ static void take_limits(Words &words, Step &step)
 }
 
 // "=>" or "=~", what stands behind it, and the modifiers behind that.
-static void parse_expectation(Words words, Step &step)
+static void parse_expectation(Words &words, Step &step)
 {
     const Word arrow = take(words);
     if (words.empty())
@@ -196,7 +196,7 @@ static void parse_expectation(Words words, Step &step)
     parse_modifiers(words, step);
 }
 
-void parse_skip(Words words, Step &step)
+void parse_skip(Words &words, Step &step)
 {
     take(words);
     const std::string name = take(words).text;
@@ -210,7 +210,7 @@ void parse_skip(Words words, Step &step)
     step.expected = joined(words);
 }
 
-void parse_pause(Words words, Step &step)
+void parse_pause(Words &words, Step &step)
 {
     const std::string name = take(words).text;
     const std::string time = take(words).text;
@@ -223,7 +223,7 @@ void parse_pause(Words words, Step &step)
         throw UsageError(name + " has a time of its own");
 }
 
-void parse_prompt(Words words, Step &step)
+void parse_prompt(Words &words, Step &step)
 {
     const std::string name = take(words).text;
     const bool is_input = name == "input";
@@ -305,8 +305,9 @@ void parse_asking(const Words &words, const Settings &settings, Step &step)
     const auto arrow = std::find_if(words.begin(), words.end(),
                                     [](const Word &word) { return is(word, "=>") || is(word, "=~"); });
     const Words asked(words.begin(), arrow);
-    if (arrow != words.end())
-        parse_expectation({arrow, words.end()}, step);
+    Words expected(arrow, words.end());
+    if (!expected.empty())
+        parse_expectation(expected, step);
     if (asked.empty())
         throw UsageError("no request");
     check_name(asked.front().text);
