@@ -45,6 +45,7 @@ class Bench
         settings.client.timeout = 0.6;
         plan = parse_plan(folder.path + "/plan", settings);
         options.station = "bench";
+        options.look = std::chrono::milliseconds(50);
         store.emplace(records_file());
         desk.leave();
     }

@@ -23,7 +23,7 @@ class Keeper : public Listener
 {
   public:
     // Keeps in the store, if there is one; collects the steps for reports, if it shall.
-    Keeper(records::Store *store, Bench bench, bool collects);
+    Keeper(records::Store *store, Bench bench, bool collects = false);
     ~Keeper() override;
 
     void run_began(const Plan &plan) override;

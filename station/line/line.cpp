@@ -11,7 +11,6 @@
 namespace station
 {
 
-static constexpr auto LOOK = std::chrono::seconds(1);
 static constexpr auto PAUSE = std::chrono::milliseconds(100);
 static constexpr double LOOK_TIMEOUT = 1;
 static constexpr int UNANSWERED_MAX = 3; // looks, behind which nobody is on a serial line any more
@@ -117,9 +116,9 @@ struct Line::Slot : Listener {
     bool looks_on() const { return line.takes(); }
 
     // Sleeps until the next look, or until there is none.
-    void pause(Clock::duration time) const
+    void pause() const
     {
-        for (const auto end = Clock::now() + time; looks_on() && Clock::now() < end;)
+        for (const auto end = Clock::now() + line.options_.look; looks_on() && Clock::now() < end;)
             std::this_thread::sleep_for(PAUSE);
     }
 
@@ -142,14 +141,14 @@ struct Line::Slot : Listener {
     {
         struct stat status = {};
         if (stat(state.port.c_str(), &status) == 0 && S_ISCHR(status.st_mode)) {
-            for (int unanswered = 0; unanswered < UNANSWERED_MAX && looks_on(); pause(LOOK))
+            for (int unanswered = 0; unanswered < UNANSWERED_MAX && looks_on(); pause())
                 unanswered = answers() ? 0 : unanswered + 1;
             return;
         }
         try {
-            Port port(state.port, Clock::now() + LOOK);
+            Port port(state.port, Clock::now() + line.options_.look);
             while (looks_on())
-                port.read(Clock::now() + LOOK);
+                port.read(Clock::now() + line.options_.look);
         } catch (const std::exception &) {
             return;
         }
@@ -166,13 +165,15 @@ struct Line::Slot : Listener {
         }
         Settings settings = line.settings_;
         settings.client.port = state.port;
-        Keeper kept(&line.store_, {line.options_.station, state.port, line.options_.software}, false);
+        Keeper kept(&line.store_, {line.options_.station, state.port, line.options_.software});
         keeper = &kept;
+        People &people = answers_file ? *answers_file : static_cast<People &>(at_desk);
+        Playing playing{settings, people, line.interrupts_};
+        playing.stop = line.options_.stop;
+        playing.why = line.options_.why;
+        playing.watch = true;
         try {
-            const Ended ended = play(line.plan_,
-                                     {settings, answers_file ? *answers_file : static_cast<People &>(at_desk),
-                                      line.interrupts_, line.options_.stop, false, line.options_.why, true},
-                                     {&kept, this});
+            const Ended ended = play(line.plan_, playing, {&kept, this});
             if (line.options_.finished)
                 line.options_.finished(kept.run());
             show(ended.end, ended.end == End::aborted ? ended.cause : "");
@@ -190,9 +191,9 @@ struct Line::Slot : Listener {
             if (!port_lock)
                 lock_port();
             if (!port_lock || !answers()) {
-                if (line.options_.once && Clock::now() - line.began_ >= line_patience())
+                if (line.is_late())
                     break;
-                pause(LOOK);
+                pause();
                 continue;
             }
             hear("a phone answers");
@@ -206,12 +207,6 @@ struct Line::Slot : Listener {
             hear("the phone has gone");
         }
         is_over = true;
-    }
-
-    Clock::duration line_patience() const
-    {
-        return std::chrono::duration_cast<Clock::duration>(
-            std::chrono::duration<double>(line.settings_.client.timeout));
     }
 
     void lock_port()
@@ -252,8 +247,7 @@ Line::Line(const Plan &plan, const Settings &settings, const LineOptions &option
     find_ports();
     for (const std::unique_ptr<Slot> &slot : slots_)
         slot->port_lock.emplace(slot->state.port);
-    for (const std::unique_ptr<Slot> &slot : slots_)
-        slot->thread = std::thread([&slot = *slot] { slot.serve(); });
+    start();
 }
 
 Line::~Line()
@@ -288,19 +282,29 @@ void Line::find_ports()
     globfree(&found);
 }
 
+void Line::start()
+{
+    for (const std::unique_ptr<Slot> &slot : slots_)
+        if (!slot->thread.joinable())
+            slot->thread = std::thread([&slot = *slot] { slot.serve(); });
+}
+
+bool Line::is_late() const
+{
+    const std::chrono::duration<double> waited = Clock::now() - began_;
+    return options_.once && waited.count() >= settings_.client.timeout;
+}
+
 bool Line::look()
 {
-    const size_t before = slots_.size();
-    if (takes() && Clock::now() - looked_ >= LOOK)
+    if (takes() && Clock::now() - looked_ >= options_.look)
         find_ports();
-    for (size_t i = before; i < slots_.size(); i++)
-        slots_[i]->thread = std::thread([&slot = *slots_[i]] { slot.serve(); });
+    start();
     const bool all_ended = std::all_of(
         slots_.begin(), slots_.end(), [](const std::unique_ptr<Slot> &slot) { return slot->is_over.load(); });
     if (!slots_.empty())
         return !all_ended;
-    return takes() && !(options_.once &&
-                        Clock::now() - began_ >= std::chrono::duration<double>(settings_.client.timeout));
+    return takes() && !is_late();
 }
 
 std::vector<SlotState> Line::slots() const

@@ -36,7 +36,8 @@ struct SlotState {
 
 struct LineOptions {
     std::vector<std::string> ports;
-    std::string glob; // looked at every second; or empty
+    std::string glob;                               // looked at again and again; or empty
+    Clock::duration look = std::chrono::seconds(1); // from one look for ports and phones to the next
     std::string station, software;
     bool once = false;
     bool stop = false;
@@ -58,7 +59,7 @@ class Line
     Line(const Line &) = delete;
     Line &operator=(const Line &) = delete;
 
-    // To be called again and again: looks for new ports every second. False when the line has ended.
+    // To be called again and again: looks for new ports when it is time. False when the line has ended.
     bool look();
 
     std::vector<SlotState> slots() const;
@@ -72,6 +73,8 @@ class Line
 
     void add(const std::string &port);
     void find_ports();
+    void start();         // the slots that have not been
+    bool is_late() const; // for a phone to appear, where each port is tested once
     void hear(const SlotState &state, const std::string &event);
     void stop_taking(const std::string &why);
     bool takes() const { return interrupts_ == 0 && not_kept().empty(); }

@@ -1,7 +1,7 @@
 #include "station/plan/step.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <sstream>
 
 namespace station
 {
@@ -28,10 +28,10 @@ std::string Step::wanted() const
         text_wanted = "in " + limits_text(*this);
     if (text_wanted.empty())
         text_wanted = "a success";
-    char time[32] = "";
+    std::ostringstream time;
     if (within)
-        std::snprintf(time, sizeof time, ", within %g s", *within);
-    return text_wanted + time;
+        time << ", within " << *within << " s";
+    return text_wanted + time.str();
 }
 
 } // namespace station
