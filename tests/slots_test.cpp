@@ -163,6 +163,35 @@ TEST(Slots, APhoneIsTestedWhenItComesAndNotAgainUntilItHasGone)
     EXPECT_EQ(bench.kept(), (Lines{"CV00000001 pass ", "CV00000002 pass "}));
 }
 
+TEST(Slots, ASerialLinesPhoneHasGoneWhenItAnswersNoMore)
+{
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_EQ(unlockpt(master), 0);
+    const std::string path = ptsname(master);
+    const int kept_open = open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    int stop[2];
+    ASSERT_EQ(pipe2(stop, O_CLOEXEC), 0);
+    std::atomic<int> requests{0};
+    std::thread phone([&] { FakePort::serve(master, stop[0], requests, {}); });
+    Bench bench({"port-check"});
+    bench.options.ports = {path};
+    Deadline still = Deadline::max();
+    bench.serve([&](const std::vector<SlotState> &now) {
+        if (now[0].tested == 1 && still == Deadline::max()) {
+            still = Clock::now() + std::chrono::milliseconds(250);
+        } else if (phone.joinable() && Clock::now() >= still) {
+            EXPECT_EQ(now[0].phase, SlotState::Phase::shows) << "it is still there";
+            close(stop[1]);
+            phone.join();
+            close(master);
+        }
+        return !phone.joinable() && now[0].phase == SlotState::Phase::waits;
+    });
+    EXPECT_TRUE(has(bench.events, "the phone has gone"));
+    close(stop[0]);
+    close(kept_open);
+}
+
 TEST(Slots, APhoneThatRestartsOrGoesFailsItsUnit)
 {
     FakePhone restarts("CV00000001"), goes("CV00000002");
