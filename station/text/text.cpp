@@ -1,30 +1,34 @@
 #include "station/text/text.h"
 
+#include <algorithm>
 #include <cctype>
+#include <iterator>
 
 namespace station
 {
 
 size_t utf8_character(std::string_view text, size_t at, uint32_t &character)
 {
-    static constexpr unsigned HEAD_BITS[] = {0, 0x7F, 0x1F, 0x0F, 0x07};
-    static constexpr uint32_t LEAST[] = {0, 0, 0x80, 0x800, 0x10000}; // a longer form of less is no UTF-8
-    const auto byte = [&](size_t i) { return static_cast<unsigned char>(i < text.size() ? text[i] : 0); };
-    const unsigned first = byte(at);
-    const size_t length = first < 0x80   ? 1
-                          : first < 0xC2 ? 0
-                          : first < 0xE0 ? 2
-                          : first < 0xF0 ? 3
-                          : first < 0xF8 ? 4
-                                         : 0;
-    character = first & HEAD_BITS[length];
-    for (size_t i = 1; i < length; i++) {
-        if ((byte(at + i) & 0xC0) != 0x80)
+    // Of one byte and of more: how the first one begins, and the least that needs so many.
+    static constexpr struct {
+        unsigned mask, head;
+        uint32_t least;
+    } FORMS[] = {{0x80, 0, 0}, {0xE0, 0xC0, 0x80}, {0xF0, 0xE0, 0x800}, {0xF8, 0xF0, 0x10000}};
+    const std::string_view bytes = text.substr(at);
+    const unsigned first = static_cast<unsigned char>(bytes[0]);
+    const auto *const form = std::find_if(std::begin(FORMS), std::end(FORMS),
+                                          [&](const auto &each) { return (first & each.mask) == each.head; });
+    const auto length = static_cast<size_t>(form - FORMS) + 1;
+    if (form == std::end(FORMS) || bytes.size() < length)
+        return 0;
+    character = first & ~form->mask;
+    for (const char byte : bytes.substr(1, length - 1)) {
+        if ((byte & 0xC0) != 0x80)
             return 0;
-        character = character << 6 | (byte(at + i) & 0x3F);
+        character = character << 6 | (byte & 0x3F);
     }
     const bool is_half_of_a_pair = character >= 0xD800 && character < 0xE000;
-    return character < LEAST[length] || character > 0x10FFFF || is_half_of_a_pair ? 0 : length;
+    return character < form->least || character > 0x10FFFF || is_half_of_a_pair ? 0 : length;
 }
 
 static void append_hex(std::string &text, char character)

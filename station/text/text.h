@@ -9,7 +9,8 @@
 namespace station
 {
 
-// The bytes of the UTF-8 character at `at`, which is set; 0 when the bytes there are none.
+// The bytes of the UTF-8 character at `at`, a place in the text; `character` is set. 0 when the bytes there
+// are none.
 size_t utf8_character(std::string_view text, size_t at, uint32_t &character);
 
 // Appends \x1b, or one for each of several bytes.
