@@ -153,7 +153,7 @@ TEST(Slots, APhoneIsTestedWhenItComesAndNotAgainUntilItHasGone)
             first.stop();
             stage = 3;
         }
-        return stage == 3 && now[0].phase == SlotState::Phase::waits;
+        return stage == 3 && now[0].phase == SlotState::Phase::waits && now[1].phase == now[0].phase;
     });
     EXPECT_EQ(slots.at(0).passed, 2U);
     EXPECT_EQ(slots.at(0).unit, "CV00000002");
