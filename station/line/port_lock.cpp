@@ -38,6 +38,15 @@ static std::set<std::string> identities(const std::string &port)
     return found;
 }
 
+// By errno.
+static PortError refusal(const std::string &port, const std::string &lock)
+{
+    const int error = errno;
+    return PortError(error == EWOULDBLOCK
+                         ? port + " is taken by another line, or has two names in this one"
+                         : port + ": its lock " + lock + " cannot be had: " + std::strerror(error));
+}
+
 PortLock::PortLock(const std::string &port)
 {
     const char *const runtime = std::getenv("XDG_RUNTIME_DIR");
@@ -47,12 +56,8 @@ PortLock::PortLock(const std::string &port)
                                  digest(Bytes(identity.begin(), identity.end())).substr(0, 24) + ".lock";
         owned::descriptor lock(
             open(name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY, 0600));
-        if (!lock || flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
-            const int error = errno;
-            throw PortError(error == EWOULDBLOCK
-                                ? port + " is taken by another line, or has two names in this one"
-                                : port + ": its lock " + name + " cannot be had: " + std::strerror(error));
-        }
+        if (!lock || flock(lock.get(), LOCK_EX | LOCK_NB) != 0)
+            throw refusal(port, name);
         locked_.push_back(std::move(lock));
     }
 }
