@@ -1,10 +1,12 @@
 #include "station/program/kept_file.h"
 
+#include "descriptor.h"
 #include "station/client/errors.h"
 
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <random>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,17 +15,17 @@
 namespace station
 {
 
-static constexpr mode_t MODE = 0666; // as far as the umask lets it
-
-// A name beside the file's that nobody has.
+// Beside the file, and nobody's.
 static std::string name_of_part(const std::string &path)
 {
-    static constexpr char LETTERS[] = "abcdefghijklmnopqrstuvwxyz0123456789";
-    std::random_device chance;
-    std::string name = path + ".";
-    for (int i = 0; i < 6; i++)
-        name += LETTERS[chance() % (sizeof LETTERS - 1)];
-    return name + ".part";
+    return path + "." + std::to_string(std::random_device{}()) + ".part";
+}
+
+// A file without a name in the folder of `path`, where the file system has such.
+static owned::descriptor nameless_beside(const std::string &path)
+{
+    const std::filesystem::path folder = std::filesystem::path(path).replace_filename(".");
+    return owned::descriptor(open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, DEFFILEMODE));
 }
 
 KeptFile::KeptFile(std::string path) : path_(std::move(path))
@@ -31,49 +33,44 @@ KeptFile::KeptFile(std::string path) : path_(std::move(path))
     struct stat status = {};
     if (stat(path_.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
         file_ = std::fopen(path_.c_str(), "we");
-        if (!file_)
-            fail();
-        return;
+    } else if (owned::descriptor nameless = nameless_beside(path_)) {
+        // Whoever ends this program in the middle, a file without a name goes with it.
+        has_no_name_ = true;
+        file_ = fdopen(nameless.release(), "w");
+    } else {
+        part_ = name_of_part(path_);
+        file_ = std::fopen(part_.c_str(), "wxe");
     }
-    part_ = name_of_part(path_);
-    // Whoever ends this program in the middle, a file without a name goes with it.
-    const size_t slash = path_.rfind('/');
-    const std::string folder = slash == std::string::npos ? "." : path_.substr(0, slash + 1);
-    int fd = open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, MODE);
-    has_no_name_ = fd >= 0;
-    if (fd < 0)
-        fd = open(part_.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, MODE);
-    file_ = fd >= 0 ? fdopen(fd, "w") : nullptr;
     if (!file_)
         fail();
 }
 
 KeptFile::~KeptFile()
 {
-    if (!file_)
-        return;
-    std::fclose(file_);
-    if (!part_.empty() && !has_no_name_)
+    if (file_)
+        std::fclose(file_);
+    if (!part_.empty())
         unlink(part_.c_str());
 }
 
 void KeptFile::keep()
 {
-    const bool is_written = std::fflush(file_) == 0 && std::ferror(file_) == 0;
-    const std::string inode = "/proc/self/fd/" + std::to_string(fileno(file_));
-    if (is_written && has_no_name_ &&
-        linkat(AT_FDCWD, inode.c_str(), AT_FDCWD, part_.c_str(), AT_SYMLINK_FOLLOW) == 0)
-        has_no_name_ = false;
-    if (!is_written || has_no_name_)
+    if (std::fflush(file_) != 0 || std::ferror(file_))
         fail();
-    if (std::fclose(std::exchange(file_, nullptr)) == 0 &&
-        (part_.empty() || std::rename(part_.c_str(), path_.c_str()) == 0))
+    if (has_no_name_) {
+        const std::string inode = "/proc/self/fd/" + std::to_string(fileno(file_));
+        const std::string name = name_of_part(path_);
+        if (linkat(AT_FDCWD, inode.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) != 0)
+            fail();
+        part_ = name;
+    }
+    if (std::fclose(std::exchange(file_, nullptr)) != 0)
+        fail();
+    if (part_.empty())
         return;
-    const int error = errno;
-    if (!part_.empty())
-        unlink(part_.c_str());
-    errno = error;
-    fail();
+    if (std::rename(part_.c_str(), path_.c_str()) != 0)
+        fail();
+    part_.clear();
 }
 
 void KeptFile::fail() const { throw OutputError("cannot write " + path_ + ": " + std::strerror(errno)); }

@@ -25,8 +25,8 @@ class KeptFile
     [[noreturn]] void fail() const;
 
     std::string path_;
-    std::string part_;         // where it grows, if it has a name by then
-    bool has_no_name_ = false; // the file system gives it none before it is whole
+    bool has_no_name_ = false; // before it is whole
+    std::string part_;         // its name until it is kept, if it has one
     FILE *file_ = nullptr;
 };
 
