@@ -10,33 +10,44 @@
 #include <glob.h>
 #include <libserialport.h>
 #include <map>
+#include <memory>
 #include <thread>
 
 namespace station
 {
 
 static constexpr char VIRTUAL_PHONES[] = "build/phone/*/port";
-static constexpr double TIMEOUT = 1;
+static constexpr int TIMEOUT_SECONDS = 1;
 
 namespace
 {
 
 struct Device {
-    std::string port;
-    std::string kind; // "socket" or what the USB device calls itself
-    std::string serial, build, state;
+    std::string port, serial, build, state;
+    std::string kind; // what the USB device calls itself
     bool answers = false;
+};
+
+class Matches
+{
+  public:
+    explicit Matches(const std::string &pattern) { glob(pattern.c_str(), GLOB_NOSORT, nullptr, &found_); }
+    ~Matches() { globfree(&found_); }
+    Matches(const Matches &) = delete;
+    Matches &operator=(const Matches &) = delete;
+    char **begin() const { return found_.gl_pathv; }
+    char **end() const { return found_.gl_pathv + found_.gl_pathc; }
+
+  private:
+    glob_t found_ = {};
 };
 
 } // namespace
 
 static void add_matches(const std::string &pattern, std::map<std::string, Device> &devices)
 {
-    glob_t found = {};
-    if (glob(pattern.c_str(), 0, nullptr, &found) == 0)
-        for (size_t i = 0; i < found.gl_pathc; i++)
-            devices[found.gl_pathv[i]].port = found.gl_pathv[i];
-    globfree(&found);
+    for (const char *path : Matches(pattern))
+        devices[path].port = path;
 }
 
 static std::string words_of(const char *text) { return text ? text : ""; }
@@ -52,21 +63,20 @@ static bool has_word(std::string text, const char *word)
 // diagnostics. Others have to be named.
 static void add_serial_lines(std::map<std::string, Device> &devices)
 {
-    sp_port **ports = nullptr;
-    if (sp_list_ports(&ports) != SP_OK)
+    sp_port **listed = nullptr;
+    if (sp_list_ports(&listed) != SP_OK)
         return;
-    for (size_t i = 0; ports[i]; i++) {
+    const std::unique_ptr<sp_port *, void (*)(sp_port **)> ports(listed, sp_free_port_list);
+    for (sp_port **port = listed; *port; port++) {
         const std::string called =
-            words_of(sp_get_port_description(ports[i])) + " " + words_of(sp_get_port_usb_product(ports[i]));
-        const std::string path = words_of(sp_get_port_name(ports[i]));
-        const bool is_phone = sp_get_port_transport(ports[i]) == SP_TRANSPORT_USB && has_word(called, "diag");
-        const auto known = devices.find(path);
-        if (is_phone || known != devices.end()) {
+            words_of(sp_get_port_description(*port)) + " " + words_of(sp_get_port_usb_product(*port));
+        const std::string path = words_of(sp_get_port_name(*port));
+        const bool is_phone = sp_get_port_transport(*port) == SP_TRANSPORT_USB && has_word(called, "diag");
+        if (is_phone || devices.count(path)) {
             devices[path].port = path;
             devices[path].kind = called;
         }
     }
-    sp_free_port_list(ports);
 }
 
 static std::string answer_to(Client &client, const std::vector<std::string> &words)
@@ -86,19 +96,48 @@ static void ask(Device &device, double timeout)
     try {
         Client client(settings);
         const Exchange exchange = client.ask(port_check());
-        device.answers = exchange.outcome != Outcome::silence;
-        if (exchange.outcome != Outcome::answer) {
-            device.state = exchange.outcome == Outcome::refused ? "not serving yet" : "";
+        if (exchange.outcome == Outcome::silence)
             return;
+        if (exchange.outcome == Outcome::refused) {
+            device.state = "not serving yet";
+        } else {
+            device.serial = answer_to(client, {"usb-serial"});
+            device.build = answer_to(client, {"ap-version"});
+            device.state = answer_to(client, {"get-prop", "init.svc.diag_service"});
+            if (device.state.empty())
+                device.state = "serves";
         }
-        device.serial = answer_to(client, {"usb-serial"});
-        device.build = answer_to(client, {"ap-version"});
-        device.state = answer_to(client, {"get-prop", "init.svc.diag_service"});
-        if (device.state.empty())
-            device.state = "serves";
-    } catch (const std::exception &) { // nothing that could be a port
-        device.answers = false;
+        device.answers = true;
+    } catch (const std::exception &) {
+        return; // nothing that could be a port
     }
+}
+
+static void print_json(const std::vector<Device> &devices)
+{
+    Json all = Json::array();
+    for (const Device &device : devices) {
+        Json entry{{"port", device.port},
+                   {"serial", device.serial},
+                   {"build", device.build},
+                   {"service", device.state}};
+        if (!device.kind.empty())
+            entry["usb"] = device.kind;
+        all.push_back(std::move(entry));
+    }
+    std::puts(all.dump(JSON_INDENT).c_str());
+}
+
+static void print_table(std::vector<Device> rows)
+{
+    rows.insert(rows.begin(), {"port", "serial", "build", "service", "", true});
+    size_t width = 0;
+    for (const Device &row : rows)
+        width = std::max(width, row.port.size());
+    for (const Device &row : rows)
+        std::printf("%-*s  %-16s  %-24s  %s\n", static_cast<int>(width), escaped(row.port, false).c_str(),
+                    escaped(row.serial, false).c_str(), escaped(row.build, false).c_str(),
+                    escaped(row.state, false).c_str());
 }
 
 int serve_devices(const std::vector<std::string> &words, Settings &settings)
@@ -108,15 +147,15 @@ int serve_devices(const std::vector<std::string> &words, Settings &settings)
         "Lists the ports that answer: virtual phones, serial lines of phones on USB, and those that are "
         "named.");
     std::string pattern;
-    double timeout = TIMEOUT;
+    double timeout = TIMEOUT_SECONDS;
     line.takes("--ports GLOB", pattern, "also the ports that match");
-    line.takes("--timeout SECONDS", timeout, "seconds to wait for an answer; 1 otherwise");
+    line.takes("--timeout SECONDS", timeout,
+               "seconds to wait for an answer; " + std::to_string(TIMEOUT_SECONDS) + " otherwise");
     line.takes("--json", settings.json, "print JSON");
     line.parse(words);
     std::map<std::string, Device> found;
     add_matches(VIRTUAL_PHONES, found);
-    if (!pattern.empty())
-        add_matches(pattern, found);
+    add_matches(pattern, found);
     add_serial_lines(found);
     std::vector<std::thread> asking;
     for (auto &[path, device] : found)
@@ -124,32 +163,17 @@ int serve_devices(const std::vector<std::string> &words, Settings &settings)
     for (std::thread &thread : asking)
         thread.join();
 
-    Json all = Json::array();
-    size_t count = 0;
-    size_t width = 4;
+    std::vector<Device> answering;
     for (const auto &[path, device] : found)
-        width = std::max(width, device.answers ? path.size() : 0);
-    for (const auto &[path, device] : found) {
-        if (!device.answers)
-            continue;
-        if (count++ == 0 && !settings.json)
-            std::printf("%-*s  %-16s  %-24s  %s\n", static_cast<int>(width), "port", "serial", "build",
-                        "service");
-        Json entry{
-            {"port", path}, {"serial", device.serial}, {"build", device.build}, {"service", device.state}};
-        if (!device.kind.empty())
-            entry["usb"] = device.kind;
-        all.push_back(std::move(entry));
-        if (!settings.json)
-            std::printf("%-*s  %-16s  %-24s  %s\n", static_cast<int>(width), escaped(path, false).c_str(),
-                        escaped(device.serial, false).c_str(), escaped(device.build, false).c_str(),
-                        escaped(device.state, false).c_str());
-    }
+        if (device.answers)
+            answering.push_back(device);
     if (settings.json)
-        std::puts(all.dump(JSON_INDENT).c_str());
-    else if (count == 0)
+        print_json(answering);
+    else if (!answering.empty())
+        print_table(answering);
+    else
         std::fputs("station: no port answers\n", stderr);
-    return count == 0 ? NO_ANSWER : SUCCESS;
+    return answering.empty() ? NO_ANSWER : SUCCESS;
 }
 
 } // namespace station
