@@ -116,13 +116,6 @@ static void fill_in(std::string &text, const std::string &mark, const std::strin
     text.replace(text.find(mark), mark.size(), content);
 }
 
-static std::string cell(std::string text)
-{
-    for (size_t at = 0; (at = text.find('|', at)) != std::string::npos; at += 2)
-        text.insert(at, "\\");
-    return text;
-}
-
 static std::string answer_name(const Answer &answer)
 {
     switch (answer.fit) {
@@ -177,7 +170,7 @@ static std::string index()
     for (const Command &command : catalogue())
         for (const Name &name : command.names)
             rows[name.code] = "| " + code_text(name.code) + " | [" + name.name + "](" +
-                              anchor(heading(command)) + ") | " + cell(one_line(command, name)) + " |\n";
+                              anchor(heading(command)) + ") | " + one_line(command, name) + " |\n";
     std::string text = "| Code | Name | What it does |\n|---|---|---|\n";
     for (const auto &row : rows)
         text += row.second;
@@ -209,14 +202,13 @@ static std::string command_section(const Command &command)
     else {
         text += "| Request bytes | Type | Content |\n|---|---|---|\n";
         for (const Field &field : command.fields)
-            text +=
-                "| " + std::string(field.bytes) + " | " + field.type + " | " + cell(field.meaning) + " |\n";
+            text += "| " + std::string(field.bytes) + " | " + field.type + " | " + field.meaning + " |\n";
         text += "\n";
     }
     text += "| Answer | | Meaning |\n|---|---|---|\n";
     for (const Answer &answer : command.answers)
         text += "| " + answer_name(answer) + " | " + (answer.success ? "success" : "failure") + " | " +
-                cell(answer.meaning) + " |\n";
+                answer.meaning + " |\n";
     text += "\nLeft behind: " + std::string(command.aftermath) + "\n\n";
     text += "Response " + std::to_string(command.response_size) + " bytes. " +
             (command.safe_to_repeat ? "Safe to repeat. " : "**Not safe to repeat.** ") + "Takes " +
@@ -237,9 +229,7 @@ std::string reference_markdown()
             if (command.family == static_cast<Family>(family))
                 text += command_section(command);
     }
-    // One line feed at the end.
-    while (text.size() > 1 && text[text.size() - 2] == '\n')
-        text.pop_back();
+    text.pop_back(); // one line feed at the end
     return text;
 }
 
