@@ -5,6 +5,7 @@
 #include "station/client/errors.h"
 #include "station/program/kept_file.h"
 #include "station/program/output.h"
+#include "station/program/reports.h"
 #include "station/records/forms.h"
 #include "station/records/forward.h"
 #include "station/records/source.h"
@@ -42,11 +43,13 @@ namespace
 {
 
 struct Asked {
+    explicit Asked(bool as_json) : json(as_json) {}
+
     std::string records, since, until, run;
-    std::string paths[3]; // junit, csv, jsonl
+    Reports files;
     Filter filter;
     int limit = 0; // none
-    bool json = false;
+    bool json;
     bool again = false;
 };
 
@@ -195,16 +198,13 @@ static void yield(Source &source, const Filter &filter, bool as_json)
 
 static void export_runs(Source &source, const Asked &asked)
 {
-    static constexpr Form FORMS[] = {Form::junit, Form::csv, Form::jsonl};
     std::vector<std::unique_ptr<KeptFile>> files;
     std::vector<std::pair<Export, FILE *>> exports;
-    for (size_t i = 0; i < std::size(FORMS); i++) {
-        if (asked.paths[i].empty())
-            continue;
-        if (asked.paths[i] != "-")
-            files.push_back(std::make_unique<KeptFile>(asked.paths[i]));
-        FILE *const file = asked.paths[i] == "-" ? stdout : files.back()->file();
-        exports.emplace_back(Export(FORMS[i], file), file);
+    for (const auto &[form, path] : asked.files.wanted()) {
+        FILE *file = stdout;
+        if (path != "-")
+            file = files.emplace_back(std::make_unique<KeptFile>(path))->file();
+        exports.emplace_back(Export(form, file), file);
     }
     source.each(asked.filter, [&](const Run &run) {
         const std::vector<Step> steps = source.steps(run.id);
@@ -261,13 +261,14 @@ static void serve_export(const std::vector<std::string> &words, Asked &asked)
     CommandLine line("records export",
                      "Runs with their steps for other programs; FILE is - for standard output.");
     add_filters(line, asked);
-    line.takes("--junit FILE", asked.paths[0], "JUnit's XML, a suite a run");
-    line.takes("--csv FILE", asked.paths[1], "CSV, a line a step");
-    line.takes("--jsonl FILE", asked.paths[2], "JSON lines, a line a run");
+    line.takes("--junit FILE", asked.files.junit, "JUnit's XML, a suite a run");
+    line.takes("--csv FILE", asked.files.csv, "CSV, a line a step");
+    line.takes("--jsonl FILE", asked.files.jsonl, "JSON lines, a line a run");
     line.parse(words);
-    const auto to_standard_output = std::count(std::begin(asked.paths), std::end(asked.paths), "-");
-    if (std::all_of(std::begin(asked.paths), std::end(asked.paths),
-                    [](const std::string &path) { return path.empty(); }))
+    const auto wanted = asked.files.wanted();
+    const auto to_standard_output =
+        std::count_if(wanted.begin(), wanted.end(), [](const auto &file) { return file.second == "-"; });
+    if (wanted.empty())
         throw UsageError("records export: --junit FILE, --csv FILE or --jsonl FILE says in which form");
     if (to_standard_output > 1)
         throw UsageError("records export: only one form fits on standard output");
@@ -310,8 +311,7 @@ int serve_records(const std::vector<std::string> &words, Settings &settings)
         {"export", serve_export},
         {"yield", serve_yield},
         {"push", serve_push}};
-    Asked asked;
-    asked.json = settings.json;
+    Asked asked(settings.json);
     const std::string what = words.empty() ? "" : words.front();
     if (what == "--help" || what == "-h")
         throw HelpAsked{HELP};

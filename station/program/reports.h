@@ -3,20 +3,22 @@
 
 #include "station/catalogue/command_line.h"
 #include "station/program/kept_file.h"
-#include "station/records/run.h"
+#include "station/records/forms.h"
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace station
 {
 
 struct Reports {
-    std::string paths[3]; // JUnit, CSV, JSON lines
+    std::string junit, csv, jsonl; // paths; empty where none is wanted
 
     void add_options(CommandLine &line);
-    [[nodiscard]] bool any() const;
+    [[nodiscard]] std::vector<std::pair<records::Form, std::string>> wanted() const;
+    [[nodiscard]] bool any() const { return !wanted().empty(); }
 };
 
 class ReportFiles
@@ -29,7 +31,7 @@ class ReportFiles
     void keep(const records::Run &run, const std::vector<records::Step> &steps);
 
   private:
-    std::unique_ptr<KeptFile> files_[3];
+    std::vector<std::pair<records::Form, std::unique_ptr<KeptFile>>> files_;
 };
 
 } // namespace station
