@@ -11,11 +11,10 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <optional>
 #include <poll.h>
+#include <sys/utsname.h>
 #include <unistd.h>
 
 namespace station
@@ -25,14 +24,9 @@ static constexpr int LOOK_MILLISECONDS = 100;
 
 std::string station_name()
 {
-    char name[256] = "";
-    return gethostname(name, sizeof name - 1) == 0 ? name : "";
-}
-
-static bool is_terminal()
-{
-    const char *const kind = std::getenv("TERM");
-    return isatty(STDOUT_FILENO) && kind && *kind && std::strcmp(kind, "dumb") != 0;
+    utsname host = {};
+    uname(&host);
+    return host.nodename;
 }
 
 // "12:34:56  1  CV0250A7F3  pass after 3.2 s"
@@ -63,19 +57,14 @@ static std::string sums(const std::vector<SlotState> &slots)
 
 // A line that was typed answers the question that was shown; `unfit` is its id when that is no answer to it.
 // False when nobody types any more.
-static bool read_answer(Desk &desk, const std::optional<Desk::Open> &shown, uint64_t &unfit)
+static bool read_answer(Desk &desk, const std::optional<Desk::Open> &shown, std::optional<uint64_t> &unfit)
 {
-    char line[4096]; // a terminal gives a line at a time
-    const ssize_t count = read(STDIN_FILENO, line, sizeof line);
-    if (count <= 0) {
+    const std::optional<std::string> typed = typed_line();
+    if (!typed)
         std::putchar('\n'); // as one who types a line does
-        return false;
-    }
-    std::string answer(line, static_cast<size_t>(count));
-    answer.erase(std::min(answer.find('\n'), answer.size()));
-    if (shown && desk.give(shown->id, answer) == Desk::Given::unfit)
+    else if (shown && desk.give(shown->id, *typed) == Desk::Given::unfit)
         unfit = shown->id;
-    return true;
+    return typed.has_value();
 }
 
 static int status_of(const Line &line, const LineOptions &options)
@@ -132,7 +121,7 @@ int serve_line(const std::vector<std::string> &words, Settings &settings)
     else if (!page.token().empty())
         throw UsageError("line: --token is what a browser has to know; --page ADDRESS:PORT serves one");
 
-    const bool draws = is_terminal();
+    const bool draws = moves_cursor(STDOUT_FILENO);
     const Interrupts &interrupts = catch_interrupts();
     Desk desk(interrupts);
     bool types = isatty(STDIN_FILENO) != 0;
@@ -161,7 +150,7 @@ int serve_line(const std::vector<std::string> &words, Settings &settings)
             std::fprintf(stderr, "station: the page is at %s\n", page.url().c_str());
         }
         Screen screen;
-        uint64_t unfit = 0; // the question that was answered with what is none
+        std::optional<uint64_t> unfit; // the question that was answered with what is none
         while (line.look()) {
             const std::optional<Desk::Open> open = desk.open();
             if (draws) {

@@ -1,9 +1,9 @@
 // One line below the output, on a terminal that can take it back.
 #pragma once
 
+#include "station/program/terminal.h"
+
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <string>
 #include <unistd.h>
 
@@ -13,7 +13,7 @@ namespace station
 class ProgressBar
 {
   public:
-    explicit ProgressBar(bool shown) : shown_(shown && isatty(STDERR_FILENO) && moves_cursor()) {}
+    explicit ProgressBar(bool shown) : shown_(shown && moves_cursor(STDERR_FILENO)) {}
 
     void show(size_t done, size_t all, const std::string &name) const
     {
@@ -34,12 +34,6 @@ class ProgressBar
     }
 
   private:
-    [[nodiscard]] static bool moves_cursor()
-    {
-        const char *terminal = std::getenv("TERM");
-        return terminal && *terminal && std::strcmp(terminal, "dumb") != 0;
-    }
-
     bool shown_;
 };
 

@@ -4,6 +4,8 @@
 #include "station/program/interrupts.h"
 
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <poll.h>
 #include <unistd.h>
 
@@ -11,7 +13,22 @@ namespace station
 {
 
 static constexpr int LOOK_MILLISECONDS = 100;
-static constexpr size_t ANSWER_MAX = 4096; // bytes of a line
+
+bool moves_cursor(int fd)
+{
+    const char *const kind = std::getenv("TERM");
+    return isatty(fd) && kind && *kind && std::strcmp(kind, "dumb") != 0;
+}
+
+std::optional<std::string> typed_line()
+{
+    char bytes[4096]; // a terminal gives a line at a time
+    const ssize_t count = read(STDIN_FILENO, bytes, sizeof bytes);
+    if (count <= 0)
+        return std::nullopt;
+    const std::string line(bytes, static_cast<size_t>(count));
+    return line.substr(0, line.find('\n'));
+}
 
 std::string prompt_line(const Prompt &prompt)
 {
@@ -31,7 +48,8 @@ std::optional<std::string> Terminal::answer(const Prompt &prompt, Deadline deadl
 {
     const Interrupts &interrupts = catch_interrupts();
     std::string shown = prompt_line(prompt);
-    for (const int before = interrupts; !ended_;) {
+    const int before = interrupts;
+    while (!ended_) {
         if (!shown.empty())
             std::fprintf(stderr, "? %s", shown.c_str());
         shown.clear();
@@ -44,15 +62,11 @@ std::optional<std::string> Terminal::answer(const Prompt &prompt, Deadline deadl
         }
         if (ready <= 0)
             continue;
-        char line[ANSWER_MAX]; // a terminal gives a line at a time
-        const ssize_t count = read(STDIN_FILENO, line, sizeof line);
-        ended_ = count <= 0;
-        std::string answer(line, count > 0 ? static_cast<size_t>(count) : 0);
-        answer.erase(std::min(answer.find('\n'), answer.size()));
-        if (!ended_ && fits(prompt, answer))
+        std::optional<std::string> answer = typed_line();
+        if (answer && fits(prompt, *answer))
             return answer;
-        if (!ended_)
-            shown = unfit_line(prompt) + prompt_line(prompt);
+        ended_ = !answer;
+        shown = unfit_line(prompt) + prompt_line(prompt);
     }
     why = NOBODY_TO_ASK;
     return std::nullopt;

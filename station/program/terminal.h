@@ -16,6 +16,12 @@ class Terminal : public People
     bool ended_ = false;
 };
 
+// The line that was typed; nothing when nobody types any more.
+std::optional<std::string> typed_line();
+
+// Whether a terminal is there, and one whose cursor can be moved.
+[[nodiscard]] bool moves_cursor(int fd);
+
 // What is said of an answer that does not fit, before it is asked again.
 std::string unfit_line(const Prompt &prompt);
 
