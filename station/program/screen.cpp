@@ -1,6 +1,7 @@
 #include "station/program/screen.h"
 
 #include "station/catalogue/answer.h"
+#include "station/program/columns.h"
 #include "station/program/output.h"
 
 #include <algorithm>
@@ -17,23 +18,7 @@ static constexpr size_t NUMBER = 4;
 static constexpr size_t REST_MIN = 14; // columns for the step or the verdict
 static constexpr char INDENT[] = "    ";
 
-// What a terminal shows of the text in so many columns.
-static std::string fitted(const std::string &raw, size_t width)
-{
-    const std::string text = escaped(raw, false);
-    size_t end = 0;
-    for (size_t count = 0; end < text.size(); end++)
-        if ((text[end] & 0xC0) != 0x80 && count++ == width)
-            break;
-    return text.substr(0, end);
-}
-
-static std::string padded(const std::string &text, size_t width)
-{
-    const auto columns = static_cast<size_t>(
-        std::count_if(text.begin(), text.end(), [](char byte) { return (byte & 0xC0) != 0x80; }));
-    return text + std::string(width - std::min(width, columns), ' ');
-}
+static std::string fitted(const std::string &raw, size_t width) { return cut(escaped(raw, false), width); }
 
 static std::string verdict(End end)
 {

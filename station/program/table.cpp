@@ -2,6 +2,7 @@
 
 #include "station/line/keeper.h"
 #include "station/plan/play.h"
+#include "station/program/columns.h"
 #include "station/program/interrupts.h"
 #include "station/program/kept_file.h"
 #include "station/program/output.h"
@@ -28,15 +29,14 @@ class Table
     explicit Table(const Plan &plan) : path_(plan.path)
     {
         for (const Step &step : plan.steps) {
-            name_ = std::max(name_, std::min<size_t>(columns(shown_name(step)), 36));
-            request_ = std::max(request_, std::min<size_t>(step.request.words.size(), 36));
+            name_ = std::max(name_, std::min(columns(shown_name(step)), WIDEST));
+            request_ = std::max(request_, std::min(step.request.words.size(), WIDEST));
         }
-        winsize window{};
-        size_t width = 120;
-        if (isatty(STDOUT_FILENO) && ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) == 0 && window.ws_col > 0)
-            width = window.ws_col;
+        winsize window = {}; // it stays so where there is none
+        ioctl(STDOUT_FILENO, TIOCGWINSZ, &window);
+        const size_t width = window.ws_col ? window.ws_col : 120;
         const size_t others = 2 + 6 + 2 + name_ + 2 + request_ + 2 + 2 + 8;
-        const size_t left = width > others ? width - others : 0;
+        const size_t left = width - std::min(width, others);
         if (left < ANSWER_MIN) // the request gives way, and tells its beginning
             request_ -= std::min(request_ - std::min(request_, REQUEST_MIN), ANSWER_MIN - left);
         answer_ = std::max(left, ANSWER_MIN);
@@ -68,26 +68,9 @@ class Table
         return escaped(step.title.empty() ? step.request.name : step.title, false);
     }
 
-    static bool begins_character(char byte) { return (byte & 0xC0) != 0x80; }
-
-    static size_t columns(const std::string &text)
-    {
-        return static_cast<size_t>(std::count_if(text.begin(), text.end(), begins_character));
-    }
-
-    static std::string padded(const std::string &text, size_t width)
-    {
-        return text + std::string(width - std::min(width, columns(text)), ' ');
-    }
-
     static std::string clipped(const std::string &text, size_t width)
     {
-        if (columns(text) <= width)
-            return text;
-        size_t end = 0;
-        for (size_t count = 0; count < width - 3 || !begins_character(text[end]); end++)
-            count += begins_character(text[end]) ? 1 : 0;
-        return text.substr(0, end) + "...";
+        return columns(text) <= width ? text : cut(text, width - 3) + "...";
     }
 
     void line(const std::string &mark, const std::string &code, const std::string &name,
@@ -98,10 +81,9 @@ class Table
                                 padded(clipped(answer, answer_), answer_ + 2) +
                                 std::string(8 - std::min<size_t>(time.size(), 8), ' ') + time;
         std::puts(row.substr(0, row.find_last_not_of(' ') + 1).c_str());
-        flush_output();
     }
 
-    static constexpr size_t ANSWER_MIN = 24, REQUEST_MIN = 12;
+    static constexpr size_t ANSWER_MIN = 24, REQUEST_MIN = 12, WIDEST = 36;
 
     std::string path_;
     size_t name_ = 4, request_ = 7, answer_ = 0;
@@ -113,9 +95,12 @@ class JsonRun
   public:
     explicit JsonRun(FILE *file) : file_(file) {}
 
+    void begin() { std::fputs("{\n  \"lines\": [", file_); }
+
     void row(const Json &json)
     {
-        std::fputs(rows_++ == 0 ? "{\n  \"lines\": [\n" : ",\n", file_);
+        std::fputs(between_, file_);
+        between_ = ",\n";
         std::string text = "    " + json.dump(JSON_INDENT);
         for (size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at += 5)
             text.insert(at + 1, "    ");
@@ -124,13 +109,12 @@ class JsonRun
 
     void end(const Json &sums)
     {
-        std::fputs(rows_ == 0 ? "{\n  \"lines\": [" : "\n  ]", file_);
-        std::fprintf(file_, "%s,%s\n", rows_ == 0 ? "]" : "", sums.dump(JSON_INDENT).substr(1).c_str());
+        std::fprintf(file_, "\n  ],%s\n", sums.dump(JSON_INDENT).substr(1).c_str());
     }
 
   private:
     FILE *file_;
-    size_t rows_ = 0;
+    const char *between_ = "\n";
 };
 
 } // namespace
@@ -190,8 +174,11 @@ class View : public Listener
 
     void run_began(const Plan &) override
     {
+        for (JsonRun &output : outputs_)
+            output.begin();
         if (shows_table_)
             table_.head();
+        flush_output();
     }
 
     void step_begins(size_t index, const Step &step) override { bar_.show(index, steps_, step.request.name); }
