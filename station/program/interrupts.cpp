@@ -20,8 +20,7 @@ static std::atomic<size_t> last_words_size{0}; // set when they are whole
 
 static void say(const char *words, size_t size)
 {
-    if (write(STDERR_FILENO, words, size) < 0)
-        return; // nobody listens
+    [[maybe_unused]] const ssize_t said = write(STDERR_FILENO, words, size); // or nobody listens
 }
 
 // Behind "^C", and whatever else stands on a terminal's line, a line of its own begins.
@@ -37,7 +36,7 @@ static void count(int)
     const char *const first = first_words;
     const size_t size = last_words_size;
     if (++interrupts > 1) {
-        if (size > 0) {
+        if (size) {
             begin_line();
             say(last_words, size);
         }
