@@ -37,8 +37,9 @@ class Table
         const size_t width = window.ws_col ? window.ws_col : 120;
         const size_t others = 2 + 6 + 2 + name_ + 2 + request_ + 2 + 2 + 8;
         const size_t left = width - std::min(width, others);
-        if (left < ANSWER_MIN) // the request gives way, and tells its beginning
-            request_ -= std::min(request_ - std::min(request_, REQUEST_MIN), ANSWER_MIN - left);
+        // The request gives way, and tells its beginning.
+        request_ -=
+            std::min(request_ - std::min(request_, REQUEST_MIN), ANSWER_MIN - std::min(left, ANSWER_MIN));
         answer_ = std::max(left, ANSWER_MIN);
     }
 
