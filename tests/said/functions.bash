@@ -55,3 +55,21 @@ await() {
     echo "await: no $1"
 }
 question() { get /api/slots "$TOKEN" | sed -nE 's/.*"question":\{"id":"([0-9]+).*/\1/p'; }
+# port NAME COMMAND serves a port by a shell line for each connection; stalling NAME COUNT is the phone's until so many bytes
+# were sent. soon COMMAND... runs it until it succeeds, beside COMMAND... beside the lines, and keeps what it says in `beside`.
+port() {
+    echo "$2" >"$1.bash"
+    socat "UNIX-LISTEN:$1,fork" "EXEC:bash $1.bash" >/dev/null 2>&1 &
+    ports+=($!)
+    trap 'kill "${ports[@]}"' EXIT
+    soon test -S "$1"
+}
+stalling() { port "$1" "{ dd bs=1 count=$2 status=none; cat >/dev/null; } | socat - UNIX-CONNECT:$STATION_PORT"; }
+beside() { "$@" >beside 2>&1 & }
+soon() {
+    for ((i = 0; i < 200; i++)); do
+        ! "$@" >/dev/null 2>&1 || return 0
+        sleep 0.02
+    done
+    echo "soon: not $*"
+}
