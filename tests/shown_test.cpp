@@ -39,12 +39,13 @@ TEST(Screen, HasALineASlotAndKeepsToTheTerminal)
     failed.cause = "ERROR / because: \x1b[2Jgone";
     SlotState waits;
     waits.number = 3;
-    waits.unit = "Gerät-\xff";
+    waits.unit = "Gérät-\xff";
+    waits.cause = "of the unit before";
     EXPECT_EQ(screen_lines({tests, failed, waits}, "below", 79, 23),
               (Lines{"  1 CV00000001               [#####...............] 6/20 cell voltage",
                      "  2 CV00000001               [####################] \033[1;31mFAIL\033[0m",
                      "    name: ERROR / because: \\x1b[2Jgone",
-                     "  3 Gerät-\\xff               [....................] waits for a phone", "below"}));
+                     "  3 Gérät-\\xff               [....................] waits for a phone", "below"}));
     const std::string head = "  1 CV00000001";
     EXPECT_EQ(screen_lines({tests}, "", 60, 9).at(0),
               head + std::string(13, ' ') + "[####............] 6/20 cell volt");
@@ -62,16 +63,16 @@ TEST(Screen, HasALineASlotAndKeepsToTheTerminal)
     failed.cause = std::string(300, 'x');
     for (const size_t width : {20, 40, 60, 79, 200}) {
         std::vector<SlotState> many(9, failed);
-        for (const size_t height : {3, 5, 10, 12, 30}) {
+        for (const size_t height : {3, 5, 9, 10, 12, 30}) {
             const Lines lines = screen_lines(many, std::string(300, 'y'), width, height);
-            EXPECT_LE(lines.size(), height);
+            EXPECT_EQ(lines.size(), std::min<size_t>(height, 19));
             EXPECT_EQ(lines.back(), std::string(width, 'y'));
             for (const std::string &line : lines)
                 EXPECT_TRUE(line.size() <= width || line.find('\033') != std::string::npos) << line;
         }
         EXPECT_EQ(screen_lines(many, "", width, 5).at(3),
                   std::string("    ... and 6 slots more").substr(0, width));
-        EXPECT_EQ(screen_lines(many, "", width, 12).at(1).substr(0, 11), "    name: x");
+        EXPECT_EQ(screen_lines(many, "", width, 12).at(1), "    name: " + std::string(width - 10, 'x'));
     }
 }
 

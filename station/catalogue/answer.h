@@ -35,7 +35,7 @@ std::string answer_line(const Exchange &exchange, const Result &result);
 
 // What came from a phone, made fit for a terminal: UTF-8 as it is, but control characters and bytes that are
 // no characters as \x1b, and line feeds as \n unless they are kept.
-std::string escaped(const std::string &text, bool keep_lines);
+std::string escaped(const std::string &text, bool keep_lines = false);
 
 std::string without_last_line_feed(std::string text);
 

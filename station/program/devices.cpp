@@ -130,14 +130,13 @@ static void print_json(const std::vector<Device> &devices)
 
 static void print_table(std::vector<Device> rows)
 {
-    rows.insert(rows.begin(), {"port", "serial", "build", "service", "", true});
+    rows.insert(rows.begin(), {"port", "serial", "build", "service", {}, {}});
     size_t width = 0;
     for (const Device &row : rows)
         width = std::max(width, row.port.size());
     for (const Device &row : rows)
-        std::printf("%-*s  %-16s  %-24s  %s\n", static_cast<int>(width), escaped(row.port, false).c_str(),
-                    escaped(row.serial, false).c_str(), escaped(row.build, false).c_str(),
-                    escaped(row.state, false).c_str());
+        std::printf("%-*s  %-16s  %-24s  %s\n", static_cast<int>(width), escaped(row.port).c_str(),
+                    escaped(row.serial).c_str(), escaped(row.build).c_str(), escaped(row.state).c_str());
 }
 
 int serve_devices(const std::vector<std::string> &words, Settings &settings)

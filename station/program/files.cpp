@@ -41,7 +41,7 @@ int serve_push(const std::vector<std::string> &words, Settings &settings)
             throw Interrupted("interrupted");
     };
     push_file(client, content, path, progress, [](const std::string &part) {
-        say_when_ended("station: interrupted; a part may be left in " + escaped(part, false));
+        say_when_ended("station: interrupted; a part may be left in " + escaped(part));
     });
     say_when_ended("");
     bar.clear();

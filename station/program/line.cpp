@@ -37,7 +37,7 @@ static void print_event(const std::string &event)
     std::tm parts = {};
     gmtime_r(&now, &parts);
     std::strftime(time, sizeof time, "%H:%M:%S", &parts);
-    std::printf("%s  %s\n", time, escaped(event, false).c_str());
+    std::printf("%s  %s\n", time, escaped(event).c_str());
     std::fflush(stdout);
 }
 

@@ -66,9 +66,9 @@ int serve_page(const std::vector<std::string> &words, Settings &)
             poll(nullptr, 0, LOOK_MILLISECONDS);
         return INTERRUPTED;
     } catch (const records::Error &error) {
-        std::fprintf(stderr, "station: %s\n", escaped(error.what(), false).c_str());
+        std::fprintf(stderr, "station: %s\n", escaped(error.what()).c_str());
     } catch (const page::Error &error) {
-        std::fprintf(stderr, "station: %s\n", escaped(error.what(), false).c_str());
+        std::fprintf(stderr, "station: %s\n", escaped(error.what()).c_str());
     }
     return FAILURE;
 }

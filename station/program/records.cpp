@@ -85,8 +85,8 @@ static void print_line(const Run &run)
     if (why.empty())
         why = run.cause;
     std::printf("%s  %-7s  %-16s  %-20s  %s%s%s\n", time_text(run.started).c_str(), shown_verdict(run),
-                escaped(shown_unit(run), false).c_str(), escaped(run.plan, false).c_str(), run.id.c_str(),
-                why.empty() ? "" : "  ", escaped(why, false).c_str());
+                escaped(shown_unit(run)).c_str(), escaped(run.plan).c_str(), run.id.c_str(),
+                why.empty() ? "" : "  ", escaped(why).c_str());
 }
 
 static void list(Source &source, const Filter &filter, bool as_json)
@@ -110,11 +110,11 @@ static void list(Source &source, const Filter &filter, bool as_json)
 static std::string with_limits(const Step &step)
 {
     if (step.measured.empty())
-        return escaped(without_last_line_feed(step.answer), false);
+        return escaped(without_last_line_feed(step.answer));
     std::string text = step.measured + " " + step.unit;
     if (!step.low.empty() || !step.high.empty())
         text += " in " + (step.low == step.high ? step.low : step.low + ".." + step.high);
-    return escaped(text, false);
+    return escaped(text);
 }
 
 static void show(Source &source, const std::string &id, bool as_json)
@@ -145,22 +145,22 @@ static void show(Source &source, const std::string &id, bool as_json)
         {"cause", run.cause}};
     for (const auto &[name, text] : lines)
         if (!text.empty())
-            std::printf("%-8s  %s\n", name, escaped(text, false).c_str());
+            std::printf("%-8s  %s\n", name, escaped(text).c_str());
     std::string phase;
     for (const Step &step : steps) {
         if (step.phase != phase)
-            std::printf("phase %s\n", escaped(step.phase, false).c_str());
+            std::printf("phase %s\n", escaped(step.phase).c_str());
         phase = step.phase;
         std::printf("%4d  %-7s  %7s ms  %-6s  %-20s  %s\n", step.number, word(step.verdict),
                     milliseconds_text(step.milliseconds).c_str(), step.code.c_str(),
-                    escaped(step.name, false).c_str(), with_limits(step).c_str());
+                    escaped(step.name).c_str(), with_limits(step).c_str());
         if (step.verdict == records::Verdict::pass)
             continue;
-        std::printf("      asked: %s\n", escaped(step.request, false).c_str());
+        std::printf("      asked: %s\n", escaped(step.request).c_str());
         if (!step.expected.empty())
-            std::printf("      expected: %s\n", escaped(step.expected, false).c_str());
+            std::printf("      expected: %s\n", escaped(step.expected).c_str());
         if (!step.cause.empty())
-            std::printf("      because: %s\n", escaped(step.cause, false).c_str());
+            std::printf("      because: %s\n", escaped(step.cause).c_str());
     }
 }
 
@@ -186,14 +186,13 @@ static void yield(Source &source, const Filter &filter, bool as_json)
         const std::string first =
             std::to_string(plan.first_pass) + "  " + percent(plan.first_pass, plan.first);
         const std::string passed = std::to_string(plan.passed) + "  " + percent(plan.passed, plan.units);
-        std::printf("%-24s  %7ld  %10ld  %16s  %16s  %7ld\n", escaped(plan.plan, false).c_str(), plan.units,
+        std::printf("%-24s  %7ld  %10ld  %16s  %16s  %7ld\n", escaped(plan.plan).c_str(), plan.units,
                     plan.first, first.c_str(), passed.c_str(), plan.runs);
     }
     std::printf("\n%-24s  %7s  %10s  %7s\n", "step that failed first", "units", "lost", "runs");
     for (const Harm &harm : harms)
-        std::printf("%-24s  %7ld  %10ld  %7ld\n",
-                    harm.step.empty() ? "(none)" : escaped(harm.step, false).c_str(), harm.units, harm.lost,
-                    harm.runs);
+        std::printf("%-24s  %7ld  %10ld  %7ld\n", harm.step.empty() ? "(none)" : escaped(harm.step).c_str(),
+                    harm.units, harm.lost, harm.runs);
 }
 
 static void export_runs(Source &source, const Asked &asked)
@@ -298,7 +297,7 @@ static void serve_push(const std::vector<std::string> &words, Asked &asked)
     const Where where = where_of(asked.records);
     const Pushed pushed = push(where, asked.again);
     std::printf("%zu run%s forwarded to %s\n", pushed.runs, pushed.runs == 1 ? "" : "s",
-                escaped(shown(where.database), false).c_str());
+                escaped(shown(where.database)).c_str());
     if (pushed.not_taken > 0)
         throw records::Error(std::to_string(pushed.not_taken) + " not taken; " + pushed.why);
 }
@@ -322,7 +321,7 @@ int serve_records(const std::vector<std::string> &words, Settings &settings)
                 return SUCCESS;
             }
     } catch (const records::Error &error) {
-        std::fprintf(stderr, "station: %s\n", escaped(error.what(), false).c_str());
+        std::fprintf(stderr, "station: %s\n", escaped(error.what()).c_str());
         return FAILURE;
     }
     for (const auto &[name, serve] : SERVED)

@@ -18,7 +18,7 @@ static constexpr size_t NUMBER = 4;
 static constexpr size_t REST_MIN = 14; // columns for the step or the verdict
 static constexpr char INDENT[] = "    ";
 
-static std::string fitted(const std::string &raw, size_t width) { return cut(escaped(raw, false), width); }
+static std::string fitted(const std::string &raw, size_t width) { return cut(escaped(raw), width); }
 
 static std::string verdict(End end)
 {

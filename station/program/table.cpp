@@ -53,20 +53,20 @@ class Table
              : row.as_expected             ? " "
                                            : "!",
              coded ? code_text(step.request.code) : "", clipped(shown_name(step), name_),
-             escaped(step.request.words, false), escaped(row.answer, false),
+             escaped(step.request.words), escaped(row.answer),
              step.kind == Step::Kind::skip ? "" : milliseconds_text(row.milliseconds));
         if (!row.as_expected && step.kind == Step::Kind::request)
             std::printf("  line %d%s wants %s\n", step.line,
-                        step.file == path_ ? "" : escaped(" of " + step.file, false).c_str(),
-                        escaped(step.wanted(), false).c_str());
+                        step.file == path_ ? "" : escaped(" of " + step.file).c_str(),
+                        escaped(step.wanted()).c_str());
         if (!row.cause.empty() && row.cause != row.answer)
-            std::printf("  %s%s\n", row.as_expected ? "" : "because: ", escaped(row.cause, false).c_str());
+            std::printf("  %s%s\n", row.as_expected ? "" : "because: ", escaped(row.cause).c_str());
     }
 
   private:
     static std::string shown_name(const Step &step)
     {
-        return escaped(step.title.empty() ? step.request.name : step.title, false);
+        return escaped(step.title.empty() ? step.request.name : step.title);
     }
 
     static std::string clipped(const std::string &text, size_t width)

@@ -32,16 +32,14 @@ std::optional<std::string> typed_line()
 
 std::string prompt_line(const Prompt &prompt)
 {
-    return escaped(prompt.text, false) + (prompt.kind == Prompt::Kind::tell
-                                              ? " [Enter when done, n when not] "
-                                          : prompt.kind == Prompt::Kind::ask ? " [y/n] "
-                                                                             : " ");
+    return escaped(prompt.text) + (prompt.kind == Prompt::Kind::tell  ? " [Enter when done, n when not] "
+                                   : prompt.kind == Prompt::Kind::ask ? " [y/n] "
+                                                                      : " ");
 }
 
 std::string unfit_line(const Prompt &prompt)
 {
-    return prompt.kind == Prompt::Kind::ask ? "yes or no? "
-                                            : "not like " + escaped(prompt.pattern, false) + "; ";
+    return prompt.kind == Prompt::Kind::ask ? "yes or no? " : "not like " + escaped(prompt.pattern) + "; ";
 }
 
 std::optional<std::string> Terminal::answer(const Prompt &prompt, Deadline deadline, std::string &why)
