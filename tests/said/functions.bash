@@ -65,7 +65,10 @@ port() {
     soon test -S "$1"
 }
 stalling() { port "$1" "{ dd bs=1 count=$2 status=none; cat >/dev/null; } | socat - UNIX-CONNECT:$STATION_PORT"; }
-beside() { "$@" >beside 2>&1 & }
+beside() {
+    : >beside
+    "$@" >>beside 2>&1 &
+}
 soon() {
     for ((i = 0; i < 200; i++)); do
         ! "$@" >/dev/null 2>&1 || return 0
