@@ -8,6 +8,8 @@
 namespace station
 {
 
+constexpr int LOOK_MILLISECONDS = 100; // so often a wait looks whether there was a wish
+
 // From the first call on. `said`, a literal, is a line for standard error at the first wish.
 const Interrupts &catch_interrupts(const char *said = nullptr);
 

@@ -20,8 +20,6 @@
 namespace station
 {
 
-static constexpr int LOOK_MILLISECONDS = 100;
-
 std::string station_name()
 {
     utsname host = {};

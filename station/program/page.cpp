@@ -12,7 +12,6 @@
 namespace station
 {
 
-static constexpr int LOOK_MILLISECONDS = 100;
 static constexpr char USUAL_ADDRESS[] = "127.0.0.1:8080";
 
 void PageOptions::add(CommandLine &line, const std::string &usual_address)

@@ -12,8 +12,6 @@
 namespace station
 {
 
-static constexpr int LOOK_MILLISECONDS = 100;
-
 bool moves_cursor(int fd)
 {
     const char *const kind = std::getenv("TERM");
