@@ -1,6 +1,7 @@
 // The way to the port: a Unix stream socket, a serial device or TCP. Every call ends at its deadline.
 #pragma once
 
+#include "platform/owned/descriptor.h"
 #include "station/client/bytes.h"
 
 #include <chrono>
@@ -20,9 +21,6 @@ class Port
     // `where` is the path of a socket or of a serial device, or tcp:HOST:PORT. Throws PortError, and
     // UsageError when `where` can be none of these.
     Port(const std::string &where, Deadline deadline);
-    ~Port();
-    Port(const Port &) = delete;
-    Port &operator=(const Port &) = delete;
 
     // All bytes, or PortError.
     void write(const Bytes &bytes, Deadline deadline);
@@ -35,7 +33,7 @@ class Port
     [[nodiscard]] bool outlives_stations() const { return outlives_stations_; }
 
   private:
-    int fd_ = -1;
+    owned::descriptor fd_;
     bool outlives_stations_ = false;
 };
 
