@@ -1,5 +1,6 @@
 #include "station/client/bytes.h"
 
+#include "platform/owned/descriptor.h"
 #include "station/client/errors.h"
 #include "station/text/text.h"
 
@@ -8,6 +9,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace station
 {
@@ -39,31 +42,35 @@ Bytes from_hex(const std::string &text)
 
 std::string to_text(const Bytes &bytes) { return {bytes.begin(), bytes.end()}; }
 
+[[noreturn]] static void cannot_read(const std::string &path)
+{
+    throw UsageError("cannot read " + path + ": " + std::strerror(errno));
+}
+
 Bytes read_whole_file(const std::string &path)
 {
-    const bool is_standard = path == "-";
-    FILE *const file = is_standard ? stdin : std::fopen(path.c_str(), "rbe");
+    const owned::descriptor file(path == "-" ? dup(STDIN_FILENO) : open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file)
+        cannot_read(path);
     Bytes bytes;
-    uint8_t piece[65536];
-    size_t count = 0;
-    while (file && (count = std::fread(piece, 1, sizeof piece, file)) > 0)
+    for (;;) {
+        uint8_t piece[65536];
+        const ssize_t count = read(file.get(), piece, sizeof piece);
+        if (count < 0) // a folder can be opened, but not read
+            cannot_read(path);
+        if (count == 0)
+            return bytes;
         bytes.insert(bytes.end(), piece, piece + count);
-    // A folder can be opened, but not read.
-    const int error = !file || std::ferror(file) ? errno : 0;
-    if (file && !is_standard)
-        std::fclose(file);
-    if (error)
-        throw UsageError("cannot read " + path + ": " + std::strerror(error));
-    return bytes;
+    }
 }
 
 long parse_number(const std::string &text, long low, long high, const std::string &what)
 {
     char *end = nullptr;
-    errno = 0;
     const bool hexadecimal = text.find('x') != std::string::npos || text.find('X') != std::string::npos;
+    // What no long holds comes as the least or the greatest, which lie beyond all bounds.
     const long number = std::strtol(text.c_str(), &end, hexadecimal ? 16 : 10);
-    if (text.empty() || *end || errno || number < low || number > high)
+    if (text.empty() || *end || number < low || number > high)
         throw UsageError(what + " takes a whole number from " + std::to_string(low) + " to " +
                          std::to_string(high) + ", not '" + text + "'");
     return number;
