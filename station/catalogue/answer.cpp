@@ -17,13 +17,10 @@ Result judge(const Request &request, const Exchange &exchange)
         return result;
     }
     const Bytes &packet = exchange.packet;
-    if (packet.size() > SELECTOR_OFFSET)
-        result.selector = packet[SELECTOR_OFFSET];
-    if (packet.size() >= DATA_OFFSET) {
-        const size_t length = packet[LENGTH_OFFSET] + 256U * packet[LENGTH_OFFSET + 1];
-        const size_t there = std::min(length, packet.size() - DATA_OFFSET);
-        result.data.assign(packet.begin() + DATA_OFFSET,
-                           packet.begin() + static_cast<long>(DATA_OFFSET + there));
+    result.selector = packet.at(SELECTOR_OFFSET);
+    if (packet.size() > DATA_OFFSET) {
+        result.data.assign(packet.begin() + DATA_OFFSET, packet.end());
+        result.data.resize(std::min<size_t>(result.data.size(), get_u16(packet, LENGTH_OFFSET)));
     }
     const std::string data = to_text(result.data);
     if (!request.command) {
@@ -55,7 +52,7 @@ std::string escaped(const std::string &text, bool keep_lines)
 {
     std::string line;
     for (size_t at = 0; at < text.size();) {
-        uint32_t character = 0;
+        uint32_t character;
         const size_t length = utf8_character(text, at, character);
         const bool is_kept = character == '\t' || (character == '\n' && keep_lines);
         if (length > 0 && (is_kept || !is_obeyed(character)))
@@ -84,7 +81,7 @@ std::string answer_line(const Exchange &exchange, const Result &result)
         return exchange.problem;
     if (!result.meaning.text.empty())
         return escaped(result.meaning.text, false);
-    if (exchange.packet.size() < 7)
+    if (exchange.packet.size() < DATA_OFFSET)
         return "(echo)";
     return result.data.empty() ? "(empty)" : escaped(without_last_line_feed(to_text(result.data)), false);
 }

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <deque>
 #include <random>
 #include <thread>
 #include <utility>
@@ -23,9 +24,9 @@ static constexpr size_t TRACE_MAX = 140000; // bytes shown of a frame: more than
 static Bytes frame_of(const Bytes &packet)
 {
     // The flag in front closes whatever a station before left half sent.
-    Bytes frame(1 + port::encoded_max(packet.size()));
-    frame[0] = port::FLAG;
-    frame.resize(1 + port::encode(packet.data(), packet.size(), frame.data() + 1));
+    Bytes frame(port::encoded_max(packet.size()));
+    frame.resize(port::encode(packet.data(), packet.size(), frame.data()));
+    frame.insert(frame.begin(), port::FLAG);
     return frame;
 }
 
@@ -51,11 +52,11 @@ static std::string fault_of(const Bytes &response, size_t expected_size)
                std::to_string(expected_size);
     if (response.size() < DATA_OFFSET)
         return {};
-    const size_t length = response[LENGTH_OFFSET] + 256U * response[LENGTH_OFFSET + 1];
-    if (length <= response.size() - DATA_OFFSET)
+    const size_t length = get_u16(response, LENGTH_OFFSET), room = response.size() - DATA_OFFSET;
+    if (length <= room)
         return {};
     return "broken answer: its length says " + std::to_string(length) + ", its data field holds " +
-           std::to_string(response.size() - DATA_OFFSET);
+           std::to_string(room);
 }
 
 static Deadline after(double seconds)
@@ -79,6 +80,14 @@ Question port_check()
     return {packet, true, ECHO_SIZE};
 }
 
+// What comes over a connection.
+struct Client::Input {
+    port::decoder decoder{};
+    Bytes bytes; // read and not yet looked at, from `taken` on
+    size_t taken = 0;
+    Bytes wire; // of the frame that is being read, for the trace
+};
+
 Client::Client(Settings settings) : settings_(std::move(settings)) {}
 
 Client::~Client() = default;
@@ -96,19 +105,11 @@ void Client::open(bool patient, Deadline deadline)
         }
         std::this_thread::sleep_for(RECONNECT_PAUSE);
     }
-    forget_input();
+    input_ = std::make_unique<Input>();
     connections_++;
     in_step_ = !port_->outlives_stations() && !answer_lost_;
     if (settings_.trace)
         trace_event("connected to " + settings_.port);
-}
-
-void Client::forget_input()
-{
-    decoder_ = std::make_unique<port::decoder>();
-    input_.clear();
-    taken_ = 0;
-    wire_.clear();
 }
 
 // Nothing is under way here, so what lies there is nobody's. A closed connection shows here too, before the
@@ -116,14 +117,10 @@ void Client::forget_input()
 void Client::drop_what_is_late(Deadline deadline)
 {
     try {
-        bool is_late = taken_ < input_.size();
-        for (Bytes late; !(late = port_->read(Clock::now())).empty() && Clock::now() < deadline;) {
-            is_late = true;
+        for (Bytes late; !(late = port_->read(Clock::now())).empty() && Clock::now() < deadline;)
             if (settings_.trace)
                 trace_frame('<', late, "late: dropped");
-        }
-        if (is_late)
-            forget_input();
+        input_ = std::make_unique<Input>();
     } catch (const PortError &) {
         port_.reset();
         endings_++;
@@ -158,19 +155,22 @@ void Client::bring_into_step(Deadline deadline)
         check = port_check().packet;
         send(check, deadline);
     }
-    Bytes packet;
+    // A port at which nobody serves the port-check yet refuses it, and that tells as much.
+    const auto is_echoed = [](const Bytes &check, const Bytes &packet) {
+        return (packet.size() == ECHO_SIZE && answers(packet, check)) || refuses(packet, check);
+    };
+    std::deque<Bytes> last(checks.size());
     bool time_is_over = false;
-    for (size_t seen = 0; seen < checks.size();) {
+    while (!std::equal(checks.begin(), checks.end(), last.begin(), is_echoed)) {
+        Bytes packet;
         const Received received = receive(packet, deadline, time_is_over);
-        // A port at which nobody serves the port-check yet refuses it, and that tells as much.
-        const auto echoes = [&](const Bytes &check) {
-            return (packet.size() == ECHO_SIZE && answers(packet, check)) || refuses(packet, check);
-        };
         if (received == Received::nothing)
             throw PortError("the port does not answer: no echo of a port-check within " +
                             seconds_text(settings_.timeout));
-        if (received == Received::packet)
-            seen = echoes(checks[seen]) ? seen + 1 : echoes(checks[0]) ? 1 : 0;
+        if (received == Received::packet) {
+            last.pop_front();
+            last.push_back(std::move(packet));
+        }
     }
     in_step_ = true;
     answer_lost_ = false;
@@ -190,23 +190,24 @@ void Client::send(const Bytes &packet, Deadline deadline)
 Client::Received Client::receive(Bytes &packet, Deadline deadline, bool &time_is_over)
 {
     for (;;) {
-        if (taken_ == input_.size()) {
+        if (input_->taken == input_->bytes.size()) {
             if (time_is_over)
                 return Received::nothing;
             time_is_over = Clock::now() >= deadline;
-            input_ = port_->read(deadline);
-            taken_ = 0;
-            if (input_.empty())
+            input_->bytes = port_->read(deadline);
+            input_->taken = 0;
+            if (input_->bytes.empty())
                 return Received::nothing;
         }
-        const uint8_t *input = input_.data() + taken_;
-        size_t left = input_.size() - taken_;
-        const port::event event = port::decode(decoder_.get(), &input, &left);
+        const uint8_t *const begin = input_->bytes.data() + input_->taken, *next = begin;
+        size_t left = input_->bytes.size() - input_->taken;
+        port::decoder &decoder = input_->decoder;
+        const port::event event = port::decode(&decoder, &next, &left);
         if (settings_.trace)
-            trace_input(event, input_.size() - left);
-        taken_ = input_.size() - left;
+            trace_input(event, {begin, next});
+        input_->taken = input_->bytes.size() - left;
         if (event == port::event::packet) {
-            packet.assign(decoder_->packet, decoder_->packet + decoder_->length);
+            packet.assign(decoder.packet, decoder.packet + decoder.length);
             return Received::packet;
         }
         if (event != port::event::more)
@@ -214,16 +215,16 @@ Client::Received Client::receive(Bytes &packet, Deadline deadline, bool &time_is
     }
 }
 
-void Client::trace_input(port::event event, size_t end)
+void Client::trace_input(port::event event, const Bytes &piece)
 {
     const char *const made_of[] = {"", "", "broken: wrong FCS", "broken: too short", "broken: too long"};
-    const auto begin = input_.begin();
-    wire_.insert(wire_.end(), begin + static_cast<long>(taken_), begin + static_cast<long>(end));
-    wire_.resize(std::min(wire_.size(), TRACE_MAX));
+    Bytes &wire = input_->wire;
+    wire.insert(wire.end(), piece.begin(), piece.end());
+    wire.resize(std::min(wire.size(), TRACE_MAX));
     if (event == port::event::more)
         return;
-    trace_frame('<', wire_, made_of[static_cast<size_t>(event)]);
-    wire_.clear();
+    trace_frame('<', wire, made_of[static_cast<size_t>(event)]);
+    wire.clear();
 }
 
 // Throws PortError when there is none to believe before the deadline.
@@ -233,8 +234,8 @@ void Client::await_answer(const Bytes &request, size_t response_size, Deadline d
         Bytes packet;
         const Received received = receive(packet, deadline, time_is_over);
         if (received == Received::nothing) {
-            if (settings_.trace && !wire_.empty())
-                trace_frame('<', wire_, "not a whole frame");
+            if (!input_->wire.empty())
+                trace_frame('<', input_->wire, "not a whole frame");
             const std::string others =
                 exchange.skipped > 0 ? ", only " + std::to_string(exchange.skipped) + " that are none" : "";
             throw NoAnswer("no answer within " + seconds_text(settings_.timeout) + others);

@@ -10,7 +10,6 @@
 
 namespace port
 {
-struct decoder;
 enum class event;
 } // namespace port
 
@@ -68,16 +67,16 @@ class Client
     [[nodiscard]] int endings() const { return endings_; }
 
   private:
+    struct Input;
     enum class Received { packet, broken, nothing };
 
     void drop_what_is_late(Deadline deadline);
     void connect(bool patient, Deadline deadline);
     void open(bool patient, Deadline deadline);
-    void forget_input();
     void bring_into_step(Deadline deadline);
     void send(const Bytes &packet, Deadline deadline);
     Received receive(Bytes &packet, Deadline deadline, bool &time_is_over);
-    void trace_input(port::event event, size_t end);
+    void trace_input(port::event event, const Bytes &piece);
     void await_answer(const Bytes &request, size_t response_size, Deadline deadline, Exchange &exchange);
     bool attempt(const Question &question, bool patient, Exchange &exchange);
 
@@ -86,10 +85,7 @@ class Client
     bool in_step_ = false;     // the next answer that comes is the next request's
     bool answer_lost_ = false; // and may still come, if the port is alive at all
     std::unique_ptr<Port> port_;
-    std::unique_ptr<port::decoder> decoder_;
-    Bytes input_; // read and not yet looked at, from `taken_` on
-    size_t taken_ = 0;
-    Bytes wire_; // of the frame that is being read, for the trace
+    std::unique_ptr<Input> input_;
 };
 
 } // namespace station

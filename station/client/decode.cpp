@@ -1,11 +1,11 @@
 #include "station/client/decode.h"
 
+#include "station/client/encode.h"
+
 #include <algorithm>
 
 namespace station
 {
-
-static constexpr size_t DATA_OFFSET = 7;
 
 static Meaning gib(unsigned size) { return {std::to_string(size) + " GiB", Json{{"gib", size}}}; }
 
@@ -42,7 +42,7 @@ Meaning bluetooth_address(const Bytes &data, const Bytes &)
 {
     std::string address;
     for (size_t i = 0; i < data.size(); i++) {
-        if (i > 0 && i % 2 == 0)
+        if (i % 2 == 0 && !address.empty())
             address += ':';
         address += static_cast<char>(data[i]);
     }

@@ -85,19 +85,16 @@ static std::tm moment(std::string text)
 }
 
 // The service reads a, b and c as a * 65536 + (a mod 16) * 256 + (b div 16) * 4096 + c, with a at most 16.
-static bool pack_seconds(long seconds, uint8_t packed[3])
+// Empty when no three bytes say this.
+static Bytes packed(long seconds)
 {
     for (long a = 0; a <= 16; a++)
         for (long b = 0; b < 16; b++) {
             const long c = seconds - a * 65536 - a % 16 * 256 - b * 4096;
-            if (0 <= c && c <= 255) {
-                packed[0] = static_cast<uint8_t>(a);
-                packed[1] = static_cast<uint8_t>(b * 16);
-                packed[2] = static_cast<uint8_t>(c);
-                return true;
-            }
+            if (0 <= c && c <= 255)
+                return {static_cast<uint8_t>(a), static_cast<uint8_t>(b * 16), static_cast<uint8_t>(c)};
         }
-    return false;
+    return {};
 }
 
 namespace
@@ -154,19 +151,21 @@ Bytes empty_request(uint16_t code)
     return packet;
 }
 
+unsigned get_u16(const Bytes &packet, size_t offset)
+{
+    return packet.at(offset) + 256U * packet.at(offset + 1);
+}
+
 void put_u16(Bytes &packet, size_t offset, unsigned value)
 {
-    if (packet.size() < offset + 2)
-        packet.resize(offset + 2);
-    packet[offset] = static_cast<uint8_t>(value & 0xFF);
-    packet[offset + 1] = static_cast<uint8_t>(value >> 8);
+    packet.at(offset) = static_cast<uint8_t>(value);
+    packet.at(offset + 1) = static_cast<uint8_t>(value >> 8);
 }
 
 void put_data(Bytes &packet, const Bytes &data)
 {
     if (data.size() > DATA_MAX)
         throw UsageError("more data than a packet holds");
-    packet.resize(DATA_OFFSET);
     packet.insert(packet.end(), data.begin(), data.end());
     put_u16(packet, LENGTH_OFFSET, static_cast<unsigned>(data.size()));
 }
@@ -237,7 +236,7 @@ Encoder clock_time()
                              static_cast<uint8_t>(time.tm_hour),
                              static_cast<uint8_t>(time.tm_min),
                              static_cast<uint8_t>(year >> 8), // the one big-endian field of all commands
-                             static_cast<uint8_t>(year & 0xFF),
+                             static_cast<uint8_t>(year),
                              '.',
                              static_cast<uint8_t>(seconds),
                              0,
@@ -251,18 +250,18 @@ Encoder screen_timeout()
     return [](const Arguments &arguments, Bytes &packet) {
         constexpr long most = 16 * 65536 + 15 * 4096 + 255;
         const long seconds = parse_number(word(arguments, "SECONDS"), 0, most, "SECONDS");
-        uint8_t packed[3];
-        if (!pack_seconds(seconds, packed)) {
+        const Bytes data = packed(seconds);
+        if (data.empty()) {
             long below = seconds, above = seconds;
-            while (!pack_seconds(below, packed))
+            while (packed(below).empty())
                 below--;
-            while (above < most && !pack_seconds(above, packed))
+            while (packed(above).empty())
                 above++;
             throw UsageError("the request's three bytes cannot say " + std::to_string(seconds) +
                              " s; the nearest they can are " + std::to_string(below) + " s and " +
                              std::to_string(above) + " s");
         }
-        put_data(packet, {packed[0], packed[1], packed[2]});
+        put_data(packet, data);
     };
 }
 

@@ -27,6 +27,8 @@ constexpr size_t DATA_MAX = 65535 - DATA_OFFSET - 1;
 
 // Head, byte 4 and a length of 0.
 Bytes empty_request(uint16_t code);
+// Low byte first, in a packet that reaches so far.
+unsigned get_u16(const Bytes &packet, size_t offset);
 void put_u16(Bytes &packet, size_t offset, unsigned value);
 void put_data(Bytes &packet, const Bytes &data);
 // The length counts the text; the zero byte that ends it follows uncounted.
