@@ -14,7 +14,6 @@ namespace station
 static constexpr uint16_t SHELL_OUTPUT = 0xE606;
 static constexpr size_t SHELL_OUTPUT_RESPONSE = 775;
 static constexpr size_t LINE_MAX_LENGTH = 512; // of a shell line
-static constexpr size_t CHUNK_MIN = 24;        // bytes for a line; a path that leaves less is too long
 // Bytes of an answer: 752 digits in lines of 76 and their line feeds, of 768 that there is room for.
 static constexpr size_t PULL_CHUNK = 564;
 static constexpr size_t PULL_MAX = size_t{1} << 30; // hours, at this pace
@@ -83,13 +82,18 @@ std::string digest(const Bytes &content)
     return digester.end();
 }
 
-// A line that knows the path as "$f" and tells its errors in its output.
+// A line that knows the path as "$f" and tells its errors in its output. Throws UsageError when it is too
+// long.
 static std::string line_of(const std::string &path, const std::string &rest)
 {
     std::string line = "exec 2>&1;f='";
     for (const char character : path)
         line += character == '\'' ? std::string("'\\''") : std::string(1, character);
-    return line + "';" + rest;
+    line += "';" + rest;
+    if (line.size() > LINE_MAX_LENGTH)
+        throw UsageError("the path on the phone is too long: a shell line has " +
+                         std::to_string(LINE_MAX_LENGTH) + " bytes, and the path stands in it");
+    return line;
 }
 
 static Question question(const std::string &line, bool repeatable)
@@ -111,9 +115,8 @@ static std::string output_of(Client &client, const std::string &line, bool repea
     if (exchange.outcome == Outcome::refused)
         throw Refused(exchange.problem);
     const Bytes &packet = exchange.packet;
-    const size_t length = packet[LENGTH_OFFSET] + 256U * packet[LENGTH_OFFSET + 1];
     const auto data = packet.begin() + DATA_OFFSET;
-    std::string text(data, data + static_cast<long>(length));
+    std::string text(data, data + get_u16(packet, LENGTH_OFFSET));
     if (text == "ERROR")
         throw PhoneError("the phone could not start a shell");
     return text;
@@ -121,7 +124,7 @@ static std::string output_of(Client &client, const std::string &line, bool repea
 
 static void refuse_impossible(const std::string &path)
 {
-    if (path.empty() || path[0] != '/' || path.back() == '/' || path.find('\0') != std::string::npos)
+    if (path[0] != '/' || path.back() == '/' || path.find('\0') != std::string::npos)
         throw UsageError("the path on the phone is absolute and a file's, not '" + path + "'");
 }
 
@@ -187,21 +190,16 @@ void push_file(Client &client, const Bytes &content, const std::string &path, co
     const std::string part = "\"$f" + std::string(suffix) + "\"";
     const std::string size_of_part = "wc -c <" + part;
     const std::string before = "echo ", behind = "|base64 -d >>" + part + "&&" + size_of_part;
-    const std::string frame = line_of(path, before + behind);
-    const std::string last = line_of(path, "[ ! -e \"$f\" ]||chmod \"$(stat -c %a \"$f\")\" " + part +
-                                               ";mv -f " + part + " \"$f\"&&echo ok");
-    const size_t room = LINE_MAX_LENGTH - std::min(LINE_MAX_LENGTH, frame.size());
-    const size_t chunk = room / 4 * 3;
-    if (chunk < CHUNK_MIN || last.size() > LINE_MAX_LENGTH)
-        throw UsageError("the path on the phone is too long: a shell line has " +
-                         std::to_string(LINE_MAX_LENGTH) + " bytes, and the path stands in it");
-
+    const std::string to_its_place =
+        "[ ! -e \"$f\" ]||chmod \"$(stat -c %a \"$f\")\" " + part + ";mv -f " + part + " \"$f\"&&echo ok";
+    // The longest of the lines: a path that passes it passes them all.
     const std::string kind = output_of(
         client, line_of(path, "if [ -L \"$f\" ];then echo a link;elif [ -d \"$f\" ];then echo a folder;"
                               "elif [ -e \"$f\" ]&&[ ! -f \"$f\" ];then echo no regular file;"
                               "else echo ok;fi"));
     if (kind != "ok")
         throw PhoneError(path + " is " + kind + ": nothing was written");
+    const size_t chunk = (LINE_MAX_LENGTH - line_of(path, before + behind).size()) / 4 * 3;
     begins(path + suffix);
     expect_number(output_of(client, line_of(path, "set -C;: >" + part + "&&" + size_of_part), false), 0,
                   "nothing was written");
@@ -216,7 +214,7 @@ void push_file(Client &client, const Bytes &content, const std::string &path, co
         }
         expect_digest(output_of(client, line_of(path, "sha256sum <" + part)), digest(content),
                       "the content did not get there whole");
-        const std::string moved = output_of(client, last, false);
+        const std::string moved = output_of(client, line_of(path, to_its_place), false);
         if (moved != "ok")
             throw PhoneError("the file could not be moved to its place: the phone says '" + moved + "'");
     } catch (const PhoneError &error) {
@@ -236,9 +234,7 @@ Moved pull_file(Client &client, const std::string &path, const Sink &sink, const
     refuse_impossible(path);
     const std::string chunk_line = "dd if=\"$f\" bs=" + std::to_string(PULL_CHUNK) + " count=1 skip=";
     const std::string behind = " 2>/dev/null|base64";
-    if (line_of(path, chunk_line + std::to_string(PULL_MAX) + behind).size() > LINE_MAX_LENGTH)
-        throw UsageError("the path on the phone is too long: a shell line has " +
-                         std::to_string(LINE_MAX_LENGTH) + " bytes, and the path stands in it");
+    // The longest of the lines, too.
     const std::string told = output_of(
         client,
         line_of(path, "if [ -f \"$f\" ];then wc -c <\"$f\";else ls -d \"$f\"&&echo no regular file;fi"));
@@ -246,10 +242,10 @@ Moved pull_file(Client &client, const std::string &path, const Sink &sink, const
     if (digits.find_first_not_of("0123456789") != std::string::npos)
         throw PhoneError("nothing can be read: the phone says '" + told + "'");
     // What comes from a phone is bounded, whatever it says of itself.
-    if (digits.size() > std::to_string(PULL_MAX).size() || std::stoull("0" + digits) > PULL_MAX)
+    const size_t size = std::strtoull(digits.c_str(), nullptr, 10);
+    if (size > PULL_MAX)
         throw PhoneError(path + " has " + digits + " bytes; more than " + std::to_string(PULL_MAX) +
                          " are not fetched");
-    const size_t size = std::stoull("0" + digits);
     Digester digester;
     size_t done = 0;
     for (size_t skip = 0; done < size; skip++) {
@@ -257,8 +253,6 @@ Moved pull_file(Client &client, const std::string &path, const Sink &sink, const
         command += std::to_string(skip);
         command += behind;
         const Bytes part = from_base64(output_of(client, line_of(path, command)));
-        if (part.empty())
-            break;
         digester.add(part);
         sink(part);
         done += part.size();
