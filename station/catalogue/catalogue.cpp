@@ -1,7 +1,6 @@
 #include "station/catalogue/catalogue.h"
 
 #include <cstring>
-#include <stdexcept>
 
 namespace station
 {
@@ -70,18 +69,7 @@ const Command *find_command(const std::string &name, uint16_t &code)
     return nullptr;
 }
 
-std::string Parameter::key() const
-{
-    std::string key(form);
-    key = key.substr(0, key.find(' '));
-    return takes_all() ? key.substr(0, key.size() - 3) : key;
-}
-
-bool Parameter::takes_all() const
-{
-    const size_t length = std::strlen(form);
-    return length > 3 && std::strcmp(form + length - 3, "...") == 0;
-}
+std::string Parameter::key() const { return {form, std::strcspn(form, " .")}; }
 
 bool Answer::fits(const std::string &data) const
 {
@@ -91,9 +79,9 @@ bool Answer::fits(const std::string &data) const
     case Fit::empty:
         return data.empty();
     case Fit::anything:
-        return true;
+        break;
     }
-    return false;
+    return true;
 }
 
 Command &Command::does(const char *text)
@@ -187,12 +175,6 @@ Command &Command::takes_phone_down(bool only_with_zero_selector)
     return *this;
 }
 
-const Name &Command::name_of(uint16_t code) const
-{
-    for (const Name &name : names)
-        if (name.code == code)
-            return name;
-    throw std::out_of_range("the entry does not hold this code");
-}
+const Name &Command::name_of(uint16_t code) const { return names.at(code - low); }
 
 } // namespace station

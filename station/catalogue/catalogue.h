@@ -8,6 +8,7 @@
 #include "station/client/decode.h"
 #include "station/client/encode.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,7 +33,7 @@ const char *family_title(Family family); // as a heading
 // A word that the command line takes for a byte.
 struct Choice {
     const char *word;
-    unsigned value;
+    uint8_t value;
     const char *meaning;
 };
 
@@ -47,7 +48,7 @@ struct Parameter {
         return *this;
     }
     // The parameter is the byte at this offset of the packet: one of the words, or a number.
-    Parameter &byte(int at, std::vector<Choice> words = {})
+    Parameter &byte(size_t at, std::vector<Choice> words = {})
     {
         offset = at;
         choices = std::move(words);
@@ -56,13 +57,12 @@ struct Parameter {
 
     [[nodiscard]] std::string key() const; // "PATH", "--expect", "NUMBER"
     [[nodiscard]] bool is_option() const { return form[0] == '-'; }
-    [[nodiscard]] bool takes_all() const;
 
     const char *form;
     const char *meaning;
     bool required = true;
     const char *standard = nullptr; // taken when the parameter is left out
-    int offset = -1;
+    std::optional<size_t> offset;
     std::vector<Choice> choices;
 };
 

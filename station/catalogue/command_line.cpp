@@ -21,8 +21,9 @@ struct Form {
         if (name.size() < written.size())
             value = written.substr(name.size() + 1);
         std::string &last = value.empty() ? name : value;
-        if (last.size() > 3 && last.compare(last.size() - 3, 3, "...") == 0) {
-            last.resize(last.size() - 3);
+        const size_t end = last.find("...");
+        if (end != std::string::npos) {
+            last.resize(end);
             repeats = true;
         }
         if (value[0] == '[') {

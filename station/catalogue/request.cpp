@@ -39,7 +39,7 @@ static std::string quoted(const std::string &word)
 static std::string shown(const std::vector<std::string> &options, const std::vector<std::string> &positional)
 {
     const bool parted = std::any_of(positional.begin(), positional.end(),
-                                    [](const std::string &word) { return !word.empty() && word[0] == '-'; });
+                                    [](const std::string &word) { return word[0] == '-'; });
     std::vector<std::string> words = parted ? options : positional;
     if (parted)
         words.emplace_back("--");
@@ -63,25 +63,24 @@ static std::string shown(const Command &command, const Arguments &arguments)
     return shown(options, positional);
 }
 
-static void put_byte(const Parameter &parameter, const std::string &word, Bytes &packet)
+// What the word of a byte stands for.
+static uint8_t byte_of(const Parameter &parameter, const std::string &word)
 {
-    unsigned value = 0;
-    const auto choice = std::find_if(parameter.choices.begin(), parameter.choices.end(),
-                                     [&](const Choice &known) { return word == known.word; });
-    if (choice != parameter.choices.end())
-        value = choice->value;
-    else {
-        std::string what = parameter.key();
-        for (const Choice &known : parameter.choices)
-            what += (&known == &parameter.choices.front() ? " is one of " : ", ") + std::string(known.word);
-        if (!parameter.choices.empty())
-            what += ", or";
-        value = static_cast<unsigned>(parse_number(word, 0, 255, what));
+    std::string what = parameter.key();
+    for (const Choice &choice : parameter.choices) {
+        if (word == choice.word)
+            return choice.value;
+        what += (&choice == &parameter.choices.front() ? " is one of " : ", ") + std::string(choice.word);
     }
-    const auto offset = static_cast<size_t>(parameter.offset);
-    if (packet.size() <= offset)
-        packet.resize(offset + 1);
-    packet[offset] = static_cast<uint8_t>(value);
+    if (!parameter.choices.empty())
+        what += ", or";
+    return static_cast<uint8_t>(parse_number(word, 0, 255, what));
+}
+
+static void put_byte(size_t offset, uint8_t value, Bytes &packet)
+{
+    packet.resize(std::max(packet.size(), offset + 1));
+    packet[offset] = value;
     put_u16(packet, LENGTH_OFFSET, static_cast<unsigned>(packet.size() - DATA_OFFSET));
 }
 
@@ -89,11 +88,12 @@ static Bytes packet_of(const Command &command, uint16_t code, const Arguments &a
 {
     Bytes packet = empty_request(code);
     for (const Parameter &parameter : command.parameters) {
+        if (!parameter.offset)
+            continue;
         const std::vector<std::string> &given = arguments.at(parameter.key());
-        if (parameter.offset >= 0 && !given.empty())
-            put_byte(parameter, given.front(), packet);
-        else if (parameter.offset >= 0 && parameter.standard)
-            put_byte(parameter, parameter.standard, packet);
+        if (!given.empty() || parameter.standard)
+            put_byte(*parameter.offset,
+                     byte_of(parameter, given.empty() ? parameter.standard : given.front()), packet);
     }
     if (command.encoder)
         command.encoder(arguments, packet);
@@ -161,11 +161,9 @@ static Request named_request(const Command &command, uint16_t code, const std::v
     request.name = words.front();
     request.words = shown(command, arguments);
     request.packet = packet_of(command, code, arguments);
-    if (command.when_sent_if) {
-        const std::vector<std::string> &given = arguments.at(command.when_sent_if);
-        if (!given.empty() && given.front() == command.when_sent_word)
-            request.fresh = [&command, code, arguments] { return packet_of(command, code, arguments); };
-    }
+    if (command.when_sent_if &&
+        arguments.at(command.when_sent_if) == std::vector<std::string>{command.when_sent_word})
+        request.fresh = [&command, code, arguments] { return packet_of(command, code, arguments); };
     return request;
 }
 
@@ -181,7 +179,7 @@ static Request sent_request(const std::vector<std::string> &words, Settings &set
 {
     CommandLine line("send", "Sends a request of any code and content.");
     std::string code, text, hex, file, body;
-    int selector = -1, length = -1;
+    int selector = 0, length = 0;
     line.needs("CODE", code, "a code (0xE602) or a name (get-prop)");
     line.takes("--byte4 BYTE", selector, {0, 255}, "the selector, byte 4");
     line.takes("--length NUMBER", length, {0, 65535},
@@ -207,24 +205,31 @@ static Request sent_request(const std::vector<std::string> &words, Settings &set
             options.insert(options.end(), {name, word});
     request.words = shown(options, {code});
     request.packet = empty_request(request.code);
-    if (!line.given("--text").empty())
+    const auto is_given = [&](const char *name) { return !line.given(name).empty(); };
+    if (is_given("--text"))
         put_text(request.packet, text);
-    else if (!line.given("--hex").empty())
+    else if (is_given("--hex"))
         put_data(request.packet, from_hex(hex));
-    else if (!line.given("--file").empty())
+    else if (is_given("--file"))
         put_data(request.packet, read_whole_file(file));
-    else if (!line.given("--body").empty()) {
+    else if (is_given("--body")) {
         const Bytes bytes = from_hex(body);
         request.packet.resize(SELECTOR_OFFSET);
         request.packet.insert(request.packet.end(), bytes.begin(), bytes.end());
-        if (selector >= 0 || length >= 0)
+        if (is_given("--byte4") || is_given("--length"))
             throw UsageError("send: --body holds byte 4 and the length itself");
     }
-    if (selector >= 0)
+    if (is_given("--byte4"))
         request.packet[SELECTOR_OFFSET] = static_cast<uint8_t>(selector);
-    if (length >= 0)
+    if (is_given("--length"))
         put_u16(request.packet, LENGTH_OFFSET, static_cast<unsigned>(length));
     return request;
+}
+
+// A packet that ends before its selector has 0 there.
+static uint8_t selector_of(const Bytes &packet)
+{
+    return packet.size() > SELECTOR_OFFSET ? packet[SELECTOR_OFFSET] : 0;
 }
 
 Request parse_request(const std::vector<std::string> &words, Settings &settings, Place place)
@@ -247,7 +252,7 @@ Request parse_request(const std::vector<std::string> &words, Settings &settings,
         request.response_size = request.command->response_size;
         request.takes_phone_down =
             request.command->phone_goes_down &&
-            (!request.command->down_only_with_zero_selector || request.packet[SELECTOR_OFFSET] == 0);
+            (!request.command->down_only_with_zero_selector || selector_of(request.packet) == 0);
     }
     return request;
 }
@@ -260,7 +265,7 @@ std::vector<Word> split_line(const std::string &line)
     char quote = 0;
     for (size_t i = 0; i < line.size(); i++) {
         const char character = line[i];
-        const char next = i + 1 < line.size() ? line[i + 1] : '\0';
+        const char next = line[i + 1]; // behind the last one a zero
         // As in a shell: within double quotes a backslash is only itself unless it hides a quote or another
         // one.
         if (character == '\\' && next && (!quote || (quote == '"' && (next == '"' || next == '\\')))) {
