@@ -12,12 +12,14 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <netinet/in.h>
+#include <regex>
 #include <sys/wait.h>
 #include <thread>
 
 #include "tests/fake_port.h"
 
 using namespace station;
+using namespace std::chrono_literals;
 using namespace std::string_literals;
 
 namespace
@@ -30,7 +32,7 @@ struct Fixture {
         : path(directory.path + "/" + name), port(listen_unix(path), std::move(behaviour))
     {
     }
-    Client client(int retries = 0, double timeout = SOON) const { return Client({path, timeout, retries}); }
+    Client client(int retries = 0, bool trace = false) const { return Client({path, SOON, retries, trace}); }
 
     temporary_folder directory;
     std::string path;
@@ -50,6 +52,23 @@ std::string text_of_answer(const Exchange &exchange)
         return "";
     return {exchange.packet.begin() + DATA_OFFSET,
             exchange.packet.begin() + static_cast<long>(DATA_OFFSET) + exchange.packet[LENGTH_OFFSET]};
+}
+
+// Of each line of a trace the direction: blank for an event.
+std::string directions(const std::string &trace)
+{
+    return std::regex_replace(trace, std::regex(".{16}(.).*\n"), "$1");
+}
+
+// What keeps a port from being used, or nothing.
+template <typename Use> std::string fault_of(const Use &use)
+{
+    try {
+        use();
+    } catch (const PortError &error) {
+        return error.what();
+    }
+    return "";
 }
 
 TEST(Port, EveryTransport)
@@ -74,8 +93,10 @@ TEST(Port, EveryTransport)
         ASSERT_EQ(listen(listener, 8), 0);
         getsockname(listener, reinterpret_cast<sockaddr *>(&address), &size);
         FakePort port(listener, echo);
-        Client client({"tcp:127.0.0.1:" + std::to_string(ntohs(address.sin_port)), SOON, 0});
+        testing::internal::CaptureStderr();
+        Client client({"tcp:127.0.0.1:" + std::to_string(ntohs(address.sin_port)), SOON, 0, true});
         EXPECT_EQ(text_of_answer(client.ask({request(), true})), "~}a");
+        EXPECT_EQ(directions(testing::internal::GetCapturedStderr()), " >>><<<><");
     }
     {
         const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
@@ -84,13 +105,16 @@ TEST(Port, EveryTransport)
         int stop[2];
         ASSERT_EQ(pipe2(stop, O_CLOEXEC), 0);
         std::atomic<int> requests{0};
+        EXPECT_EQ(write(terminal, "late", 4), 4);
         std::thread thread([&] { FakePort::serve(terminal, stop[0], requests, echo); });
+        testing::internal::CaptureStderr();
         {
-            Client client({ptsname(terminal), SOON, 0});
+            Client client({ptsname(terminal), SOON, 0, true});
             EXPECT_EQ(text_of_answer(client.ask({request(), true})), "~}a");
             EXPECT_EQ(text_of_answer(client.ask({request(0x0A0D), true})),
                       "~}a"); // bytes a cooked line would change
         }
+        EXPECT_EQ(directions(testing::internal::GetCapturedStderr()), " >>><<<><><");
         close(stop[1]);
         thread.join();
         close(stop[0]);
@@ -98,18 +122,68 @@ TEST(Port, EveryTransport)
     }
 }
 
+TEST(Port, WritesAllAndTellsHowItEnds)
+{
+    temporary_folder directory;
+    const std::string path = directory.path + "/port";
+    const owned::descriptor listener(listen_unix(path));
+    Port port(path, Clock::now() + 5000ms);
+    owned::descriptor phone(accept(listener.get(), nullptr, nullptr));
+    Bytes much(1000000), there(much.size());
+    for (size_t i = 0; i < much.size(); i++)
+        much[i] = static_cast<uint8_t>(i * i >> 8);
+    std::thread reader([&] { recv(phone.get(), there.data(), there.size(), MSG_WAITALL); });
+    port.write(much, Clock::now() + 5s);
+    reader.join();
+    EXPECT_TRUE(there == much);
+    EXPECT_TRUE(port.read(Clock::now()).empty());
+    EXPECT_EQ(write(phone.get(), "x", 1), 1);
+    EXPECT_EQ(port.read(Clock::now() + 5000ms), Bytes{'x'});
+    EXPECT_EQ(fault_of([&] { port.write(much, Clock::now() + 20ms); }), "the port takes no bytes");
+    phone.reset();
+    EXPECT_EQ(fault_of([&] { port.read(Clock::now() + 20ms); }),
+              "the port is gone: Connection reset by peer");
+    EXPECT_EQ(fault_of([&] { port.read(Clock::now() + 20ms); }), "the port was closed by the other side");
+    EXPECT_EQ(fault_of([&] { port.write(much, Clock::now() + 20ms); }), "the port is gone: Broken pipe");
+}
+
 TEST(Port, SkipsWhatIsNotTheAnswer)
 {
-    Fixture fixture([](const Bytes &packet, int) {
+    const Bytes too_long(150000, 'x');
+    Fixture fixture([&](const Bytes &packet, int) {
         Bytes broken = frame_of(response_to(packet, "broken"));
         broken[12] ^= 1;
         const Bytes garbage{0x7E, 0x7E, 0x01, 0x7E, 0x7D, 0x7E, 'x', 'y', 'z', 0x7E};
-        return Reply{garbage + broken + frame_of(response_to(empty_request(0x0100), "late")) +
+        return Reply{garbage + broken + too_long + Bytes{0x7E} +
+                     frame_of(response_to(empty_request(0x0100), "late")) +
                      frame_of(response_to(packet, "right"))};
     });
-    const Exchange exchange = fixture.client().ask({request(), true});
+    testing::internal::CaptureStderr();
+    const Exchange exchange = Client({fixture.path, 5, 0, true}).ask({request(), true});
     EXPECT_EQ(text_of_answer(exchange), "right");
-    EXPECT_GE(exchange.skipped, 3);
+    EXPECT_GE(exchange.skipped, 5);
+    const std::string trace = testing::internal::GetCapturedStderr();
+    for (const std::string &said :
+         {"< 7e7e017e  broken: too short"s, "< 7d7e  broken: wrong FCS"s,
+          "< " + to_hex({too_long.begin(), too_long.begin() + 140000}) + "  broken: too long\n"})
+        EXPECT_NE(trace.find(said), std::string::npos) << said.substr(0, 100);
+}
+
+TEST(Port, WhatComesBehindTheAnswerIsDropped)
+{
+    Fixture fixture([](const Bytes &packet, int) {
+        Bytes wire;
+        for (const char *text : {"right", "late", "late"})
+            wire = wire + frame_of(response_to(packet, text, 4000)); // more than is read at once
+        return Reply{wire};
+    });
+    Client client = fixture.client(0, true);
+    for (const char *expected : {"", "late: dropped\n"}) {
+        testing::internal::CaptureStderr();
+        const Exchange exchange = client.ask({request(), true});
+        EXPECT_EQ(text_of_answer(exchange), "right");
+        EXPECT_NE(testing::internal::GetCapturedStderr().find(expected), std::string::npos);
+    }
 }
 
 TEST(Port, AnAnswerThatComesAfterItsTimeIsNotTheNextOnes)
@@ -123,9 +197,11 @@ TEST(Port, AnAnswerThatComesAfterItsTimeIsNotTheNextOnes)
         }
         return Reply{frame_of(response_to(first, "first")) + frame_of(response_to(packet, "second"))};
     });
-    Client client = fixture.client();
+    Client client = fixture.client(0, true);
+    testing::internal::CaptureStderr();
     EXPECT_EQ(client.ask({request(0x0100), false}).outcome, Outcome::silence);
     EXPECT_EQ(text_of_answer(client.ask({request(0x0101), false})), "second");
+    EXPECT_EQ(directions(testing::internal::GetCapturedStderr()), " >  >>><<<><<") << "brought into step";
 }
 
 TEST(Port, HalfAFrameEndsWithTheTimeout)
@@ -135,40 +211,63 @@ TEST(Port, HalfAFrameEndsWithTheTimeout)
         half.resize(half.size() / 2);
         return Reply{half};
     });
-    const auto begin = Clock::now();
-    const Exchange exchange = fixture.client().ask({request(), true});
+    testing::internal::CaptureStderr();
+    const Exchange exchange = fixture.client(0, true).ask({request(), true});
+    const std::string trace = testing::internal::GetCapturedStderr();
     EXPECT_EQ(exchange.outcome, Outcome::silence);
-    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(5));
+    EXPECT_GE(exchange.milliseconds, 299);
+    EXPECT_LT(exchange.milliseconds, 5000);
     EXPECT_EQ(exchange.problem, "no answer within 0.3 s");
+    EXPECT_NE(trace.find("  not a whole frame\n"), std::string::npos) << trace;
+    EXPECT_EQ(directions(trace), " >< ");
 }
 
 TEST(Port, AnAnswerOfAnotherShapeIsNoAnswer)
 {
-    // of another size, with a length beyond its data, with another selector
-    for (const int kind : {0, 1, 2}) {
-        Fixture fixture([kind](const Bytes &packet, int) {
-            Bytes response = response_to(packet, "text");
-            if (kind == 0)
-                response.resize(64);
-            response[kind == 1 ? 6 : 4] += kind == 0 ? 0 : 1;
+    const struct {
+        size_t expected_size, size;
+        unsigned length;
+        uint8_t selector;
+        std::string problem;
+    } rows[] = {
+        {263, 263, 256, 0, ""},
+        {263, 64, 0, 0, "broken answer: 64 bytes came, the command answers 263"},
+        {263, 263, 257, 0, "broken answer: its length says 257, its data field holds 256"},
+        {263, 263, 0, 1, "no answer within 0.3 s, only 1 that are none"},
+        {0, 7, 0, 0, ""},
+        {0, 7, 1, 0, "broken answer: its length says 1, its data field holds 0"},
+    };
+    for (const auto &row : rows) {
+        Fixture fixture([&](const Bytes &packet, int) {
+            Bytes response = response_to(packet, "", row.size);
+            response[SELECTOR_OFFSET] = row.selector;
+            put_u16(response, LENGTH_OFFSET, row.length);
             return Reply{frame_of(response)};
         });
-        Question question{request(), true};
-        question.response_size = 263;
-        const Exchange exchange = fixture.client().ask(question);
-        EXPECT_EQ(exchange.outcome, Outcome::silence);
-        EXPECT_EQ(exchange.problem.find("broken answer") == 0, kind != 2) << exchange.problem;
+        const Exchange exchange = fixture.client().ask({request(), true, row.expected_size});
+        EXPECT_EQ(exchange.outcome, row.problem.empty() ? Outcome::answer : Outcome::silence);
+        EXPECT_EQ(exchange.problem, row.problem);
         EXPECT_FALSE(exchange.port_died);
     }
 }
 
 TEST(Port, RefusalIsTheRoutersErrorPacket)
 {
-    Fixture fixture([](const Bytes &packet, int) {
-        return Reply{frame_of(Bytes{port::ERROR_PACKET} + Bytes(packet.begin(), packet.begin() + 8))};
-    });
-    EXPECT_EQ(fixture.client(3).ask({request(0x7777), true}).outcome, Outcome::refused);
-    EXPECT_EQ(fixture.port.requests, 1);
+    const Bytes asked = request(0x7777);
+    const std::pair<size_t, Outcome> rows[] = {{4, Outcome::answer},
+                                               {5, Outcome::refused},
+                                               {asked.size(), Outcome::refused},
+                                               {asked.size() + 1, Outcome::answer}};
+    for (const auto &[echoed, outcome] : rows) {
+        Fixture fixture([&, size = echoed](const Bytes &packet, int) {
+            Bytes echo = packet + Bytes{'+'};
+            echo.resize(size);
+            return Reply{frame_of(Bytes{port::ERROR_PACKET + 1} + echo) +
+                         frame_of(Bytes{port::ERROR_PACKET} + echo) + frame_of(response_to(packet, "OK"))};
+        });
+        EXPECT_EQ(fixture.client(3).ask({asked, true}).outcome, outcome) << echoed;
+        EXPECT_EQ(fixture.port.requests, 1);
+    }
 }
 
 TEST(Port, RepeatsWhatIsSafeToRepeatAndNothingElse)
@@ -179,9 +278,12 @@ TEST(Port, RepeatsWhatIsSafeToRepeatAndNothingElse)
         return Reply{{}, count % 3 == 0}; // hangs up, is silent
     };
     Fixture safe(answers_the_third);
-    const Exchange exchange = safe.client(2).ask({request(), true});
+    Client client = safe.client(2);
+    const Exchange exchange = client.ask({request(), true});
     EXPECT_EQ(exchange.outcome, Outcome::answer);
     EXPECT_EQ(exchange.attempts, 3);
+    EXPECT_FALSE(exchange.port_died);
+    EXPECT_EQ(client.endings(), 1);
     EXPECT_EQ(safe.port.connections, 3);
 
     Fixture once(answers_the_third);
@@ -265,14 +367,16 @@ struct Shell {
     std::string about, says;
     bool is_silent = false;
     std::string size_after = "0"; // of the part, behind a silence
+    std::string of_removing = "";
     std::vector<std::string> asked = {};
 
     Reply operator()(const Bytes &packet)
     {
         const std::string line = text_of_request(packet);
         const std::pair<const char *, std::string> usual[] = {
-            {"if [ -L", "ok"}, {"set -C", "0"},  {"base64 -d", "  3"}, {"sha256sum", sha256}, {"mv -f", "ok"},
-            {"rm -f", ""},     {"if [ -f", "3"}, {"count=1", "YWJj"},  {"wc -c", size_after}};
+            {"if [ -L", "ok"},     {"set -C", "0"},     {"base64 -d", "  3"},
+            {"sha256sum", sha256}, {"mv -f", "ok"},     {"rm -f", of_removing},
+            {"if [ -f", "3"},      {"count=1", "YWJj"}, {"wc -c", size_after}};
         for (const auto &[about_this, answer_to_it] : usual) {
             if (line.find(about_this) == std::string::npos)
                 continue;
@@ -283,6 +387,8 @@ struct Shell {
                 about.clear();
                 return {};
             }
+            if (is_other && says == "refused")
+                return {frame_of(Bytes{port::ERROR_PACKET} + Bytes(packet.begin(), packet.begin() + 8))};
             return {frame_of(response_to(packet, is_other ? says : answer_to_it, 775))};
         }
         return {};
@@ -291,7 +397,7 @@ struct Shell {
     {
         return {packet.begin() + DATA_OFFSET, packet.end()};
     }
-    const std::string sha256 = digest({'a', 'b', 'c'}) + "  -";
+    std::string sha256 = digest({'a', 'b', 'c'}) + "  -";
 };
 
 // What came of moving "abc" to and from that phone: the error, without the part's random name, or nothing.
@@ -303,7 +409,12 @@ std::string moved(Shell &shell, bool is_push, int retries = 0)
     try {
         if (is_push)
             push_file(
-                client, {'a', 'b', 'c'}, "/data/x", [](size_t, size_t) {},
+                client, {'a', 'b', 'c'}, "/data/x",
+                [&](size_t moved, size_t all) {
+                    EXPECT_EQ(std::make_pair(moved, all), std::make_pair(size_t{3}, size_t{3}));
+                    if (shell.about == "progress")
+                        throw Interrupted("ended");
+                },
                 [&](const std::string &name) { part = name; });
         else
             pull_file(
@@ -326,13 +437,16 @@ TEST(Files, WhatAPhoneSaysIsChecked)
         {true, "", "", ""},
         {true, "if [ -L", "a link", "/data/x is a link: nothing was written"},
         {true, "if [ -L", "ERROR", "the phone could not start a shell"},
+        {true, "if [ -L", "refused", "refused by the router: nobody serves this code"},
         {true, "set -C", "1", "nothing was written: the phone says '1'"},
         {true, "set -C", "  ", "nothing was written: the phone says '  '"},
         {true, "base64 -d", "4", "writing stops at byte 0: the phone says '4'"},
         {true, "sha256sum", "0  -", "the content did not get there whole: " + here},
+        {true, "progress", "", "ended: /data/x is as it was"},
         {true, "mv -f", "no", "the file could not be moved to its place: the phone says 'no'"},
         {false, "", "", ""},
         {false, "if [ -f", "12x", "nothing can be read: the phone says '12x'"},
+        {false, "if [ -f", "1073741824", ""},
         {false, "if [ -f", "1073741825",
          "/data/x has 1073741825 bytes; more than 1073741824 are not fetched"},
         {false, "if [ -f", "99999999999999999999999",
@@ -350,10 +464,12 @@ TEST(Files, WhatAPhoneSaysIsChecked)
         EXPECT_EQ(moved(shell, row.is_push), row.told) << row.about;
         const bool is_begun = row.is_push && !row.told.empty() && shell.asked.size() > 2;
         EXPECT_EQ(shell.asked.back() == "rm -f", is_begun) << row.about;
+        if (!is_begun)
+            continue;
+        shell = {row.about, row.says};
+        shell.of_removing = "rm: no";
+        EXPECT_EQ(moved(shell, true), row.told + "; a part may be left in PART");
     }
-    Shell stays{"rm -f", "no"};
-    stays.size_after = "x";
-    EXPECT_EQ(moved(stays, true), "");
 }
 
 TEST(Files, AnAnswerThatIsLostIsAskedFor)
@@ -374,6 +490,13 @@ TEST(Files, AnAnswerThatIsLostIsAskedFor)
     EXPECT_EQ(moved(torn, true, 1), "writing stops at byte 0: the phone says '2'");
     Shell given_up{"base64 -d", "", true};
     EXPECT_EQ(moved(given_up, true), "no answer within 0.3 s; a part may be left in PART");
+    Shell asked_again{"if [ -L", "", true};
+    EXPECT_EQ(moved(asked_again, true, 1), "");
+    const std::string once = "no answer within 0.3 s (sent once: this request is not safe to repeat)";
+    Shell not_begun{"set -C", "", true};
+    EXPECT_EQ(moved(not_begun, true, 1), once);
+    Shell not_there{"mv -f", "", true};
+    EXPECT_EQ(moved(not_there, true, 1), once + "; a part may be left in PART");
 }
 
 TEST(Run, WaitsForTheRestartedPhone)
