@@ -406,19 +406,18 @@ std::string moved(Shell &shell, bool is_push, int retries = 0)
     const Fixture phone([&](const Bytes &packet, int) { return shell(packet); });
     Client client = phone.client(retries);
     std::string part, what;
+    const Progress progress = [&](size_t moved, size_t) {
+        shell.asked.push_back("moved " + std::to_string(moved));
+        if (shell.about == "progress")
+            throw Interrupted("ended");
+    };
     try {
         if (is_push)
-            push_file(
-                client, {'a', 'b', 'c'}, "/data/x",
-                [&](size_t moved, size_t all) {
-                    EXPECT_EQ(std::make_pair(moved, all), std::make_pair(size_t{3}, size_t{3}));
-                    if (shell.about == "progress")
-                        throw Interrupted("ended");
-                },
-                [&](const std::string &name) { part = name; });
+            push_file(client, {'a', 'b', 'c'}, "/data/x", progress,
+                      [&](const std::string &name) { part = name; });
         else
             pull_file(
-                client, "/data/x", [](const Bytes &) {}, [](size_t, size_t) {});
+                client, "/data/x", [](const Bytes &) {}, progress);
     } catch (const std::exception &error) {
         what = error.what();
     }
@@ -475,11 +474,14 @@ TEST(Files, WhatAPhoneSaysIsChecked)
 TEST(Files, AnAnswerThatIsLostIsAskedFor)
 {
     using Asked = std::vector<std::string>;
-    const Asked begin = {"if [ -L", "set -C", "base64 -d", "wc -c"}, end = {"sha256sum", "mv -f"};
+    const Asked begin = {"if [ -L", "set -C", "base64 -d", "wc -c"}, end = {"moved 3", "sha256sum", "mv -f"};
     const auto with = [&](Asked asked, const Asked &more) {
         asked.insert(asked.end(), more.begin(), more.end());
         return asked;
     };
+    Shell pulled;
+    EXPECT_EQ(moved(pulled, false), "");
+    EXPECT_EQ(pulled.asked, (Asked{"if [ -f", "count=1", "moved 3", "sha256sum"}));
     Shell there{"base64 -d", "", true, "3"};
     EXPECT_EQ(moved(there, true, 1), "");
     EXPECT_EQ(there.asked, with(begin, end)) << "it got there";
