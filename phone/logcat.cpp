@@ -17,15 +17,15 @@ int main(int argc, char **argv)
         fprintf(stderr, "logcat: %s\n", wrong.c_str());
         return EXIT_FAILURE;
     }
-    const int log = log_ring::receive(log_ring::PATH);
-    if (log < 0) {
+    const owned::descriptor log = log_ring::receive(log_ring::PATH);
+    if (!log) {
         perror("logcat: no log");
         return EXIT_FAILURE;
     }
     if (view.clear)
-        return log_ring::clear(log) ? EXIT_SUCCESS : EXIT_FAILURE;
+        return log_ring::clear(log.get()) ? EXIT_SUCCESS : EXIT_FAILURE;
     const auto as_it_is = [](std::string_view line) { return std::string(line); };
-    log_ring::reader reader(log);
+    log_ring::reader reader(log.get());
     std::string text;
     while (reader.read(text, !view.follow)) {
         const bool shown = log_view::print_lines(view, text, view.last, as_it_is);

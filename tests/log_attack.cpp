@@ -50,7 +50,7 @@ static void scribble(log_ring::ring &log)
 static void hoard()
 {
     int count = 0;
-    while (log_ring::call(log_ring::PATH) >= 0)
+    while (log_ring::call(log_ring::PATH).release() >= 0)
         count++;
     printf("%d\n", count);
     sleep(3);
@@ -59,8 +59,8 @@ static void hoard()
 int main(int argc, char **argv)
 {
     const std::string what = argc > 1 ? argv[1] : "";
-    const int fd = log_ring::receive(log_ring::PATH);
-    log_ring::ring *log = fd < 0 ? nullptr : log_ring::map(fd);
+    const owned::descriptor fd = log_ring::receive(log_ring::PATH);
+    log_ring::ring *log = fd ? log_ring::map(fd.get()) : nullptr;
     if (!log) {
         perror("log_attack: no log");
         return 1;
@@ -68,7 +68,7 @@ int main(int argc, char **argv)
     if (what == "say" && argc > 2)
         say(*log, argv[2]);
     else if (what == "resize")
-        resize(fd);
+        resize(fd.get());
     else if (what == "scribble")
         scribble(*log);
     else if (what == "hoard")

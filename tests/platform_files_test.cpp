@@ -1,6 +1,7 @@
 // The workstation's properties, log and wake locks, as files of a throwaway root of the phone.
 #include "cutils.h"
 #include "hardware_legacy.h"
+#include "head.h"
 #include "log.h"
 
 #include <gtest/gtest.h>
@@ -53,11 +54,14 @@ TEST(Properties, NamesAndValuesThatThePhoneRefuses)
     const std::string longest(91, 'v'), too_long(92, 'v');
     for (const char *name :
          {"", ".a", "a.", "a..b", "a b", "a/b", "../x", "a=b", "a+b", "caf\xC3\xA9", "a\n"}) {
-        EXPECT_LT(property_set(name, "1"), 0) << name;
+        EXPECT_EQ(property_set(name, "1"), -1) << name;
         EXPECT_EQ(get(name), "-") << name;
     }
-    EXPECT_LT(property_set(std::string(256, 'n').c_str(), "1"), 0);
-    for (const char *name : {"a", "a.b_c-d@e:f", "vendor.X.0"}) {
+    EXPECT_EQ(property_set(std::string(256, 'n').c_str(), "1"), -1);
+    EXPECT_EQ(property_set(nullptr, "1"), -1);
+    EXPECT_EQ(property_set("a", nullptr), -1);
+    for (const char *name : {"a", "a.b_c-d@e:f", "vendor.X.0",
+                             "abcdefghijklmnopqrstuvwxyz.ABCDEFGHIJKLMNOPQRSTUVWXYZ.0123456789"}) {
         EXPECT_EQ(property_set(name, longest.c_str()), 0) << name;
         EXPECT_LT(property_set(name, too_long.c_str()), 0) << name;
         EXPECT_EQ(get(name), longest) << name;
@@ -77,6 +81,8 @@ TEST(Properties, ReadOnlyOnesAreSetOnceAndMayBeLong)
     EXPECT_LT(property_set("ro.test", "other"), 0);
     EXPECT_EQ(get("ro.test"), fingerprint.substr(0, 91));
     EXPECT_EQ(content("/dev/__properties__/ro.test"), fingerprint);
+    EXPECT_EQ(property_set("ro.long", std::string(4096, 'f').c_str()), -1);
+    EXPECT_EQ(property_set("ro.long", std::string(4095, 'f').c_str()), 0);
 }
 
 TEST(Properties, PersistentOnesAreKeptForTheNextBoot)
@@ -93,8 +99,8 @@ TEST(Properties, PersistentOnesAreKeptForTheNextBoot)
     EXPECT_LT(property_set("persist.test", "new"), 0);
     EXPECT_EQ(get("persist.test"), "kept");
     ASSERT_EQ(unlink("/data/property"), 0);
-    EXPECT_EQ(property_set("persist.test", "new"), 0); // after a wipe
-    EXPECT_EQ(content("/data/property/persist.test"), "new");
+    EXPECT_EQ(property_set("persist.test", "cept"), 0); // after a wipe
+    EXPECT_EQ(content("/data/property/persist.test"), "cept");
     ASSERT_EQ(mkdir("/data/property/persist.folder", 0700), 0);
     EXPECT_LT(property_set("persist.folder", "1"), 0);
     EXPECT_EQ(get("persist.folder"), "-");
@@ -131,6 +137,8 @@ TEST(Reboot, InitIsToldAndEachCommandHasItsWords)
         const char *value;
     } cases[] = {
         {ANDROID_RB_RESTART, nullptr, "reboot"},
+        {ANDROID_RB_RESTART2, nullptr, "reboot"},
+        {ANDROID_RB_RESTART2, "", "reboot"},
         {ANDROID_RB_RESTART2, "recovery", "reboot,recovery"},
         {ANDROID_RB_RESTART2, "bootloader", "reboot,bootloader"},
         {ANDROID_RB_POWEROFF, nullptr, "shutdown"},
@@ -145,8 +153,8 @@ TEST(Reboot, InitIsToldAndEachCommandHasItsWords)
         EXPECT_GT(read(init, line, sizeof line - 1), 0);
         EXPECT_EQ(line, std::string("sys.powerctl=") + row.value + '\n');
     }
-    EXPECT_LT(android_reboot(0, 0, nullptr), 0);
-    EXPECT_LT(android_reboot(ANDROID_RB_RESTART2, 0, std::string(85, 'r').c_str()), 0);
+    EXPECT_EQ(android_reboot(0, 0, nullptr), -1);
+    EXPECT_EQ(android_reboot(ANDROID_RB_RESTART2, 0, std::string(85, 'r').c_str()), -1);
     close(init);
 }
 
@@ -154,19 +162,23 @@ TEST(WakeLocks, ShowInTheNodeWhileHeld)
 {
     constexpr char NODE[] = "/sys/power/wake_lock";
     unlink(NODE);
-    EXPECT_LT(acquire_wake_lock(PARTIAL_WAKE_LOCK, "A"), 0);
+    EXPECT_EQ(acquire_wake_lock(PARTIAL_WAKE_LOCK, "A"), -ENOENT);
     write_file(NODE, "");
+    EXPECT_EQ(release_wake_lock(nullptr), -EINVAL);
     EXPECT_EQ(acquire_wake_lock(PARTIAL_WAKE_LOCK, "A"), 0);
     EXPECT_EQ(acquire_wake_lock(PARTIAL_WAKE_LOCK, "AB"), 0);
     EXPECT_EQ(acquire_wake_lock(PARTIAL_WAKE_LOCK, "A"), 0);
     EXPECT_EQ(content(NODE), "A AB\n");
     EXPECT_EQ(release_wake_lock("A"), 0);
     EXPECT_EQ(content(NODE), "AB\n");
-    EXPECT_LT(release_wake_lock("A"), 0);
-    for (const char *bad : {"", "a b", "a\n"})
-        EXPECT_LT(acquire_wake_lock(PARTIAL_WAKE_LOCK, bad), 0);
-    EXPECT_LT(acquire_wake_lock(PARTIAL_WAKE_LOCK, std::string(5000, 'x').c_str()), 0);
+    EXPECT_EQ(release_wake_lock("A"), -EINVAL);
+    for (const char *bad : {"", "a b", "a\n", "a\t"})
+        EXPECT_EQ(acquire_wake_lock(PARTIAL_WAKE_LOCK, bad), -EINVAL);
+    EXPECT_EQ(acquire_wake_lock(PARTIAL_WAKE_LOCK, std::string(4093, 'x').c_str()), -ENOSPC);
+    EXPECT_EQ(acquire_wake_lock(PARTIAL_WAKE_LOCK, std::string(4092, 'x').c_str()), 0);
+    EXPECT_EQ(content(NODE), "AB " + std::string(4092, 'x') + '\n');
     EXPECT_EQ(release_wake_lock("AB"), 0);
+    EXPECT_EQ(release_wake_lock(std::string(4092, 'x').c_str()), 0);
     EXPECT_EQ(content(NODE), "\n");
 
     std::vector<std::thread> threads;
@@ -190,15 +202,37 @@ TEST(Log, WhereThereIsNoneLinesAreDropped)
 {
     const auto log = [] { return __android_log_print(4, "tag", "line"); };
     ASSERT_EQ(mkdir(LOG, 0755), 0);
-    EXPECT_LT(log(), 0);
+    EXPECT_EQ(log(), -EISDIR);
     ASSERT_EQ(rmdir(LOG), 0);
     ASSERT_EQ(mkfifo(LOG, 0644), 0);
     EXPECT_LT(log(), 0);
     const int reader = open(LOG, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    EXPECT_LT(log(), 0);
+    EXPECT_EQ(log(), -ENXIO);
     close(reader);
     ASSERT_EQ(unlink(LOG), 0);
     EXPECT_GT(log(), 0);
+}
+
+std::string head_of(const timespec &time, const log_head::writer &by, int priority, const char *tag)
+{
+    char head[log_head::ROOM];
+    return {head, log_head::put(head, time, by, priority, tag)};
+}
+
+TEST(Log, HeadsOfEveryDayPriorityAndTag)
+{
+    for (time_t day = 0; day < 200 * 365; day++) {
+        const timespec time = {day * 86400 + day * 7919 % 86400, day * 1234567 % 1000000000};
+        char text[64];
+        const size_t length = strftime(text, sizeof text, "%m-%d %H:%M:%S", gmtime(&time.tv_sec));
+        snprintf(text + length, sizeof text - length,
+                 ".%03ld 12345   678 E tag     : ", time.tv_nsec / 1000000);
+        ASSERT_EQ(head_of(time, {12345, 678}, 6, "tag"), text) << day;
+    }
+    const std::string letters = "???VDIWEF?", longest(128, 't'); // from -1 on
+    for (size_t i = 0; i < letters.size(); i++)
+        EXPECT_EQ(head_of({0, 0}, {1234567, 99999}, static_cast<int>(i) - 1, (longest + 't').c_str()),
+                  "01-01 00:00:00.000 1234567 99999 " + letters.substr(i, 1) + ' ' + longest + ": ");
 }
 
 TEST(Log, ThreadtimeLayoutLineByLine)
@@ -222,11 +256,9 @@ TEST(Log, ThreadtimeLayoutLineByLine)
         EXPECT_EQ(line.substr(18), ' ' + std::string(ids) + ' ' + text);
     }
     EXPECT_FALSE(std::getline(log, line));
-
-    time_t now = time(nullptr);
+    const time_t now = time(nullptr);
     char date[16];
     strftime(date, sizeof date, "%m-%d %H:%M", gmtime(&now));
-    __android_log_print(3, "clock", "now");
     EXPECT_NE(content(LOG).find(date), std::string::npos);
 
     EXPECT_EQ(truncate(LOG, 0), 0);
@@ -327,7 +359,7 @@ TEST(Log, KeepsItsLastLinesWithinItsBound)
     EXPECT_GT(check_lines(body, {{"after", 1000}, {"again", 8000}}), 3 << 10);
     EXPECT_LE(room(), MAX);
 
-    EXPECT_EQ(truncate(LOG, off_t{1} << 42), 0); // somebody's prank
+    EXPECT_EQ(truncate(LOG, (off_t{1} << 40) + 1), 0); // somebody's prank
     sleep(1);
     fill("end", 10);
     EXPECT_EQ(check_lines(body, {{"end", 10}}), 11);

@@ -475,8 +475,8 @@ static void pass_on(int signal) { kill(launcher_pid, signal); }
         fail(phone.path);
     mount_rooms();
     load(phone);
-    phone.log.reset(log_ring::make());
-    phone.phones_log.reset(log_ring::reopen(phone.log.get()));
+    phone.log = log_ring::make();
+    phone.phones_log = log_ring::reopen(phone.log.get());
     if (!phone.phones_log)
         fail("no log");
     phone.port = listen_in(phone.state, PORT);

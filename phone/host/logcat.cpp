@@ -35,7 +35,7 @@ static Fd open_ring(const Fd &state, Fd &launcher)
     const char request = REQUEST_LOG;
     pollfd answer = {launcher.get(), POLLIN, 0};
     if (launcher && write(launcher.get(), &request, 1) == 1 && poll(&answer, 1, ANSWER_MS) == 1)
-        return Fd(log_ring::take(launcher.get()));
+        return log_ring::take(launcher.get());
     return Fd();
 }
 

@@ -11,7 +11,7 @@ namespace log_ring
 static constexpr uint64_t PATIENCE = 64 * CELLS;
 
 // A writer that meets such a cell, or has been overtaken by a whole round, draws anew. After so many times it
-// takes what it has drawn: then the marks are not of writers like itself.
+// takes what it draws next: then the marks are not of writers like itself.
 static constexpr int TRIES = 64; // more than a line has cells: it goes past one that was left unfinished
 
 static cell &cell_of(ring &log, uint64_t number) { return log.cells[number % CELLS]; }
@@ -47,12 +47,12 @@ static bool take(ring &log, uint64_t number, size_t count)
 
 static uint64_t draw_cells(ring &log, size_t count)
 {
-    uint64_t number = 0;
     for (int tries = 0; tries < TRIES; tries++) {
-        number = log.next.fetch_add(count, std::memory_order_relaxed);
+        const uint64_t number = log.next.fetch_add(count, std::memory_order_relaxed);
         if (take(log, number, count))
             return number;
     }
+    const uint64_t number = log.next.fetch_add(count, std::memory_order_relaxed);
     for (size_t i = 0; i < count; i++)
         cell_of(log, number + i).mark.store(mark_of(number + i, WRITING), std::memory_order_relaxed);
     return number;

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 namespace log_ring
 {
@@ -19,27 +20,18 @@ namespace log_ring
 static constexpr int SEALS = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL;
 static constexpr int PATIENCE_MS = 2000; // of who waits for the ring: its giver may have much to do
 
-static int close_with(int fd, int error)
+owned::descriptor make()
 {
-    if (fd >= 0)
-        close(fd);
-    errno = error;
-    return -1;
+    owned::descriptor file(memfd_create("log", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    if (file && (ftruncate(file.get(), sizeof(ring)) != 0 || fcntl(file.get(), F_ADD_SEALS, SEALS) != 0))
+        file.reset();
+    return file;
 }
 
-int make()
+owned::descriptor reopen(int fd)
 {
-    const int fd = memfd_create("log", MFD_CLOEXEC | MFD_ALLOW_SEALING);
-    if (fd < 0 || ftruncate(fd, sizeof(ring)) != 0 || fcntl(fd, F_ADD_SEALS, SEALS) != 0)
-        return close_with(fd, errno);
-    return fd;
-}
-
-int reopen(int fd)
-{
-    char path[32];
-    snprintf(path, sizeof path, "/proc/self/fd/%d", fd);
-    return open(path, O_RDWR | O_CLOEXEC);
+    const std::string path = "/proc/self/fd/" + std::to_string(fd);
+    return owned::descriptor(open(path.c_str(), O_RDWR | O_CLOEXEC));
 }
 
 namespace
@@ -65,7 +57,7 @@ struct handover {
 
 } // namespace
 
-bool hand_out(int connection, int fd)
+void hand_out(int connection, int fd)
 {
     handover out;
     cmsghdr *head = CMSG_FIRSTHDR(&out.message);
@@ -73,41 +65,44 @@ bool hand_out(int connection, int fd)
     head->cmsg_type = SCM_RIGHTS;
     head->cmsg_len = CMSG_LEN(sizeof fd);
     memcpy(CMSG_DATA(head), &fd, sizeof fd);
-    return sendmsg(connection, &out.message, MSG_NOSIGNAL | MSG_DONTWAIT) == 1;
+    sendmsg(connection, &out.message, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
-int take(int connection)
+owned::descriptor take(int connection)
 {
     handover in;
-    int fd = -1;
     if (recvmsg(connection, &in.message, MSG_CMSG_CLOEXEC | MSG_DONTWAIT) != 1)
-        return fd;
+        return {};
     const cmsghdr *head = CMSG_FIRSTHDR(&in.message);
-    if (head && head->cmsg_type == SCM_RIGHTS && head->cmsg_len == CMSG_LEN(sizeof fd))
-        memcpy(&fd, CMSG_DATA(head), sizeof fd);
-    return fd;
+    int fd;
+    if (!head || head->cmsg_len != CMSG_LEN(sizeof fd)) // nothing else comes to who asks for nothing else
+        return {};
+    memcpy(&fd, CMSG_DATA(head), sizeof fd);
+    return owned::descriptor(fd);
 }
 
-int call(const char *path)
+owned::descriptor call(const char *path)
 {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     snprintf(address.sun_path, sizeof address.sun_path, "%s", path);
-    const int connection = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (connection >= 0 && connect(connection, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
-        return close_with(connection, errno);
+    owned::descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (connection && connect(connection.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
+        connection.reset();
     return connection;
 }
 
-int receive(const char *path)
+owned::descriptor receive(const char *path)
 {
-    const int connection = call(path);
-    if (connection < 0)
-        return -1;
-    pollfd answer = {connection, POLLIN, 0};
-    const int fd = poll(&answer, 1, PATIENCE_MS) == 1 ? take(connection) : -1;
-    close(connection);
-    return fd >= 0 ? fd : close_with(fd, ETIMEDOUT);
+    const owned::descriptor connection = call(path);
+    if (!connection)
+        return {};
+    pollfd answer = {connection.get(), POLLIN, 0};
+    poll(&answer, 1, PATIENCE_MS);
+    owned::descriptor file = take(connection.get());
+    if (!file)
+        errno = ETIMEDOUT;
+    return file;
 }
 
 ring *map(int fd)

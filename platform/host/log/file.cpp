@@ -22,18 +22,20 @@ static constexpr off_t OFFSET_MAX = off_t{1} << 40;    // what nobody logs, but 
 static constexpr off_t HOLE_UNIT = 64 << 10;           // a multiple of any page and block
 static constexpr size_t LOOK_BYTES = 64 << 10; // that a process writes between two looks at the log's size
 
-static std::atomic<size_t> unseen_bytes{0};
-static std::atomic<time_t> seen_second{0};
+static std::atomic<size_t> unseen_bytes;
+static std::atomic<time_t> seen_second;
 
-int open(const char *path)
+owned::descriptor open(const char *path)
 {
-    int fd = ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0644);
-    struct stat opened;
-    if (fd < 0 || (fstat(fd, &opened) == 0 && S_ISREG(opened.st_mode)))
-        return fd;
-    close(fd);
-    errno = ENXIO;
-    return -1;
+    owned::descriptor file(
+        ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0644));
+    struct stat opened {
+    };
+    if (file && (fstat(file.get(), &opened) != 0 || !S_ISREG(opened.st_mode))) {
+        file.reset();
+        errno = ENXIO;
+    }
+    return file;
 }
 
 // Frees the oldest part of a log that holds too much. No lock says whose task that is, since whoever holds
@@ -41,17 +43,14 @@ int open(const char *path)
 // longer, not begun anew at 0, where the lines of a log that was truncated meanwhile are.
 static void bound(int fd)
 {
-    const off_t end = lseek(fd, 0, SEEK_END);
-    if (end <= LOG_SIZE_MAX)
-        return;
-    const off_t begin = lseek(fd, 0, SEEK_DATA);
+    const off_t end = lseek(fd, 0, SEEK_END), begin = lseek(fd, 0, SEEK_DATA);
     const off_t hole_end = (end - LOG_SIZE_KEPT) / HOLE_UNIT * HOLE_UNIT;
     if (end <= OFFSET_MAX && (begin < 0 || end - begin <= LOG_SIZE_MAX))
         return;
     // A file system without holes loses all of its log at once, and what was appended since the look above.
     if (end > OFFSET_MAX ||
         (fallocate(fd, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, begin, hole_end - begin) != 0 &&
-         (errno == EOPNOTSUPP || errno == ENOSYS))) {
+         errno == EOPNOTSUPP)) {
         const int failed = ftruncate(fd, 0);
         (void)failed; // then nobody else may empty it either
     }
@@ -72,11 +71,7 @@ static void look_at_size(int fd, time_t second, size_t writing)
 bool append(int fd, const char *line, size_t length, time_t now)
 {
     look_at_size(fd, now, length);
-    ssize_t written;
-    do
-        written = write(fd, line, length);
-    while (written < 0 && errno == EINTR);
-    return written == static_cast<ssize_t>(length);
+    return write(fd, line, length) == static_cast<ssize_t>(length);
 }
 
 } // namespace log_file
