@@ -3,64 +3,58 @@
 // The file holds the value and nothing else (no line feed), and is replaced as a whole, so that a reader sees
 // the old value or the new one. Names that begin with a dot are no properties.
 #include "cutils.h"
+#include "descriptor.h"
 #include "export.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdio>
+#include <algorithm>
 #include <cstring>
+#include <optional>
+#include <string>
+#include <string_view>
+
+using std::string_view;
 
 static constexpr char PROPERTIES[] = "/dev/__properties__";
 static constexpr char PERSISTENT[] = "/data/property"; // init sets these again at the next boot
 static constexpr char INIT_FIFO[] = "/dev/socket/init";
 static constexpr char POWER_PROPERTY[] = "sys.powerctl";
-static constexpr size_t NAME_LENGTH_MAX = 255; // of a file
-static constexpr size_t PATH_ROOM = sizeof PROPERTIES + NAME_LENGTH_MAX + 1;
+static constexpr size_t VALUE_LENGTH_MAX = PROPERTY_VALUE_MAX - 1;
 
 // A read-only property has no limit but this one, and property_get gives the first 91 characters of a longer
 // one.
 static constexpr size_t READ_ONLY_LENGTH_MAX = 4095;
 
-static bool starts_with(const char *text, const char *start)
+static bool starts_with(string_view text, string_view start) { return text.substr(0, start.size()) == start; }
+
+static bool is_read_only(string_view name) { return starts_with(name, "ro."); }
+
+// Of one that is too long for a file there is none.
+static bool valid_name(string_view name)
 {
-    return strncmp(text, start, strlen(start)) == 0;
+    static constexpr string_view ALLOWED =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._@:-";
+    return !name.empty() && name.front() != '.' && name.back() != '.' &&
+           name.find("..") == string_view::npos && name.find_first_not_of(ALLOWED) == string_view::npos;
 }
 
-static bool is_read_only(const char *name) { return starts_with(name, "ro."); }
-
-static bool valid_name(const char *name)
+static std::string path_of(string_view folder, string_view name)
 {
-    static constexpr char ALLOWED[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._@:-";
-    if (!name)
-        return false;
-    size_t length = strlen(name);
-    return length > 0 && length <= NAME_LENGTH_MAX && strspn(name, ALLOWED) == length && name[0] != '.' &&
-           name[length - 1] != '.' && !strstr(name, "..");
+    return std::string(folder).append("/").append(name);
 }
 
-static bool valid_value(const char *name, const char *value)
+// What FOLDER/NAME holds, at most a byte more than a value may have. A FIFO or folder of that name is none.
+static std::optional<std::string> read_value(string_view folder, string_view name)
 {
-    return value && strlen(value) <= (is_read_only(name) ? READ_ONLY_LENGTH_MAX : PROPERTY_VALUE_MAX - 1);
-}
-
-// Reads at most `room` bytes of FOLDER/NAME: their number, or negative. A FIFO or folder of that name is
-// none.
-static ssize_t read_value(const char *folder, const char *name, char *value, size_t room)
-{
-    char path[PATH_ROOM];
-    snprintf(path, sizeof path, "%s/%s", folder, name);
-    int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0)
-        return -1;
-    ssize_t length;
-    do
-        length = read(fd, value, room);
-    while (length < 0 && errno == EINTR);
-    close(fd);
-    return length;
+    const owned::descriptor file(open(path_of(folder, name).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    char value[VALUE_LENGTH_MAX + 1];
+    const ssize_t length = read(file.get(), value, sizeof value);
+    if (length < 0)
+        return std::nullopt;
+    return std::string(value, static_cast<size_t>(length));
 }
 
 namespace
@@ -71,45 +65,41 @@ namespace
 class new_file
 {
   public:
-    new_file(const char *folder, const char *name, const char *value)
+    new_file(string_view folder, string_view name, string_view value)
+        : path_(path_of(folder, name)),
+          fresh_(path_of(folder, '.' + std::to_string(gettid()))) // no two threads share one
     {
-        snprintf(path_, sizeof path_, "%s/%s", folder, name);
-        snprintf(fresh_, sizeof fresh_, "%s/.%d.%d", folder, getpid(), gettid()); // no two threads share one
-        int fd = open(fresh_, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0644);
-        if (fd < 0)
-            return;
-        size_t length = strlen(value);
-        ssize_t written;
-        do
-            written = write(fd, value, length);
-        while (written < 0 && errno == EINTR);
-        made_ = close(fd) == 0 && written == static_cast<ssize_t>(length);
+        owned::descriptor file(
+            open(fresh_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0644));
+        const bool written =
+            write(file.get(), value.data(), value.size()) == static_cast<ssize_t>(value.size());
+        made_ = close(file.release()) == 0 && written;
     }
-    ~new_file() { unlink(fresh_); } // nothing is there when it has replaced the old one
+    ~new_file() { unlink(fresh_.c_str()); } // nothing is there when it has replaced the old one
     new_file(const new_file &) = delete;
     new_file &operator=(const new_file &) = delete;
 
     [[nodiscard]] bool made() const { return made_; }
-    [[nodiscard]] bool replace() const { return rename(fresh_, path_) == 0; }
-    [[nodiscard]] bool begin() const { return link(fresh_, path_) == 0; } // where there is none yet
+    [[nodiscard]] bool replace() const { return rename(fresh_.c_str(), path_.c_str()) == 0; }
+    [[nodiscard]] bool begin() const
+    {
+        return link(fresh_.c_str(), path_.c_str()) == 0;
+    } // where there is none yet
 
   private:
-    char path_[PATH_ROOM];
-    char fresh_[sizeof PROPERTIES + 32];
-    bool made_ = false;
+    const std::string path_, fresh_;
+    bool made_;
 };
 
 } // namespace
 
 // A property whose value cannot be kept is not set. What is kept already, as at every boot, takes no room.
-static bool store_persistent(const char *name, const char *value)
+static bool store_persistent(string_view name, string_view value)
 {
     const new_file running(PROPERTIES, name, value);
     if (!running.made())
         return false;
-    char kept[PROPERTY_VALUE_MAX];
-    const ssize_t length = read_value(PERSISTENT, name, kept, sizeof kept);
-    if (length != static_cast<ssize_t>(strlen(value)) || memcmp(kept, value, strlen(value)) != 0) {
+    if (read_value(PERSISTENT, name) != value) {
         mkdir(PERSISTENT, 0755); // /data may have been wiped
         const new_file persistent(PERSISTENT, name, value);
         if (!persistent.made() || !persistent.replace())
@@ -118,7 +108,7 @@ static bool store_persistent(const char *name, const char *value)
     return running.replace();
 }
 
-static bool store(const char *name, const char *value)
+static bool store(string_view name, string_view value)
 {
     if (starts_with(name, "persist."))
         return store_persistent(name, value);
@@ -127,37 +117,33 @@ static bool store(const char *name, const char *value)
 }
 
 // Tells whoever plays init of a property that asks for an action. Nobody there: nobody acts.
-static void notify_init(const char *name, const char *value)
+static void notify_init(string_view name, string_view value)
 {
-    if (strcmp(name, POWER_PROPERTY) != 0 && strcmp(name, "ctl.start") != 0 && strcmp(name, "ctl.stop") != 0)
+    if (name != POWER_PROPERTY && name != "ctl.start" && name != "ctl.stop")
         return;
-    int fd = open(INIT_FIFO, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0)
-        return;
-    char line[2 * PROPERTY_VALUE_MAX];
     // One line, whatever the value holds; shorter than PIPE_BUF, so it is written as a whole or not at all.
-    int length =
-        snprintf(line, sizeof line, "%s=%.*s\n", name, static_cast<int>(strcspn(value, "\n")), value);
-    ssize_t written = write(fd, line, static_cast<size_t>(length));
+    const std::string line =
+        std::string(name).append("=").append(value.substr(0, value.find('\n'))).append("\n");
+    const owned::descriptor init(open(INIT_FIFO, O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+    const ssize_t written = write(init.get(), line.data(), line.size());
     (void)written; // a full FIFO has a reader that does not act
-    close(fd);
 }
 
 extern "C" EXPORT int property_get(const char *key, char *value, const char *default_value)
 {
-    ssize_t length = valid_name(key) ? read_value(PROPERTIES, key, value, PROPERTY_VALUE_MAX - 1) : -1;
-    if (length <= 0) { // an empty property counts as not set
-        const char *text = default_value ? default_value : "";
-        length = static_cast<ssize_t>(strnlen(text, PROPERTY_VALUE_MAX - 1));
-        memcpy(value, text, static_cast<size_t>(length));
-    }
-    value[length] = '\0';
+    std::string text;
+    if (key && valid_name(key))
+        text = read_value(PROPERTIES, key).value_or("");
+    if (text.empty() && default_value) // an empty property counts as not set
+        text = default_value;
+    value[text.copy(value, VALUE_LENGTH_MAX)] = '\0';
     return static_cast<int>(strlen(value));
 }
 
 extern "C" EXPORT int property_set(const char *key, const char *value)
 {
-    if (!valid_name(key) || !valid_value(key, value) || !store(key, value))
+    if (!key || !valid_name(key) || !value ||
+        strlen(value) > (is_read_only(key) ? READ_ONLY_LENGTH_MAX : VALUE_LENGTH_MAX) || !store(key, value))
         return -1;
     notify_init(key, value);
     return 0;
@@ -166,15 +152,13 @@ extern "C" EXPORT int property_set(const char *key, const char *value)
 extern "C" EXPORT int android_reboot(unsigned int command, int flags, const char *reason)
 {
     (void)flags;
-    char action[PROPERTY_VALUE_MAX + 1]; // one too long is refused, not cut
     switch (command) {
     case ANDROID_RB_RESTART:
         return property_set(POWER_PROPERTY, "reboot");
     case ANDROID_RB_RESTART2:
-        if (!reason || *reason == '\0')
-            return property_set(POWER_PROPERTY, "reboot");
-        snprintf(action, sizeof action, "reboot,%s", reason);
-        return property_set(POWER_PROPERTY, action);
+        return reason && *reason != '\0'
+                   ? property_set(POWER_PROPERTY, std::string("reboot,").append(reason).c_str())
+                   : property_set(POWER_PROPERTY, "reboot");
     case ANDROID_RB_POWEROFF:
         return property_set(POWER_PROPERTY, "shutdown");
     default:

@@ -1,5 +1,6 @@
 // libhardware_legacy of a workstation: the node of the held wake locks, kept as the kernel keeps it. On the
 // virtual phone it is a regular file: the names of the held locks, separated by blanks, and a line feed.
+#include "descriptor.h"
 #include "export.h"
 #include "hardware_legacy.h"
 
@@ -7,70 +8,66 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <string>
+#include <string_view>
 
 static constexpr char NODE[] = "/sys/power/wake_lock";
 static constexpr size_t NODE_SIZE_MAX = 4096;
 
+// The names in the node but `name`, a blank behind each; tells whether that was there.
+static std::string names_without(std::string_view node, std::string_view name, bool &was_there)
+{
+    std::string others;
+    was_there = false;
+    for (size_t begin, end = 0; (begin = node.find_first_not_of(" \n", end)) != std::string_view::npos;) {
+        end = std::min(node.find_first_of(" \n", begin), node.size());
+        const std::string_view held = node.substr(begin, end - begin);
+        if (held == name)
+            was_there = true;
+        else
+            others.append(held) += ' ';
+    }
+    return others;
+}
+
 // Rewrites the node without `name`, then with it at the end if it is to be held. A name is in it once at the
 // most.
-static int update(const char *name, bool hold)
+static int update(std::string_view name, bool hold)
 {
-    size_t name_length = name ? strcspn(name, " \t\n") : 0;
-    if (name_length == 0 || name[name_length] != '\0')
+    if (name.empty() || name.find_first_of(" \t\n") != std::string_view::npos)
         return -EINVAL;
-    int fd = open(NODE, O_RDWR | O_CLOEXEC);
-    if (fd < 0)
+    const owned::descriptor node(open(NODE, O_RDWR | O_CLOEXEC));
+    if (!node)
         return -errno;
-    char held[NODE_SIZE_MAX + 1];
-    char kept[NODE_SIZE_MAX + 2];
-    int locked;
-    do
-        locked = flock(fd, LOCK_EX);
-    while (locked != 0 && errno == EINTR);
-    ssize_t length = locked == 0 ? read(fd, held, NODE_SIZE_MAX) : -1;
-    int status = length < 0 ? -errno : 0;
-    held[length < 0 ? 0 : length] = '\0';
+    while (flock(node.get(), LOCK_EX) != 0)
+        if (errno != EINTR)
+            return -errno;
+    char held[NODE_SIZE_MAX];
+    const ssize_t length = read(node.get(), held, sizeof held);
+    if (length < 0)
+        return -errno;
 
-    size_t used = 0;
-    bool was_held = false;
-    for (const char *next = held + strspn(held, " \n"); *next != '\0'; next += strspn(next, " \n")) {
-        size_t next_length = strcspn(next, " \n");
-        if (next_length == name_length && memcmp(next, name, name_length) == 0) {
-            was_held = true;
-        } else {
-            memcpy(kept + used, next, next_length);
-            used += next_length;
-            kept[used++] = ' ';
-        }
-        next += next_length;
-    }
-    if (status == 0 && !hold && !was_held)
-        status = -EINVAL;
-    if (status == 0 && hold) {
-        if (used + name_length + 1 > NODE_SIZE_MAX) {
-            status = -ENOSPC;
-        } else {
-            memcpy(kept + used, name, name_length);
-            used += name_length + 1;
-        }
-    }
-    if (used == 0)
-        used = 1;
-    kept[used - 1] = '\n'; // for the last blank
-    if (status == 0 && was_held != hold &&
-        (pwrite(fd, kept, used, 0) != static_cast<ssize_t>(used) ||
-         ftruncate(fd, static_cast<off_t>(used)) != 0))
-        status = -errno;
-    close(fd);
-    return status;
+    bool was_held;
+    std::string kept = names_without({held, static_cast<size_t>(length)}, name, was_held);
+    if (was_held == hold)
+        return hold ? 0 : -EINVAL;
+    if (hold)
+        kept.append(name) += ' ';
+    if (kept.size() > NODE_SIZE_MAX)
+        return -ENOSPC;
+    kept.replace(std::max<size_t>(kept.size(), 1) - 1, 1, "\n"); // for the last blank
+    const auto size = static_cast<ssize_t>(kept.size());
+    return pwrite(node.get(), kept.data(), kept.size(), 0) == size && ftruncate(node.get(), size) == 0
+               ? 0
+               : -errno;
 }
 
 extern "C" EXPORT int acquire_wake_lock(int level, const char *name)
 {
     (void)level;
-    return update(name, true);
+    return update(name ? name : "", true);
 }
 
-extern "C" EXPORT int release_wake_lock(const char *name) { return update(name, false); }
+extern "C" EXPORT int release_wake_lock(const char *name) { return update(name ? name : "", false); }
