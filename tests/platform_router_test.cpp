@@ -8,7 +8,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdarg>
+#include <fstream>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <random>
 #include <thread>
@@ -24,6 +27,36 @@ using std::chrono::steady_clock;
 constexpr uint8_t SUBSYSTEM = 250;
 constexpr size_t REQUEST_ROOM = 65535 + 1024;
 enum code : uint16_t { ECHO = 0x0100, SILENT, SLOW, LARGEST, DIRTY, HANGING, OPENING, LAST = 0x01FF };
+
+std::mutex log_lock;
+std::string logged;
+
+// Waits for a text of the router's log; what is up to it is forgotten.
+bool logs(const std::string &text)
+{
+    for (int i = 0; i < 500; i++, std::this_thread::sleep_for(milliseconds(10))) {
+        const std::lock_guard<std::mutex> guard(log_lock);
+        const size_t at = logged.find(text);
+        if (at != std::string::npos) {
+            logged.erase(0, at + text.size());
+            return true;
+        }
+    }
+    return false;
+}
+
+// What is printed when the router cannot begin, with so many descriptors at the most.
+std::string complaint_of_init(rlim_t descriptors = 0)
+{
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit fewer = {descriptors, limit.rlim_max};
+    testing::internal::CaptureStderr();
+    setrlimit(RLIMIT_NOFILE, descriptors > 0 ? &fewer : &limit);
+    EXPECT_FALSE(Diag_LSM_Init(nullptr));
+    setrlimit(RLIMIT_NOFILE, &limit);
+    return testing::internal::GetCapturedStderr();
+}
 
 std::atomic<int> in_handler{0};
 std::atomic<bool> released{false};
@@ -279,6 +312,22 @@ TEST_F(Router, GarbageAndHalfFramesHarmNobody)
     EXPECT_EQ(open_descriptors(), descriptors);
 }
 
+TEST_F(Router, EachKindOfDropIsLogged)
+{
+    const std::pair<bytes, const char *> rows[] = {
+        {{1, 2, 3, 4, 5, 6, 0x7E}, "1 with a wrong FCS, 0 too short, 0 too long\n"},
+        {frame_of({1, 2, 3}), "0 with a wrong FCS, 1 too short, 0 too long\n"},
+        {frame_of(bytes(65536)), "0 with a wrong FCS, 0 too short, 1 too long\n"},
+    };
+    for (const auto &[frame, text] : rows) {
+        Diag_LSM_DeInit();
+        ASSERT_TRUE(Diag_LSM_Init(nullptr));
+        diagpkt_tbl_reg(&TABLE);
+        Station(path_).send(frame);
+        EXPECT_TRUE(logs("libdiag:frames dropped so far: " + std::string(text))) << logged;
+    }
+}
+
 TEST_F(Router, AStationThatNeverReadsIsLetGoAndHoldsNobodyUp)
 {
     Station hostile(path_), friendly(path_);
@@ -295,6 +344,9 @@ TEST_F(Router, AStationThatNeverReadsIsLetGoAndHoldsNobodyUp)
     }
     EXPECT_TRUE(gone);
     EXPECT_LT(longest.count(), 1000);
+    EXPECT_TRUE(logs("libdiag:a station does not read: closed, "));
+    const int unsent = std::stoi(logged); // up to the answer that goes beyond the bound
+    EXPECT_TRUE(unsent >= 1 << 20 && unsent < (1 << 20) + 2 * 65537) << unsent;
 }
 
 TEST_F(Router, ManyThatDoNotReadFillNoMemory)
@@ -318,12 +370,12 @@ TEST_F(Router, ManyThatDoNotReadFillNoMemory)
 TEST_F(Router, AStationThatReadsLateGetsEveryAnswerAlsoAfterItsLastWord)
 {
     Station station(path_);
-    for (uint8_t i = 0; i < 5; i++) // more than a socket holds, less than the router queues
+    for (uint8_t i = 0; i < 30; i++) // more than the router queues
         station.send(frame_of(packet_of(LARGEST)));
     station.finish();
     std::this_thread::sleep_for(milliseconds(100));
-    for (int i = 0; i < 5; i++)
-        EXPECT_EQ(station.receive(), packet_of(LARGEST, bytes(65531, 0x7E)));
+    for (int i = 0; i < 30; i++)
+        ASSERT_TRUE(station.receive() == packet_of(LARGEST, bytes(65531, 0x7E))) << i;
     EXPECT_EQ(station.receive(), std::nullopt);
 }
 
@@ -379,7 +431,9 @@ TEST_F(Router, EndsWithoutAHandlerThatHangs)
     EXPECT_FALSE(Diag_LSM_DeInit());
     EXPECT_EQ(in_handler, 1);
     EXPECT_NE(access(path_.c_str(), F_OK), 0);
-    EXPECT_FALSE(Diag_LSM_Init(nullptr)); // handlers run one at a time
+    EXPECT_TRUE(logs("libdiag:the handler of 0x0105 does not return: left behind\n"));
+    EXPECT_EQ(complaint_of_init(),
+              "libdiag: a handler of the last connection has not returned\n"); // one at a time
     diagpkt_tbl_reg(&TABLE);
 
     released = true; // what it touches is still there
@@ -394,19 +448,46 @@ TEST_F(Router, ReplacesAStaleSocketAndNothingElse)
 {
     Diag_LSM_DeInit();
     int other = listen_unix(path_);
-    EXPECT_FALSE(Diag_LSM_Init(nullptr)); // somebody answers there
+    const auto complains = [](const std::string &port, const std::string &text) {
+        setenv("DIAG_PORT", port.c_str(), 1);
+        EXPECT_EQ(complaint_of_init(), "libdiag: " + text + '\n');
+    };
+    complains(path_, "cannot listen at " + path_ + ": Address already in use");
     close(other);
+    const std::string fresh = '.' + std::to_string(getpid());
+    std::ofstream(path_ + fresh) << "of a process that had this id";
     EXPECT_TRUE(Diag_LSM_Init(nullptr));
     Diag_LSM_DeInit();
 
     std::filesystem::create_directory(path_);
-    EXPECT_FALSE(Diag_LSM_Init(nullptr));
+    complains(path_, "will not replace " + path_ + ": Socket operation on non-socket");
     EXPECT_EQ(rmdir(path_.c_str()), 0);
-    for (const std::string &bad :
-         {folder_.path + "/missing/port", folder_.path + '/' + std::string(200, 'x')}) {
-        setenv("DIAG_PORT", bad.c_str(), 1);
-        EXPECT_FALSE(Diag_LSM_Init(nullptr));
+    const std::string missing = folder_.path + "/missing/port";
+    complains(missing, "cannot make a socket for " + missing + ": No such file or directory");
+    complains("/dev/null/port", "cannot look at /dev/null/port: Not a directory");
+    complains("", "cannot make a socket for /dev/socket/diag/port: No such file or directory");
+    const std::string beyond(108, 'x'), longest(107 - fresh.size(), 'x');
+    complains(beyond, "the path of the port is longer than 107 bytes: " + beyond);
+    complains(longest + 'x', "cannot listen at " + longest + "x: File name too long");
+
+    const int silent = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    for (const std::string &bad : {std::string("x"), std::string("1x"), std::to_string(silent)}) {
+        setenv("DIAG_PORT_FD", bad.c_str(), 1);
+        EXPECT_EQ(complaint_of_init(),
+                  "libdiag: cannot listen at descriptor " + bad + ": Socket operation on non-socket\n");
     }
+    close(silent);
+    unsetenv("DIAG_PORT_FD");
+}
+
+TEST_F(Router, TablesThatCannotBeKeptAreLogged)
+{
+    diagpkt_tbl_reg(nullptr);
+    EXPECT_TRUE(logs("libdiag:a table is not registered: it is none\n"));
+    for (int i = 0; i < 32; i++) // behind the first
+        diagpkt_tbl_reg(&TABLE);
+    EXPECT_TRUE(logs("libdiag:a table is not registered: there are too many\n"));
+    EXPECT_EQ(logged, "");
 }
 
 TEST_F(Router, StationsLeaveDescriptorsToTheHandlers)
@@ -442,6 +523,7 @@ TEST_F(Router, StationsLeaveDescriptorsToTheHandlers)
     } while (idle.back()->receive() && idle.size() < 100);
     EXPECT_GT(idle.size(), 50u);
     EXPECT_LT(idle.size(), 70u);
+    EXPECT_TRUE(logs("libdiag:no descriptors for more stations: 1 refused so far, 0 idle ones closed\n"));
     EXPECT_EQ(old.ask(packet_of(OPENING)), packet_of(OPENING, {1}));
     EXPECT_EQ(idle.front()->ask(packet_of(ECHO)), packet_of(ECHO));
 
@@ -461,4 +543,27 @@ TEST_F(Router, StationsLeaveDescriptorsToTheHandlers)
     restrict_to(limit.rlim_cur);
 }
 
+TEST_F(Router, WithoutADescriptorThereIsNoRouter)
+{
+    Diag_LSM_DeInit();
+    const int next = dup(0) + 1; // one is the capture's
+    close(next - 1);
+    for (const auto &[spare, what] : {std::pair(0, "make a socket for "), {1, "watch "}, {2, "watch "}})
+        EXPECT_EQ(complaint_of_init(static_cast<rlim_t>(next + spare)),
+                  std::string("libdiag: cannot ") + what + path_ + ": Too many open files\n");
+}
+
 } // namespace
+
+// In the place of the log's library.
+extern "C" int __android_log_print(int, const char *tag, const char *format, ...)
+{
+    char line[256];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(line, sizeof line, format, arguments);
+    va_end(arguments);
+    const std::lock_guard<std::mutex> guard(log_lock);
+    logged.append(tag).append(":").append(line);
+    return 0;
+}

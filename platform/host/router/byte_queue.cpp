@@ -1,5 +1,6 @@
 #include "byte_queue.h"
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 
@@ -15,8 +16,7 @@ bool byte_queue::append(const uint8_t *bytes, size_t length)
             std::unique_ptr<uint8_t[]> grown(new (std::nothrow) uint8_t[room]);
             if (!grown)
                 return false;
-            if (used > 0)
-                memcpy(grown.get(), data(), used);
+            std::copy_n(data(), used, grown.get());
             bytes_ = std::move(grown);
             room_ = room;
         } else {

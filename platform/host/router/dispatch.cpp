@@ -1,4 +1,5 @@
 #include "dispatch.h"
+#include "descriptor.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -43,13 +44,15 @@ bool has_table()
 diagpkt_handler find_handler(unsigned subsystem, unsigned code)
 {
     const std::lock_guard<std::mutex> guard(tables_lock);
-    for (size_t i = 0; i < table_count; i++) {
-        const diagpkt_table &table = tables[i];
-        if (table.subsystem != subsystem)
+    for (const diagpkt_table *table = tables; table != tables + table_count; table++) {
+        if (table->subsystem != subsystem)
             continue;
-        for (size_t k = 0; k < table.count; k++)
-            if (table.entries[k].low <= code && code <= table.entries[k].high)
-                return table.entries[k].handler;
+        const diagpkt_entry *end = table->entries + table->count;
+        const diagpkt_entry *found = std::find_if(table->entries, end, [code](const diagpkt_entry &entry) {
+            return entry.low <= code && code <= entry.high;
+        });
+        if (found != end)
+            return found->handler;
     }
     return nullptr;
 }
@@ -69,8 +72,7 @@ void *allocate_response(size_t length)
 
 // One page for the packet, and behind it as many as it takes.
 request_buffer::request_buffer()
-    : page_(static_cast<size_t>(sysconf(_SC_PAGESIZE))),
-      short_size_(page_ + (ROOM + page_ - 1) / page_ * page_)
+    : page_(static_cast<size_t>(sysconf(_SC_PAGESIZE))), short_size_((ROOM / page_ + 2) * page_)
 {
     void *place = mmap(nullptr, short_size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     short_ = place == MAP_FAILED ? nullptr : static_cast<uint8_t *>(place);
@@ -83,12 +85,11 @@ request_buffer::request_buffer()
 // Has all pages there be the same one.
 bool request_buffer::map_short(uint8_t *place, size_t size) const
 {
-    const int fd = memfd_create("request", MFD_CLOEXEC);
-    bool good = fd >= 0 && ftruncate(fd, static_cast<off_t>(page_)) == 0;
+    const owned::descriptor page(memfd_create("request", MFD_CLOEXEC));
+    bool good = ftruncate(page.get(), static_cast<off_t>(page_)) == 0;
     for (size_t at = 0; good && at < size; at += page_)
-        good = mmap(place + at, page_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, fd, 0) != MAP_FAILED;
-    if (fd >= 0)
-        close(fd);
+        good = mmap(place + at, page_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, page.get(), 0) !=
+               MAP_FAILED;
     return good;
 }
 

@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <climits>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -74,12 +74,11 @@ bool listener::listen_at_path()
         errno = ENAMETOOLONG;
         return fail("cannot listen at");
     }
-    owned::descriptor fresh = make_socket();
     unlink(address.sun_path); // of a process of the same id, long gone
-    if (!fresh || bind(fresh.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
-        return fail("cannot make a socket for");
-    if (listen(fresh.get(), SOMAXCONN) != 0 || rename(address.sun_path, path_) != 0) {
-        fail("cannot listen at");
+    owned::descriptor fresh = make_socket();
+    if (!fresh || bind(fresh.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
+        listen(fresh.get(), SOMAXCONN) != 0 || rename(address.sun_path, path_) != 0) {
+        fail("cannot make a socket for");
         unlink(address.sun_path);
         return false;
     }
@@ -92,17 +91,16 @@ bool listener::listen_at_path()
 bool listener::take_inherited(const char *number)
 {
     snprintf(path_, sizeof path_, "descriptor %s", number);
-    char *end;
-    const long fd = strtol(number, &end, 10);
-    int listens = 0;
+    const char *end = number + strlen(number);
+    int fd = -1, listens = 0;
     socklen_t size = sizeof listens;
-    if (*end != '\0' || fd <= STDERR_FILENO || fd > INT_MAX ||
-        getsockopt(static_cast<int>(fd), SOL_SOCKET, SO_ACCEPTCONN, &listens, &size) != 0 || listens == 0) {
+    if (std::from_chars(number, end, fd).ptr != end ||
+        getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &listens, &size) != 0 || listens == 0) {
         errno = ENOTSOCK;
         return fail("cannot listen at");
     }
     inherited_ = true;
-    socket_ = owned::descriptor(static_cast<int>(fd));
+    socket_ = owned::descriptor(fd);
     fcntl(socket(), F_SETFD, FD_CLOEXEC);
     fcntl(socket(), F_SETFL, O_RDWR | O_NONBLOCK);
     return true;

@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 
 namespace router
 {
@@ -51,9 +50,7 @@ bool server::open()
 
 void server::wake() const
 {
-    const uint64_t once = 1;
-    const ssize_t written = write(waker_.get(), &once, sizeof once);
-    (void)written; // a counter that cannot take more wakes as well
+    eventfd_write(waker_.get(), 1); // a counter that cannot take more wakes as well
 }
 
 void server::stop()
@@ -105,8 +102,8 @@ void server::admit()
     newcomer_ = false;
     owned::descriptor socket = listener_.accept();
     if (!socket) {
-        if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-            // Whoever waits keeps waiting, and the next tick tries again.
+        if (errno != EAGAIN) {
+            // For want of descriptors or memory. Whoever waits keeps waiting, and the next tick tries again.
             accepting_ = !watch(listener_.socket(), 0, &listener_, EPOLL_CTL_MOD);
             clock_runs_ = true;
         }
@@ -199,21 +196,16 @@ void server::count_drop(port::event reason)
 // Fills the station's empty input. False: there is nothing to decode, or no station any more.
 bool server::receive(station *s)
 {
-    switch (s->receive()) {
-    case station::input::some:
-        stations_.note_progress(s);
-        return true;
-    case station::input::ended:
-        stations_.note_progress(s);
-        clock_runs_ = true;
-        watch_station(s);
-        return false;
-    case station::input::broken:
+    const station::input came = s->receive();
+    if (came == station::input::broken)
         let_go(s);
+    if (came == station::input::broken || came == station::input::nothing) // epoll reports it again
         return false;
-    case station::input::nothing: // epoll reports it again
-        return false;
-    }
+    stations_.note_progress(s);
+    if (came == station::input::some)
+        return true;
+    clock_runs_ = true;
+    watch_station(s);
     return false;
 }
 
@@ -240,19 +232,26 @@ bool server::take_request(station *s)
 
 // ---- The thread
 
-// Tells what has been counted since the last time.
-void server::report()
+// Tells what has been counted since the last time, if that was not just now. Returns whether something is
+// left to tell.
+bool server::report(int64_t now)
 {
-    if (counted_.bad_fcs != reported_.bad_fcs || counted_.too_short != reported_.too_short ||
-        counted_.too_long != reported_.too_long)
+    const bool frames = counted_.frames() != reported_.frames();
+    const bool stations = counted_.stations() != reported_.stations();
+    if (now - report_ms_ < REPORT_MS)
+        return frames || stations;
+    if (frames)
         __android_log_print(ANDROID_LOG_WARN, TAG,
                             "frames dropped so far: %lu with a wrong FCS, %lu too short, %lu too long\n",
                             counted_.bad_fcs, counted_.too_short, counted_.too_long);
-    if (counted_.refused != reported_.refused || counted_.parted != reported_.parted)
+    if (stations)
         __android_log_print(ANDROID_LOG_WARN, TAG,
                             "no descriptors for more stations: %lu refused so far, %lu idle ones closed\n",
                             counted_.refused, counted_.parted);
+    if (frames || stations)
+        report_ms_ = now;
     reported_ = counted_;
+    return false;
 }
 
 // What runs by the clock. Returns whether anything still does.
@@ -275,15 +274,7 @@ bool server::tick()
         accepting_ = watch(listener_.socket(), EPOLLIN, &listener_, EPOLL_CTL_MOD);
         runs = runs || !accepting_;
     }
-    if (memcmp(&counted_, &reported_, sizeof counted_) != 0) {
-        if (now - report_ms_ < REPORT_MS) {
-            runs = true;
-        } else {
-            report_ms_ = now;
-            report();
-        }
-    }
-    return runs;
+    return report(now) || runs;
 }
 
 void server::take_event(station *s, uint32_t events)
@@ -316,9 +307,8 @@ void server::take_events()
         if (tag == &listener_) {
             newcomer_ = true;
         } else if (tag == &waker_) {
-            uint64_t times;
-            const ssize_t drained = read(waker_.get(), &times, sizeof times);
-            (void)drained;
+            eventfd_t times;
+            eventfd_read(waker_.get(), &times);
         } else {
             take_event(static_cast<station *>(tag), events[i].events);
         }

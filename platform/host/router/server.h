@@ -46,6 +46,9 @@ class server
     struct counts {
         unsigned long bad_fcs, too_short, too_long; // frames dropped
         unsigned long refused, parted;              // stations, for want of descriptors
+
+        [[nodiscard]] unsigned long frames() const { return bad_fcs + too_short + too_long; }
+        [[nodiscard]] unsigned long stations() const { return refused + parted; }
     };
 
     // Where these return a bool it is false when the station is gone, unless something else is said.
@@ -61,7 +64,7 @@ class server
     [[nodiscard]] bool watch(int fd, uint32_t events, void *tag, int operation) const;
     void let_go(station *s);
     void count_drop(port::event reason);
-    void report();
+    [[nodiscard]] bool report(int64_t now);
     [[nodiscard]] bool tick();
 
     listener listener_;

@@ -15,7 +15,7 @@ static constexpr size_t OUTPUTS_MAX = size_t{64}
                                       << 20; // of all stations: many could have half of theirs wait
 
 // Of one thread's stations, but a thread that was left behind may have come to its end just now.
-static std::atomic<size_t> all_pending{0};
+static std::atomic<size_t> all_pending;
 
 station::station(owned::descriptor socket) : socket_(std::move(socket))
 {
@@ -27,7 +27,7 @@ station::input station::receive()
 {
     const ssize_t received = recv(socket(), input_, sizeof input_, 0);
     if (received < 0)
-        return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR ? input::nothing : input::broken;
+        return errno == EAGAIN ? input::nothing : input::broken;
     if (received == 0) { // it may have shut down its own direction alone
         ended_ = true;
         return pending() > 0 ? input::ended : input::broken;
@@ -50,11 +50,8 @@ port::event station::next_frame()
 
 ssize_t station::send_some(const uint8_t *bytes, size_t length) const
 {
-    ssize_t sent;
-    do
-        sent = ::send(socket(), bytes, length, MSG_NOSIGNAL);
-    while (sent < 0 && errno == EINTR);
-    return sent >= 0 ? sent : errno == EAGAIN || errno == EWOULDBLOCK ? 0 : -1;
+    const ssize_t sent = ::send(socket(), bytes, length, MSG_NOSIGNAL);
+    return sent < 0 && errno == EAGAIN ? 0 : sent;
 }
 
 bool station::send(const uint8_t *bytes, size_t length)
