@@ -31,30 +31,36 @@ enum code : uint16_t { ECHO = 0x0100, SILENT, SLOW, LARGEST, DIRTY, HANGING, OPE
 std::mutex log_lock;
 std::string logged;
 
-// Waits for a text of the router's log; what is up to it is forgotten.
-bool logs(const std::string &text)
+// What the router's log has behind a text, once that is there.
+std::optional<std::string> logged_behind(const std::string &text)
 {
     for (int i = 0; i < 500; i++, std::this_thread::sleep_for(milliseconds(10))) {
         const std::lock_guard<std::mutex> guard(log_lock);
-        const size_t at = logged.find(text);
-        if (at != std::string::npos) {
-            logged.erase(0, at + text.size());
-            return true;
-        }
+        if (const size_t at = logged.find(text); at != std::string::npos)
+            return logged.substr(at + text.size());
     }
-    return false;
+    return std::nullopt;
 }
 
-// What is printed when the router cannot begin, with so many descriptors at the most.
-std::string complaint_of_init(rlim_t descriptors = 0)
+// Until its end there are no descriptors beyond so many.
+struct descriptors_limited {
+    explicit descriptors_limited(rlim_t number)
+    {
+        getrlimit(RLIMIT_NOFILE, &before);
+        const rlimit fewer = {std::min(number, before.rlim_cur), before.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &fewer), 0);
+    }
+    ~descriptors_limited() { setrlimit(RLIMIT_NOFILE, &before); }
+
+    rlimit before{};
+};
+
+std::string complaint_of_init(rlim_t descriptors = RLIM_INFINITY)
 {
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    const rlimit fewer = {descriptors, limit.rlim_max};
     testing::internal::CaptureStderr();
-    setrlimit(RLIMIT_NOFILE, descriptors > 0 ? &fewer : &limit);
+    std::optional<descriptors_limited> limited(descriptors);
     EXPECT_FALSE(Diag_LSM_Init(nullptr));
-    setrlimit(RLIMIT_NOFILE, &limit);
+    limited.reset();
     return testing::internal::GetCapturedStderr();
 }
 
@@ -324,7 +330,7 @@ TEST_F(Router, EachKindOfDropIsLogged)
         ASSERT_TRUE(Diag_LSM_Init(nullptr));
         diagpkt_tbl_reg(&TABLE);
         Station(path_).send(frame);
-        EXPECT_TRUE(logs("libdiag:frames dropped so far: " + std::string(text))) << logged;
+        EXPECT_TRUE(logged_behind("libdiag:frames dropped so far: " + std::string(text))) << text;
     }
 }
 
@@ -344,9 +350,8 @@ TEST_F(Router, AStationThatNeverReadsIsLetGoAndHoldsNobodyUp)
     }
     EXPECT_TRUE(gone);
     EXPECT_LT(longest.count(), 1000);
-    EXPECT_TRUE(logs("libdiag:a station does not read: closed, "));
-    const int unsent = std::stoi(logged); // up to the answer that goes beyond the bound
-    EXPECT_TRUE(unsent >= 1 << 20 && unsent < (1 << 20) + 2 * 65537) << unsent;
+    const int unsent = std::stoi(logged_behind("libdiag:a station does not read: closed, ").value_or("0"));
+    EXPECT_TRUE(unsent >= 1 << 20 && unsent < (1 << 20) + 2 * 65537) << "and the answer that goes beyond it";
 }
 
 TEST_F(Router, ManyThatDoNotReadFillNoMemory)
@@ -431,7 +436,7 @@ TEST_F(Router, EndsWithoutAHandlerThatHangs)
     EXPECT_FALSE(Diag_LSM_DeInit());
     EXPECT_EQ(in_handler, 1);
     EXPECT_NE(access(path_.c_str(), F_OK), 0);
-    EXPECT_TRUE(logs("libdiag:the handler of 0x0105 does not return: left behind\n"));
+    EXPECT_TRUE(logged_behind("libdiag:the handler of 0x0105 does not return: left behind\n"));
     EXPECT_EQ(complaint_of_init(),
               "libdiag: a handler of the last connection has not returned\n"); // one at a time
     diagpkt_tbl_reg(&TABLE);
@@ -462,8 +467,6 @@ TEST_F(Router, ReplacesAStaleSocketAndNothingElse)
     std::filesystem::create_directory(path_);
     complains(path_, "will not replace " + path_ + ": Socket operation on non-socket");
     EXPECT_EQ(rmdir(path_.c_str()), 0);
-    const std::string missing = folder_.path + "/missing/port";
-    complains(missing, "cannot make a socket for " + missing + ": No such file or directory");
     complains("/dev/null/port", "cannot look at /dev/null/port: Not a directory");
     complains("", "cannot make a socket for /dev/socket/diag/port: No such file or directory");
     const std::string beyond(108, 'x'), longest(107 - fresh.size(), 'x');
@@ -483,11 +486,10 @@ TEST_F(Router, ReplacesAStaleSocketAndNothingElse)
 TEST_F(Router, TablesThatCannotBeKeptAreLogged)
 {
     diagpkt_tbl_reg(nullptr);
-    EXPECT_TRUE(logs("libdiag:a table is not registered: it is none\n"));
+    EXPECT_TRUE(logged_behind("libdiag:a table is not registered: it is none\n"));
     for (int i = 0; i < 32; i++) // behind the first
         diagpkt_tbl_reg(&TABLE);
-    EXPECT_TRUE(logs("libdiag:a table is not registered: there are too many\n"));
-    EXPECT_EQ(logged, "");
+    EXPECT_EQ(logged_behind("libdiag:a table is not registered: there are too many\n"), "");
 }
 
 TEST_F(Router, StationsLeaveDescriptorsToTheHandlers)
@@ -496,26 +498,20 @@ TEST_F(Router, StationsLeaveDescriptorsToTheHandlers)
     ASSERT_TRUE(old.ask(packet_of(ECHO)));
     const int fd = dup(0);
     close(fd);
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    const auto restrict_to = [&limit](rlim_t descriptors) {
-        const rlimit fewer = {descriptors, limit.rlim_max};
-        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &fewer), 0);
-    };
 
     // Nothing is left but the station's own: it waits.
-    restrict_to(static_cast<rlim_t>(fd) + 1);
+    std::optional<descriptors_limited> limited(static_cast<rlim_t>(fd) + 1);
     {
         Station late(path_);
         late.send(frame_of(packet_of(ECHO)));
         EXPECT_EQ(late.receive(30), std::nullopt);
         EXPECT_TRUE(old.ask(packet_of(ECHO)));
-        restrict_to(limit.rlim_cur);
+        limited.reset();
         EXPECT_EQ(late.receive(), packet_of(ECHO));
     }
 
     // Both ends of a station are in this process.
-    restrict_to(200);
+    limited.emplace(200);
     std::vector<std::unique_ptr<Station>> idle;
     do {
         idle.push_back(std::make_unique<Station>(path_));
@@ -523,7 +519,8 @@ TEST_F(Router, StationsLeaveDescriptorsToTheHandlers)
     } while (idle.back()->receive() && idle.size() < 100);
     EXPECT_GT(idle.size(), 50u);
     EXPECT_LT(idle.size(), 70u);
-    EXPECT_TRUE(logs("libdiag:no descriptors for more stations: 1 refused so far, 0 idle ones closed\n"));
+    EXPECT_TRUE(
+        logged_behind("libdiag:no descriptors for more stations: 1 refused so far, 0 idle ones closed\n"));
     EXPECT_EQ(old.ask(packet_of(OPENING)), packet_of(OPENING, {1}));
     EXPECT_EQ(idle.front()->ask(packet_of(ECHO)), packet_of(ECHO));
 
@@ -540,7 +537,6 @@ TEST_F(Router, StationsLeaveDescriptorsToTheHandlers)
         EXPECT_TRUE(idle.back()->ask(packet_of(ECHO)));
         idle.erase(idle.begin());
     }
-    restrict_to(limit.rlim_cur);
 }
 
 TEST_F(Router, WithoutADescriptorThereIsNoRouter)
