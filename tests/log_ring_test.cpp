@@ -261,6 +261,12 @@ TEST(Ring, AWriterLeavesAloneWhatAnotherHasNotFinished)
     EXPECT_EQ(log->cells[10].mark, others);
     EXPECT_EQ(log->cells[11].mark, log_ring::mark_of(11, log_ring::LINE));
     EXPECT_EQ(log->next, 14u);
+
+    log->next = log->first = UINT64_MAX; // somebody may set them so that they go round
+    log->cells[log_ring::CELLS - 1].mark = log_ring::mark_of(UINT64_MAX - log_ring::CELLS, log_ring::LINE);
+    write_line(*log, "a");
+    write_line(*log, "b");
+    EXPECT_EQ(all_lines(made.get()), (std::vector<std::string>{"a", "b"}));
     munmap(log, sizeof *log);
 }
 

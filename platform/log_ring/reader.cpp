@@ -70,8 +70,9 @@ bool reader::read(std::string &lines, bool to_the_end)
     if (!read_at(fd_, offsetof(ring, next), &next, sizeof next) ||
         !read_at(fd_, offsetof(ring, first), &first, sizeof first))
         return false;
-    if (next - at_ > CELLS) // the writers are a round ahead; or somebody has set the counter back
+    if (!begun_ || next - at_ > CELLS) // the writers are a round ahead; or somebody has set the counter back
         at_ = next - CELLS;
+    begun_ = true;
     if (next - first < next - at_)
         at_ = first;
     if (!look(next))

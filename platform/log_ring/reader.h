@@ -27,6 +27,7 @@ class reader
     [[nodiscard]] const uint64_t *copy_of(size_t i) const { return &copies_[i * (1 + CELL_WORDS)]; }
 
     int fd_;
+    bool begun_ = false;
     uint64_t at_ = 0;              // the number to go on with
     uint64_t settled_ = 0;         // what lies before it was drawn before the last call
     std::vector<uint64_t> copies_; // of the cells from there on: mark and words
