@@ -8,26 +8,23 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
 #include <map>
 #include <random>
 #include <regex>
 #include <set>
 #include <sstream>
-#include <string>
 #include <thread>
 #include <vector>
+
+#include "tests/wire.h"
 
 namespace
 {
@@ -42,11 +39,7 @@ class Giver
     Giver()
     {
         unlink(log_ring::PATH);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        strcpy(address.sun_path, log_ring::PATH);
-        EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
-        EXPECT_EQ(listen(listener_, 64), 0);
+        listener_ = listen_unix(log_ring::PATH);
         thread_ = std::thread([this] {
             for (int guest; (guest = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0; close(guest))
                 log_ring::hand_out(guest, fd());
@@ -66,7 +59,7 @@ class Giver
 
   private:
     const owned::descriptor ring_ = log_ring::make();
-    int listener_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    int listener_;
     std::thread thread_;
 };
 
@@ -138,12 +131,7 @@ TEST(Ring, TheLibraryWritesItsLinesToIt)
 TEST(Ring, ALibraryThatIsGivenNoneDropsItsLinesAndWaitsOnlyOnce)
 {
     const auto begin = Clock::now();
-    const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    strcpy(address.sun_path, log_ring::PATH);
-    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
-    ASSERT_EQ(listen(listener, 4), 0); // and nobody ever accepts
+    const int listener = listen_unix(log_ring::PATH); // and nobody ever accepts
     EXPECT_EQ(status_of(in_child([] {
                   EXPECT_EQ(__android_log_print(4, "tag", "dropped"), -ETIMEDOUT);
                   for (int i = 0; i < 100; i++)
