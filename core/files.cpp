@@ -36,11 +36,7 @@ bool read_line(FILE *stream, char (&line)[LINE_SIZE])
     return fgets(line, sizeof line, stream) != nullptr;
 }
 
-size_t length_without_line_feed(const char *text)
-{
-    size_t length = strlen(text);
-    return length > 0 && text[length - 1] == '\n' ? length - 1 : length;
-}
+size_t length_without_line_feed(const char *text) { return strcspn(text, "\n"); }
 
 // What both readers share. Returns the trimmed count with the node still open in `node`, or -1.
 static int read_node(const char *function, const char *path, int32_t max_length, char *buffer,
@@ -73,20 +69,19 @@ static int text_size(const char *buffer, int32_t max_length)
 
 int diag_cmd_read_file(const char *path, int32_t max_length, char *buffer)
 {
-    descriptor node(-1);
-    int count = read_node(__func__, path, max_length, buffer, node);
-    if (count < 0)
-        return -1;
-    LOG("Read content:%.*s,len:%d\n", text_size(buffer, max_length), buffer, count);
+    descriptor node;
+    const int count = read_node(__func__, path, max_length, buffer, node);
+    if (count >= 0)
+        LOG("Read content:%.*s,len:%d\n", text_size(buffer, max_length), buffer, count);
     return count;
 }
 
 int diag_cmd_read_file_new(const char *path, const char *expected, int32_t max_length, char *buffer)
 {
-    descriptor node(-1);
-    int count = read_node(__func__, path, max_length, buffer, node);
+    descriptor node;
+    const int count = read_node(__func__, path, max_length, buffer, node);
     if (count < 0)
-        return -1;
+        return count;
     size_t expected_length = strlen(expected);
     if (static_cast<int16_t>(strncmp(buffer, expected, expected_length)) != 0) {
         LOG("data is %.*s, cmp_data is %s, length is %d.\n", text_size(buffer, max_length), buffer, expected,

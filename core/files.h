@@ -35,7 +35,8 @@ constexpr const char *MISC_PARTITIONS[] = {
 
 // A descriptor that closes itself; release() lets it live on.
 struct descriptor {
-    int fd;
+    int fd = -1;
+    descriptor() = default;
     explicit descriptor(int opened) : fd(opened) {}
     ~descriptor();
     descriptor(const descriptor &) = delete;
@@ -56,5 +57,5 @@ constexpr size_t LINE_SIZE = 256; // a line of text with its terminator, as all 
 // included. False at the end of the stream.
 bool read_line(FILE *stream, char (&line)[LINE_SIZE]);
 
-// Length of a text without its closing line feed, if it has one.
+// Length of a line without its closing line feed, if it has one.
 [[nodiscard]] size_t length_without_line_feed(const char *text);

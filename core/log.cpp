@@ -18,8 +18,10 @@ void log_spare_null_stdout()
 {
     struct stat out = {};
     struct stat null = {};
-    stdout_is_read = fstat(STDOUT_FILENO, &out) != 0 || stat("/dev/null", &null) != 0 ||
-                     !S_ISCHR(out.st_mode) || out.st_rdev != null.st_rdev;
+    // What cannot be looked at stays empty: it is no character device, or no device that there is.
+    fstat(STDOUT_FILENO, &out);
+    stat("/dev/null", &null);
+    stdout_is_read = !S_ISCHR(out.st_mode) || out.st_rdev != null.st_rdev;
 }
 
 // Unbuffered, so that a line is out before its function goes on, whatever happens next.

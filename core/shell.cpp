@@ -8,6 +8,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "core/log.h"
 
 static constexpr char PATH_PREFIX[] =
@@ -16,7 +18,7 @@ static_assert(sizeof PATH_PREFIX - 1 == 82, "685 characters of a command fit beh
 static constexpr size_t COMMAND_SIZE = 768;
 static constexpr char READ[] = "re"; // read; closed in later children
 
-uint8_t diag_quiet_flag = 0;
+uint8_t diag_quiet_flag;
 
 command_stream run_line(const char *line) { return command_stream(popen(line, READ)); }
 
@@ -159,7 +161,8 @@ int diag_kill_exist_process(const char *name)
     uint8_t count = 0;
     diag_get_processpid_by_name(name, ids, &count);
     LOG("kill proc_cnt=%d, pid=%d!\n", count, ids[0]);
-    for (int i = 0; i < count && i < PROCESS_LIMIT; i++) {
+    const int kept = std::min<int>(count, PROCESS_LIMIT);
+    for (int i = 0; i < kept; i++) {
         if (ids[i] == getpid())
             continue;
         LOG("kill pid=%d!\n", ids[0]); // always the first id
