@@ -211,7 +211,7 @@ void Postgres::make_months(const std::vector<WholeRun> &runs)
 {
     for (const WholeRun &run : runs) {
         const Month month = month_of(run.first.id);
-        if (!months_.insert(month.name).second)
+        if (months_.count(month.name) > 0)
             continue;
         pqxx::work work(*connection_);
         const auto is_there = "SELECT to_regclass('runs_" + month.name + "') IS NOT NULL";
@@ -223,6 +223,7 @@ void Postgres::make_months(const std::vector<WholeRun> &runs)
                           month.to + "')");
         }
         work.commit();
+        months_.insert(month.name); // not before: what failed is tried again
     }
 }
 
