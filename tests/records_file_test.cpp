@@ -350,7 +350,7 @@ TEST_F(Records, FilesOfOthersAreLeftAsTheyAre)
         {"a text", "is no records"},
         {std::string(200, 'x'), "is no records"},
         {whole.substr(0, whole.size() / 2), "is damaged"},
-        {with(5 * 4096, std::string(20'000, '\xA5')), "is damaged"},
+        {with(size_t{5} * 4096, std::string(20'000, '\xA5')), "is damaged"},
     };
     for (const auto &[content, why] : rows) {
         std::ofstream(path("other.db"), std::ios::binary) << content;
