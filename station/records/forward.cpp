@@ -92,12 +92,12 @@ class Spool
 } // namespace
 
 // A run is marked when the database has it for sure; one that is forwarded twice changes nothing there.
-// Returns how many of the runs were looked at, 0 when none waits.
-static size_t forward_some(Spool &spool, Postgres &database, Pushed &pushed)
+// Returns whether any waited.
+static bool forward_some(Spool &spool, Postgres &database, Pushed &pushed)
 {
     const std::vector<WholeRun> runs = spool.next();
     if (runs.empty())
-        return 0;
+        return false;
     const auto put = [&](const std::vector<WholeRun> &some) {
         database.put(some);
         spool.mark(some, true);
@@ -115,7 +115,7 @@ static size_t forward_some(Spool &spool, Postgres &database, Pushed &pushed)
                 pushed.why = "run " + run.first.id + " was not taken: " + error.what();
             }
     }
-    return runs.size();
+    return true;
 }
 
 struct Forwarder::Inside {
@@ -137,15 +137,11 @@ struct Forwarder::Inside {
         if (!database) {
             database = std::make_unique<Postgres>(where.database);
             spool->forward_to(database->prepare(), false);
-            note_waiting(spool->waiting());
         }
         Pushed pushed;
-        while (const size_t count = forward_some(*spool, *database, pushed)) {
-            note_forwarded(count);
-            if (Clock::now() > end_time())
-                break;
-        }
-        note_waiting(spool->waiting()); // few or none: counting them is cheap
+        do
+            note_waiting(spool->waiting());
+        while (Clock::now() < end_time() && forward_some(*spool, *database, pushed));
         return pushed.why;
     }
 
@@ -182,11 +178,6 @@ struct Forwarder::Inside {
     {
         const std::lock_guard<std::mutex> lock(mutex);
         waiting = count;
-    }
-    void note_forwarded(size_t count)
-    {
-        const std::lock_guard<std::mutex> lock(mutex);
-        waiting -= std::min(waiting, count);
     }
     Clock::time_point end_time() const
     {
@@ -243,7 +234,7 @@ Pushed push(const Where &where, bool again)
     Postgres database(where.database);
     spool.forward_to(database.prepare(), again);
     Pushed pushed;
-    while (forward_some(spool, database, pushed) > 0)
+    while (forward_some(spool, database, pushed))
         continue;
     return pushed;
 }
