@@ -367,7 +367,7 @@ struct Shell {
     std::string about, says;
     bool is_silent = false;
     std::string size_after = "0"; // of the part, behind a silence
-    std::string of_removing = "";
+    std::string of_removing{};
     std::vector<std::string> asked = {};
 
     Reply operator()(const Bytes &packet)

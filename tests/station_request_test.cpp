@@ -173,7 +173,6 @@ TEST(Request, WhatWasProbablyMeant)
     EXPECT_EQ(suggestion("a", {}), "");
 }
 
-// A command's line is made once and serves all that ask for it.
 TEST(Request, TellsWhetherThePhoneGoesDownAndWhetherItTellsTheTime)
 {
     for (const char *line : {"restart", "wipe-data now", "send wipe-data --body \"\""})
@@ -182,9 +181,10 @@ TEST(Request, TellsWhetherThePhoneGoesDownAndWhetherItTellsTheTime)
         EXPECT_FALSE(request_of(line).takes_phone_down) << line;
     EXPECT_FALSE(request_of("set-time 2026-11-21 10:00:05").fresh);
     const Bytes now = request_of("set-time now").fresh();
-    EXPECT_NEAR(now.at(11) * 256 + now.at(12), 1970 + time(nullptr) / 31556952, 1);
+    EXPECT_NEAR(now.at(11) * 256 + now.at(12), 1969.5 + static_cast<double>(time(nullptr)) / 31556952, 1);
 }
 
+// A command's line is made once and serves all that ask for it.
 TEST(Request, KeepsNothingOfTheOneBefore)
 {
     EXPECT_EQ(body_of("read-node /a --expect 1"), bytes_of("010400 2f612b3100"));
