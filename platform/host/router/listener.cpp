@@ -92,7 +92,7 @@ bool listener::take_inherited(const char *number)
 {
     snprintf(path_, sizeof path_, "descriptor %s", number);
     const char *end = number + strlen(number);
-    int fd = -1, listens = 0;
+    int fd = -1, listens;
     socklen_t size = sizeof listens;
     if (std::from_chars(number, end, fd).ptr != end ||
         getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &listens, &size) != 0 || listens == 0) {
