@@ -99,8 +99,12 @@ TEST(Properties, PersistentOnesAreKeptForTheNextBoot)
     EXPECT_LT(property_set("persist.test", "new"), 0);
     EXPECT_EQ(get("persist.test"), "kept");
     ASSERT_EQ(unlink("/data/property"), 0);
+    umask(022);
     EXPECT_EQ(property_set("persist.test", "cept"), 0); // after a wipe
     EXPECT_EQ(content("/data/property/persist.test"), "cept");
+    for (const auto &[path, mode] :
+         {std::pair("/data/property", 0755), {"/data/property/persist.test", 0644}})
+        EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(mode)) << path;
     ASSERT_EQ(mkdir("/data/property/persist.folder", 0700), 0);
     EXPECT_LT(property_set("persist.folder", "1"), 0);
     EXPECT_EQ(get("persist.folder"), "-");
