@@ -12,10 +12,10 @@ namespace station::page
 
 bool same_in_constant_time(const std::string &given, const std::string &expected)
 {
-    volatile bool differs = given.size() != expected.size();
-    for (size_t i = 0; i < given.size(); i++)
-        differs = differs | (given[i] != expected[i % expected.size()]);
-    return !differs;
+    volatile unsigned char difference = given.size() == expected.size() && !expected.empty() ? 0 : 1;
+    for (size_t i = 0; i < given.size() && !expected.empty(); i++)
+        difference = difference | static_cast<unsigned char>(given[i] ^ expected[i % expected.size()]);
+    return difference == 0;
 }
 
 Guard::Guard(const Address &address, std::string token)
