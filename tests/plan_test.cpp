@@ -160,8 +160,9 @@ TEST(Plan, WhatALineSays)
         {"wait 3 stop", "wait", "3 s", "a success", true},
     };
     for (const auto &row : rows) {
-        const std::string line = row.line;
-        const std::vector<Step> steps = plans.parse("\xEF\xBB\xBF" + line + "\r\n \t" + line + "\n").steps;
+        std::string text = "\xEF\xBB\xBF";
+        text.append(row.line).append("\r\n \t").append(row.line);
+        const std::vector<Step> steps = plans.parse(text).steps;
         ASSERT_EQ(steps.size(), 2U);
         for (const Step &step : steps) {
             EXPECT_EQ(step.name(), row.name) << row.line;
