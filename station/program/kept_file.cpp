@@ -1,6 +1,6 @@
 #include "station/program/kept_file.h"
 
-#include "descriptor.h"
+#include "platform/owned/descriptor.h"
 #include "station/client/errors.h"
 
 #include <cerrno>
