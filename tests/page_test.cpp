@@ -621,6 +621,7 @@ TEST_F(Serving, KeepsItsLimits)
     EXPECT_TRUE(slow.hears("200 OK"));
     other.get("/api/plans");
     EXPECT_TRUE(other.hears("Retry-After: 1\r\nContent-Length: 29\r\n\r\n{\"error\":\"too many requests\"}"));
+    limits_.to_send = Limits().to_send;
     limits_.idle = milliseconds(500);
     limits_.silence = limits_.reply = milliseconds(100);
     serve();
